@@ -1,0 +1,59 @@
+#include "app/shutdown.h"
+
+#include <cctype>
+
+#include "app/identity.h"
+#include "app/proc.h"
+#include "app/report.h"
+#include "app/strings.h"
+
+namespace zorv {
+
+namespace {
+bool g_exiting = false;
+
+CloseWorkbooksHook& hook() {
+    static CloseWorkbooksHook h;
+    return h;
+}
+}  // namespace
+
+bool Exiting() { return g_exiting; }
+void SetExiting(bool on) { g_exiting = on; }
+
+void SetCloseWorkbooksHook(CloseWorkbooksHook h) { hook() = std::move(h); }
+
+bool CloseExcelSavesWorkbook(const std::string& workbookName) {
+    std::string up;
+    up.reserve(workbookName.size());
+    for (unsigned char c : workbookName) up += static_cast<char>(std::toupper(c));
+    return up.find("SHEET") == std::string::npos;
+}
+
+int CloseExcel() {
+    Proc p("frmMain(CloseExcel): ");
+    int ret = 1;
+    Guarded(p, [&] {
+        p.chk = 1;
+        SetStatusText("Exiting application ...");
+        SetStatusText("");
+        const CloseWorkbooksHook& h = hook();
+        p.chk = 2;
+        const int open = h.openCount ? h.openCount() : 0;
+        if (open < 1) {
+            if (h.quit) h.quit();
+            return;
+        }
+        p.chk = 3;
+        const int answer = MsgBox(LoadResString(1642), vbYesNoCancel | vbQuestion, VersionLine());
+        if (answer == vbYes) {
+            p.chk = 4;
+            if (h.closeAll) h.closeAll();
+        } else if (answer == vbCancel) {
+            ret = -1;
+        }
+    });
+    return ret;
+}
+
+}  // namespace zorv

@@ -1,0 +1,155 @@
+#include "ui/windows.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QTabWidget>
+#include <QVBoxLayout>
+#include <algorithm>
+
+#include "app/identity.h"
+#include "app/report.h"
+#include "app/settings.h"
+#include "app/shutdown.h"
+#include "app/strings.h"
+
+namespace zorv::ui {
+
+namespace {
+
+QString Q(const std::string& s) { return QString::fromStdString(s); }
+
+// A quiet hint in an empty page, until the page gets its content.
+QWidget* emptyPage(const QString& objectName, const QString& hint) {
+    auto* w = new QWidget;
+    w->setObjectName(objectName);
+    auto* l = new QVBoxLayout(w);
+    auto* lbl = new QLabel(hint, w);
+    lbl->setAlignment(Qt::AlignCenter);
+    lbl->setWordWrap(true);
+    lbl->setEnabled(false);
+    l->addWidget(lbl);
+    return w;
+}
+
+}  // namespace
+
+FormRefs& forms() {
+    static FormRefs r;
+    return r;
+}
+
+// ---------------------------------------------------------------- frmMain
+
+frmMain::frmMain(QWidget* parent) : ZorvForm("frmMain", Q(ApplicationTitle()), parent) {
+    setMinimumSize(720, 480);
+    auto* tabServer = new QTabWidget(contentArea());
+    tabServer->setObjectName("tabServer");
+    tabServer->setDocumentMode(true);
+    const QString hint = tr("No data loaded.\nOpen a raw data file or a data workbook.");
+    tabServer->addTab(emptyPage("kLayout", hint), tr("Layout"));
+    tabServer->addTab(emptyPage("kMetrology", hint), tr("Metrology"));
+    tabServer->addTab(emptyPage("kExposureTool", hint), tr("Exposure Tool"));
+    tabServer->addTab(emptyPage("kCentering", hint), tr("Centering"));
+    contentLayout()->addWidget(tabServer);
+}
+
+int frmMain::MRUsize() {
+    const QString v = Q(GetSetting(ApplicationTitle(), "Options", "MRUsize", "10")).trimmed();
+    bool ok = false;
+    const int n = v.toInt(&ok);
+    return std::max(3, ok ? n : 10);
+}
+
+WindowPlace frmMain::place() const { return {"Settings", "Main"}; }
+
+void frmMain::formLoad() {
+    SetStatusText("Loading ...");
+    setupRecentFiles("RecentFiles", MRUsize());
+    // In Main mode the window makes itself visible during its own load.
+    if (showOnLoad_) show();
+    SetStatusText("Ready");
+}
+
+bool frmMain::QueryUnload(int unloadMode) { return ZorvForm::QueryUnload(unloadMode); }
+
+void frmMain::ResetObjects() {
+    setWindowTitle(Q(LoadResString(1686)) + ": ");
+    SetExiting(true);
+}
+
+void frmMain::mnuFileExit_Click() {
+    QPointer<ZorvForm> caller = caller_;
+    {
+        BusyPointer busy;
+        SetExiting(true);
+        if (CloseExcel() == -1) {
+            // Cancel: the program stays.
+            SetExiting(false);
+            return;
+        }
+        Unload();
+        if (caller) {
+            caller->mnuFileExit_Click();
+            caller = nullptr;
+        }
+    }
+}
+
+void frmMain::formUnload() {
+    BusyPointer busy;
+    ResetObjects();
+    if (caller_) caller_->show();
+    // Place of the window, unless minimised (done by the frame on close).
+    SetStatusText("FrmMain: Unloading forms . . .");
+    std::vector<ZorvForm*> open = Forms();
+    for (auto it = open.rbegin(); it != open.rend(); ++it) {
+        ZorvForm* f = *it;
+        if (f == this || f == caller_.data()) continue;
+        f->Unload();
+    }
+    if (caller_) {
+        caller_->setEnabled(true);
+        caller_->show();
+    }
+    SetStatusText("Termination ...");
+    if (forms().frmMain == this) forms().frmMain = nullptr;
+}
+
+// ------------------------------------------------------- workbench windows
+
+frmProcessWindow::frmProcessWindow(QWidget* parent)
+    : ZorvForm("frmProcessWindow", "Zorv PW", parent) {
+    setMinimumSize(640, 420);
+}
+WindowPlace frmProcessWindow::place() const { return {"PWformSize", ""}; }
+
+frmCalibrate::frmCalibrate(QWidget* parent) : ZorvForm("frmCalibrate", "Zorv PSFM Calibrate", parent) {
+    setMinimumSize(640, 420);
+}
+WindowPlace frmCalibrate::place() const { return {"PSFMformSize", ""}; }
+
+frmAnalysis::frmAnalysis(QWidget* parent) : ZorvForm("frmAnalysis", "Zorv PSFM Full-Field", parent) {
+    setMinimumSize(640, 420);
+}
+WindowPlace frmAnalysis::place() const { return {"PSFMform", ""}; }
+
+frmReticle::frmReticle(QWidget* parent) : ZorvForm("frmReticle", "Zorv MaskFactor", parent) {
+    setMinimumSize(640, 420);
+}
+WindowPlace frmReticle::place() const { return {"frmReticle", ""}; }
+void frmReticle::formLoad() {
+    // Started by itself, it comes up as the top window.
+    if (StandAlone) raise();
+}
+
+frmDailyMonitor::frmDailyMonitor(QWidget* parent) : ZorvForm("frmDailyMonitor", "Zorv DM", parent) {
+    setMinimumSize(640, 420);
+    // The monitor runs unattended: closing it never asks.
+    asksOnClose_ = false;
+}
+WindowPlace frmDailyMonitor::place() const { return {"Settings", "Main"}; }
+
+}  // namespace zorv::ui
