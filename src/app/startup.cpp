@@ -104,6 +104,7 @@ std::string RunStartupMenu(const std::string& commandLine, const InputBoxFn& inp
 }
 
 void AddStartupObjectBuilder(std::function<void()> build) { builders().push_back(std::move(build)); }
+void ClearStartupObjectBuilders() { builders().clear(); }
 
 StartupResult ZorvStartup(StartupHost& host) {
     Proc p("ZorvStartup: ");

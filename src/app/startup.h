@@ -90,6 +90,7 @@ public:
 // table), run by start-up before any mode window exists. The subsystems that
 // own them register here.
 void AddStartupObjectBuilder(std::function<void()> build);
+void ClearStartupObjectBuilders();
 
 struct StartupResult {
     bool refused = false;              // another copy runs
