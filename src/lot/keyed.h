@@ -125,8 +125,12 @@ public:
         return index_.find(key, items_.size(), [this](size_t i) -> const Value& { return items_[i].key; }) + 1;
     }
     int indexOf(std::string_view key) const { return indexOf(MakeKey(key)); }
+    int indexOf(const std::string& key) const { return indexOf(MakeKey(key)); }
+    int indexOf(const char* key) const { return indexOf(MakeKey(key)); }
     T* byKey(const Value& key) const { return at(indexOf(key)); }
     T* byKey(std::string_view key) const { return at(indexOf(key)); }
+    T* byKey(const std::string& key) const { return at(indexOf(key)); }
+    T* byKey(const char* key) const { return at(indexOf(key)); }
     // Position of an object, 0 when absent.
     int positionOf(const T* obj) const {
         for (size_t i = 0; i < items_.size(); ++i)

@@ -200,6 +200,8 @@ public:
     cPoint* Item(int pos) const;
     // by key; nullptr when missing
     cPoint* Item(std::string_view key) const { return ItemKey(MakeKey(key)); }
+    cPoint* Item(const std::string& key) const { return ItemKey(MakeKey(key)); }
+    cPoint* Item(const char* key) const { return ItemKey(MakeKey(key)); }
     cPoint* ItemKey(const Value& key) const;
     int IndexOf(const Value& key) const;
     // No object: creates one. Key: given, the point's NumberKey, or count + 1.
@@ -341,6 +343,8 @@ public:
     int Count() const { return list_.Count(); }
     cSite* Item(int pos) const { return list_.at(pos); }
     cSite* Item(std::string_view key) const { return list_.byKey(key); }
+    cSite* Item(const std::string& key) const { return list_.byKey(key); }
+    cSite* Item(const char* key) const { return list_.byKey(key); }
     cSite* Item(const Value& index) const;
     int IndexOf(std::string_view key) const { return list_.indexOf(key); }
     // No object: creates one. Key: given, the site's NumberKey, or count + 1;
@@ -350,6 +354,9 @@ public:
     void Clear() { list_.clear(); }
     void reserve(size_t n) { list_.reserve(n); }
     Ref<cSite> ref(int pos) const { return Ref<cSite>(list_.at(pos)); }
+    const Value& keyOf(int pos) const { return list_.keyAt(pos); }
+    // Stores under a key as it is (no repair, no counting); false when taken.
+    bool insertRaw(Ref<cSite> site, Value key) { return list_.insert(std::move(site), std::move(key)); }
     auto begin() const { return list_.begin(); }
     auto end() const { return list_.end(); }
     size_t memoryBytes() const { return list_.memoryBytes(); }
@@ -433,11 +440,14 @@ public:
     cField* Item(const Value& index) const;
     cField* Item(int number) const { return Item(Value(static_cast<int32_t>(number))); }
     cField* Item(std::string_view key) const { return Item(Value(key)); }
+    cField* Item(const std::string& key) const { return Item(Value(key)); }
+    cField* Item(const char* key) const { return Item(Value(key)); }
     cField* At(int pos) const { return list_.at(pos); }  // plain position
     cField* ByKey(std::string_view key) const { return list_.byKey(key); }
     // No key: "W", wafer number, "F", field number (0 becomes the count); a
     // numeric key not above the count becomes count + 1. NumberKey := key.
     cField* Add(std::unique_ptr<cField> field = nullptr, std::string_view key = {});
+    const Value& keyOf(int pos) const { return list_.keyAt(pos); }
     std::unique_ptr<cField> Remove(int pos) { return list_.take(pos); }
     void Clear() { list_.clear(); }
     auto begin() const { return list_.begin(); }
@@ -457,6 +467,8 @@ public:
     int Count() const { return list_.Count(); }
     cSite* Item(int pos) const { return list_.at(pos); }
     cSite* Item(std::string_view key) const { return list_.byKey(key); }
+    cSite* Item(const std::string& key) const { return list_.byKey(key); }
+    cSite* Item(const char* key) const { return list_.byKey(key); }
     // numeric index: position; anything else: key
     cSite* Item(const Value& index) const;
     // No object: creates one. Key: given, NumberKey as text, or count + 1 when
@@ -466,6 +478,8 @@ public:
     Ref<cSite> Remove(int pos) { return list_.take(pos); }
     void Clear() { list_.clear(); }
     void reserve(size_t n) { list_.reserve(n); }
+    const Value& keyOf(int pos) const { return list_.keyAt(pos); }
+    bool insertRaw(Ref<cSite> site, Value key) { return list_.insert(std::move(site), std::move(key)); }
     auto begin() const { return list_.begin(); }
     auto end() const { return list_.end(); }
     cWafer* parent() const { return owner_; }
@@ -561,6 +575,8 @@ public:
     cWafer* Item(const Value& index) const;
     cWafer* Item(int pos) const { return Item(Value(static_cast<int32_t>(pos))); }
     cWafer* Item(std::string_view key) const { return Item(Value(key)); }
+    cWafer* Item(const std::string& key) const { return Item(Value(key)); }
+    cWafer* Item(const char* key) const { return Item(Value(key)); }
     cWafer* At(int pos) const { return list_.at(pos); }
     // No object: creates one. Key: given, WaferID, or count + 1. Sets KeyName,
     // WaferID, parent; sets ParentLot on every point and renames the fields.

@@ -1,0 +1,37 @@
+// Small numeric helpers of the lot code (internal).
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+
+namespace zorv {
+
+// Round to n decimals, ties to even as the original Round does.
+inline double Round(double x, int n) {
+    static const double p10[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
+    const double f = (n >= 0 && n <= 6) ? p10[n] : std::pow(10.0, n);
+    return std::nearbyint(x * f) / f;
+}
+
+// Angle of (x, y) in -pi..pi; x of 0 is taken as 1e-27 so that the
+// arctangent never divides by zero.
+inline double FoldAngle(double x, double y) {
+    const double pi = 3.14159265358979323846;
+    if (x == 0) x = 1e-27;
+    double a = std::atan(y / x);
+    if (x < 0) a += pi;
+    if (a > pi) a -= 2 * pi;
+    if (a < -pi) a += 2 * pi;
+    return a;
+}
+
+// A running counter down by one on cull, up on restore, never below 0.
+inline void CountStep(int32_t& counter, bool culled) {
+    if (culled) {
+        if (counter > 0) --counter;
+    } else {
+        ++counter;
+    }
+}
+
+}  // namespace zorv
