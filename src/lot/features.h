@@ -4,12 +4,13 @@
 #include <string>
 #include <string_view>
 
+#include "numerics/matrix.h"  // kMissingValue, the -999.9 mark
+
 namespace zorv {
 
-// The measurement missing mark and its two tests.
-inline constexpr float kMissing = -999.9f;
+// The two tests of the missing mark -999.9 (kMissingValue).
 // Exact comparison with -999.9 (as a single).
-inline bool IsMissing(float v) { return v == kMissing; }
+inline bool IsMissing(float v) { return v == kMissingValue; }
 // The tolerant test: within 0.02 of -999.9.
 inline bool IsMissingTol(double v) { return (v - (-999.9) < 0.02) && (v - (-999.9) > -0.02); }
 

@@ -108,15 +108,15 @@ public:
     void setParentLot(cLot* lot);
 
     // raw, fitted, residual
-    float ValueV = kMissing, ValueH = kMissing, ValueZ = kMissing;
-    float ValueV_fit = kMissing, ValueH_fit = kMissing, ValueZ_fit = kMissing;
-    float ValueV_Res = kMissing, ValueH_Res = kMissing, ValueZ_Res = kMissing;
-    float Slope = kMissing, Slope_fit = kMissing, Slope_Res = kMissing;
-    float Pitch = kMissing, Pitch_fit = kMissing, Pitch_Res = kMissing;
-    float ValueA = kMissing, ValueA_fit = kMissing, ValueA_Res = kMissing;
-    float ValueB = kMissing, ValueB_fit = kMissing, ValueB_Res = kMissing;
-    float ValueC = kMissing, ValueC_fit = kMissing, ValueC_Res = kMissing;
-    float ValueAstig = kMissing, ValueAstig_fit = kMissing, ValueAstig_Res = kMissing;
+    float ValueV = kMissingValue, ValueH = kMissingValue, ValueZ = kMissingValue;
+    float ValueV_fit = kMissingValue, ValueH_fit = kMissingValue, ValueZ_fit = kMissingValue;
+    float ValueV_Res = kMissingValue, ValueH_Res = kMissingValue, ValueZ_Res = kMissingValue;
+    float Slope = kMissingValue, Slope_fit = kMissingValue, Slope_Res = kMissingValue;
+    float Pitch = kMissingValue, Pitch_fit = kMissingValue, Pitch_Res = kMissingValue;
+    float ValueA = kMissingValue, ValueA_fit = kMissingValue, ValueA_Res = kMissingValue;
+    float ValueB = kMissingValue, ValueB_fit = kMissingValue, ValueB_Res = kMissingValue;
+    float ValueC = kMissingValue, ValueC_fit = kMissingValue, ValueC_Res = kMissingValue;
+    float ValueAstig = kMissingValue, ValueAstig_fit = kMissingValue, ValueAstig_Res = kMissingValue;
     // display positions of the vector tip and the feature marks
     float ValueH_Pixel = 0, ValueV_Pixel = 0, valueZ_Pixel = 0, Slope_Pixel = 0, Pitch_Pixel = 0;
     float ValueA_Pixel = 0, ValueB_Pixel = 0, ValueC_Pixel = 0, ValueAstig_Pixel = 0;

@@ -436,7 +436,7 @@ Datam cLot::GetFeatureTypes() const {
                 for (cPoint* p : s->Points()) {
                     if (p->cull()) continue;
                     for (int k = 1; k <= 8; ++k)
-                        if (!has[k] && *p->FeatureSlot(k, 0) != kMissing) { has[k] = true; ++found; }
+                        if (!has[k] && *p->FeatureSlot(k, 0) != kMissingValue) { has[k] = true; ++found; }
                 }
                 if (found == 8) goto done;
             }

@@ -124,9 +124,9 @@ float cPoint::GetPlotFeatureValue(float& val1, float& val2, float& val3, int fea
             val1 = *FeatureSlot(1, k);
             val2 = *FeatureSlot(2, k);
             val3 = *FeatureSlot(3, k);
-            if (k == 0 && val3 == kMissing) {
+            if (k == 0 && val3 == kMissingValue) {
                 val3 = ValueV;
-                if (val3 == kMissing) val3 = ValueH;
+                if (val3 == kMissingValue) val3 = ValueH;
             }
             return val3;
         case ePlotFeatureAstig:
@@ -142,7 +142,7 @@ float cPoint::GetPlotFeatureValue(float& val1, float& val2, float& val3, int fea
                 val1 = *FeatureSlot(feature, k);
                 return val1;
             }
-            return kMissing;
+            return kMissingValue;
     }
 }
 
@@ -187,7 +187,7 @@ bool cPoint::CalcVector(float& length, float& fitLength, float& resLength, bool 
     if (IsMissingTol(ValueV) || IsMissingTol(ValueH)) return false;
     length = static_cast<float>(std::sqrt(double(ValueV) * ValueV + double(ValueH) * ValueH));
     auto len = [](float a, float b) {
-        if (IsMissingTol(a) || IsMissingTol(b)) return kMissing;
+        if (IsMissingTol(a) || IsMissingTol(b)) return kMissingValue;
         return static_cast<float>(std::sqrt(double(a) * a + double(b) * b));
     };
     fitLength = len(ValueV_fit, ValueH_fit);
@@ -219,7 +219,7 @@ void cPoint::FoldBack(int dataKind, bool toRaw) {
         float* fit = FeatureSlot(f, 1);
         float* res = FeatureSlot(f, 2);
         float* src = k == 2 ? res : fit;
-        if (*src == kMissing) continue;
+        if (*src == kMissingValue) continue;
         if (toRaw) {
             *raw = *src;
             *fit = 0;
@@ -465,7 +465,7 @@ void cSite::SetPointsZero() {
     Proc p("cSite(SetPointZero): ");
     for (cPoint* pt : points_)
         for (int f = 1; f <= 9; ++f)
-            for (int k = 0; k < 3; ++k) *pt->FeatureSlot(f, k) = kMissing;
+            for (int k = 0; k < 3; ++k) *pt->FeatureSlot(f, k) = kMissingValue;
 }
 
 Ref<cSite> cSite::clone(bool keepCulled) const {
