@@ -21,6 +21,11 @@ void SaveSetting(const std::string& app, const std::string& section, const std::
                  const std::string& value);
 // Empty key: the whole section. Empty section too: the whole application.
 void DeleteSetting(const std::string& app, const std::string& section, const std::string& key = "");
+// Several keys of one section in one write. With replaceSection the section
+// holds exactly these keys afterwards.
+void SaveSettings(const std::string& app, const std::string& section,
+                  const std::vector<std::pair<std::string, std::string>>& values,
+                  bool replaceSection = false);
 // Keys and values of a section in stored order.
 std::vector<std::pair<std::string, std::string>> GetAllSettings(const std::string& app,
                                                                 const std::string& section);
