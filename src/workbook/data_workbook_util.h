@@ -1,0 +1,127 @@
+// Small text and cell helpers shared by the data workbook code.
+#pragma once
+
+#include <cmath>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+#include "numerics/datam.h"
+#include "numerics/value.h"
+
+namespace zorv::dwb {
+
+inline char up(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
+inline char low(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+
+inline std::string Upper(std::string_view s) {
+    std::string r(s);
+    for (char& c : r) c = up(c);
+    return r;
+}
+inline std::string Lower(std::string_view s) {
+    std::string r(s);
+    for (char& c : r) c = low(c);
+    return r;
+}
+inline bool IEquals(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (up(a[i]) != up(b[i])) return false;
+    return true;
+}
+inline bool IStartsWith(std::string_view s, std::string_view prefix) {
+    return s.size() >= prefix.size() && IEquals(s.substr(0, prefix.size()), prefix);
+}
+inline bool IContains(std::string_view s, std::string_view part) {
+    if (part.empty()) return true;
+    for (size_t i = 0; i + part.size() <= s.size(); ++i)
+        if (IEquals(s.substr(i, part.size()), part)) return true;
+    return false;
+}
+inline bool IEndsWith(std::string_view s, std::string_view suffix) {
+    return s.size() >= suffix.size() && IEquals(s.substr(s.size() - suffix.size()), suffix);
+}
+
+// Replace of the original language: every occurrence, left to right, no rescan.
+inline std::string Replace(std::string_view s, std::string_view from, std::string_view to) {
+    if (from.empty()) return std::string(s);
+    std::string r;
+    r.reserve(s.size());
+    size_t i = 0;
+    while (true) {
+        size_t j = s.find(from, i);
+        if (j == std::string_view::npos) break;
+        r.append(s.substr(i, j - i));
+        r.append(to);
+        i = j + from.size();
+    }
+    r.append(s.substr(i));
+    return r;
+}
+
+inline std::string Trim(std::string_view s) {
+    size_t a = 0, b = s.size();
+    while (a < b && (s[a] == ' ' || s[a] == '\t')) ++a;
+    while (b > a && (s[b - 1] == ' ' || s[b - 1] == '\t')) --b;
+    return std::string(s.substr(a, b - a));
+}
+
+// Text of a cell (CStr); error cells read as "".
+inline std::string CellText(const Value& v) { return v.isError() ? std::string() : v.toString(); }
+
+// Compares a cell with a text, case-insensitively, without building strings
+// for text cells.
+inline bool CellIs(const Value& v, std::string_view text) {
+    if (v.isString()) return IEquals(v.str(), text);
+    if (v.isEmpty() || v.isError()) return text.empty() && v.isEmpty();
+    return IEquals(v.toString(), text);
+}
+
+inline double Round(double x, int decimals) {
+    double f = std::pow(10.0, decimals);
+    return std::nearbyint(x * f) / f;  // half to even, as the original Round
+}
+
+// Folder part (without the trailing separator) and file part of a path;
+// both "\" and "/" separate.
+inline size_t LastSep(std::string_view p) {
+    size_t a = p.rfind('/'), b = p.rfind('\\');
+    if (a == std::string_view::npos) return b;
+    if (b == std::string_view::npos) return a;
+    return a > b ? a : b;
+}
+inline std::string FolderOf(std::string_view p) {
+    size_t i = LastSep(p);
+    return i == std::string_view::npos ? std::string() : std::string(p.substr(0, i));
+}
+inline std::string FileOf(std::string_view p) {
+    size_t i = LastSep(p);
+    return i == std::string_view::npos ? std::string(p) : std::string(p.substr(i + 1));
+}
+// File name without its extension (the part after the last ".").
+inline std::string BaseOf(std::string_view p) {
+    std::string f = FileOf(p);
+    size_t d = f.rfind('.');
+    return d == std::string::npos ? f : f.substr(0, d);
+}
+
+// Serial date of today and of now, local time.
+inline double SerialNow() {
+    std::time_t t = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    // days from 1899-12-30 to the civil date
+    int y = tm.tm_year + 1900, m = tm.tm_mon + 1, d = tm.tm_mday;
+    y -= m <= 2;
+    int era = (y >= 0 ? y : y - 399) / 400;
+    int yoe = y - era * 400;
+    int doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+    int doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    long days = static_cast<long>(era) * 146097 + doe - 719468;  // since 1970-01-01
+    double serial = static_cast<double>(days) + 25569.0;
+    return serial + (tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec) / 86400.0;
+}
+inline double SerialToday() { return std::floor(SerialNow()); }
+
+}  // namespace zorv::dwb
