@@ -592,13 +592,9 @@ private:
 };
 
 // ---------------------------------------------------------------- cLot
-class cLot : public std::enable_shared_from_this<cLot> {
-public:
-    static std::shared_ptr<cLot> create() { return std::shared_ptr<cLot>(new cLot()); }
-    cLot(const cLot&) = delete;
-    cLot& operator=(const cLot&) = delete;
-    ~cLot();
-
+// The plain properties of a lot, copied as a whole by clone. Container,
+// PlotGraph and xlwb are shared references; FamilyNames is copied.
+struct cLotProperties {
     // identity
     std::string LotName, ProcessStep, ExposureTool, MetrologyTool, UserName, ReWork, Cassette,
         DateMeasured, TimeMeasured;
@@ -607,9 +603,6 @@ public:
     double ProcessDate = 0;
 
     // type
-    long DataSource() const { return dataSource_; }
-    // Also sets LineWidthType (true for 2, 3, 5, 6, 7) and, for 5..7, PlotWaferSites.
-    void DataSource(long source);
     long ExposureToolType = 0;  // 0 scanner, 1 stepper
     bool LineWidthType = false, PlotWaferSites = false, isCulledData = false, ReticleData = true,
          FocusReportCorrections = false;
@@ -625,17 +618,10 @@ public:
 
     // notch, radians: right 0, left pi, up pi/2, down -pi/2
     float Notch = -1.5707963f;
-    std::string GetNotchString() const;  // "Right", "Left", "Up", "Down"
 
-    // feature selection
-    int PlotFeature() const { return plotFeature_; }
-    // When changed: stores, marks modified, PlotFeatureUpdate(-1e9, 1e9).
-    void PlotFeature(int feature);
+    // feature selection (PlotFeature and PlotFeatureUnits are on cLot)
     long PlotFeaturetype = 0;
     int PLotDataType = 0;
-    long PlotFeatureUnits() const { return plotFeatureUnits_; }
-    // Stores the code and copies it to the unit field of the selected feature 1..8.
-    void PlotFeatureUnits(long code);
     std::string PlotFeatureName;
     float PlotFeatureMin = 0, PlotFeatureMax = 0;
     long PlotGraphType = 0, PlotGraphDataType = 0;
@@ -671,21 +657,46 @@ public:
 
     // families: rows from 0 (headers "Enum", "Name", "Count", "Selected"), 4 columns
     Datam FamilyNames;
-    // Below 1: recomputed as the larger of FamilyNames' last row and 1.
-    long FamilyTotal();
-    void FamilyTotal(long n) { familyTotal_ = n; }
 
     // drawing
     double um2pixels = 0, Pum2pixelsV = 1e-12, Pum2pixelsH = 1e-12, Pum2pixelsZ = 1e-12;
     float PLotLeft = 0, PlotTop = 0, PlotWidth = 0, PlotHeight = 0;
     std::shared_ptr<void> Container, PlotGraph;  // shared by clones
     float ContainerWidth = 0, ContainerHeight = 0;
+    std::shared_ptr<void> xlwb;  // the workbook, shared by clones
+
+protected:
+    long dataSource_ = 0;
+    int plotFeature_ = 0;
+    long plotFeatureUnits_ = 0;
+    long familyTotal_ = 0;
+};
+
+class cLot : public cLotProperties, public std::enable_shared_from_this<cLot> {
+public:
+    static std::shared_ptr<cLot> create() { return std::shared_ptr<cLot>(new cLot()); }
+    cLot(const cLot&) = delete;
+    cLot& operator=(const cLot&) = delete;
+    ~cLot();
+
+    long DataSource() const { return dataSource_; }
+    // Also sets LineWidthType (true for 2, 3, 5, 6, 7) and, for 5..7, PlotWaferSites.
+    void DataSource(long source);
+    std::string GetNotchString() const;  // "Right", "Left", "Up", "Down"
+    int PlotFeature() const { return plotFeature_; }
+    // When changed: stores, marks modified, PlotFeatureUpdate(-1e9, 1e9).
+    void PlotFeature(int feature);
+    long PlotFeatureUnits() const { return plotFeatureUnits_; }
+    // Stores the code and copies it to the unit field of the selected feature 1..8.
+    void PlotFeatureUnits(long code);
+    // Below 1: recomputed as the larger of FamilyNames' last row and 1.
+    long FamilyTotal();
+    void FamilyTotal(long n) { familyTotal_ = n; }
 
     // links
     zorv::Wafers& Wafers() { return wafers_; }
     const zorv::Wafers& Wafers() const { return wafers_; }
     std::unique_ptr<LotAttachment> ModelWafer, ModelField;
-    std::shared_ptr<void> xlwb;  // the workbook, shared by clones
     std::vector<std::unique_ptr<LotAttachment>> AuxModels;
     std::vector<std::shared_ptr<cLot>> ReferenceLots;
 
@@ -797,13 +808,8 @@ public:
 private:
     cLot();
     std::shared_ptr<cLot> self();
-    void copyPropertiesTo(cLot& dst) const;
 
     zorv::Wafers wafers_;
-    long dataSource_ = 0;
-    int plotFeature_ = 0;
-    long plotFeatureUnits_ = 0;
-    long familyTotal_ = 0;
     int32_t pointCounter_ = 0;
     bool modified_ = false;
 };
