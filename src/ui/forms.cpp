@@ -161,8 +161,11 @@ void ZorvForm::mnuFileExit_Click() { Unload(); }
 void ZorvForm::savePlace() {
     const WindowPlace p = place();
     if (p.section.isEmpty()) return;
+    // Left and top of the frame (what move() takes), size of the client area
+    // (what resize() takes), both of the normal state.
     const QRect g = normalGeometry().isValid() ? normalGeometry() : geometry();
-    SaveWindowRect(S(p.section), S(p.prefix), g.x(), g.y(), g.width(), g.height());
+    const QPoint frame = geometry().topLeft() - frameGeometry().topLeft();
+    SaveWindowRect(S(p.section), S(p.prefix), g.x() - frame.x(), g.y() - frame.y(), g.width(), g.height());
 }
 
 void ZorvForm::restorePlace() {

@@ -1,0 +1,141 @@
+// Shared set-up of the desktop tests: one QApplication (offscreen), a
+// settings file of this process, a reporter that records, dialogs answered
+// from a timer.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QTimer>
+#include <QWidget>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "app/identity.h"
+#include "app/report.h"
+#include "app/shutdown.h"
+#include "ui/app_startup.h"
+#include "ui/forms.h"
+#include "ui/windows.h"
+
+namespace zorv::uitest {
+
+inline QApplication* EnsureApp() {
+    if (!qApp) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+        static int argc = 1;
+        static char arg0[] = "test_ui";
+        static char* argv[] = {arg0, nullptr};
+        new QApplication(argc, argv);
+        QApplication::setQuitOnLastWindowClosed(false);
+    }
+    return qobject_cast<QApplication*>(qApp);
+}
+
+// Records boxes and status texts; answers from a queue (default No).
+struct RecordingReporter : Reporter {
+    struct Box {
+        std::string text;
+        int flags;
+        std::string title;
+    };
+    std::vector<Box> boxes;
+    std::vector<std::string> statuses;
+    std::deque<int> answers;
+    int showBox(const std::string& m, int f, const std::string& t) override {
+        boxes.push_back({m, f, t});
+        if (answers.empty()) return vbNo;
+        const int a = answers.front();
+        answers.pop_front();
+        return a;
+    }
+    void status(const std::string& t) override { statuses.push_back(t); }
+    std::string currentStatus() const override { return statuses.empty() ? "" : statuses.back(); }
+    bool sawStatus(const std::string& s) const {
+        for (auto& x : statuses)
+            if (x == s) return true;
+        return false;
+    }
+};
+
+// A start-up host with its own lock name and typed menu answers (none: the
+// real input box is shown).
+class TestHost : public ui::QtStartupHost {
+public:
+    explicit TestHost(std::string line, const std::string& lockName = UniqueLock())
+        : QtStartupHost(std::move(line), lockName) {}
+    std::deque<std::string> answers;
+    bool useRealBox = false;
+    int menuCalls = 0;
+    std::string inputBox(const std::string& p, const std::string& t, const std::string& d) override {
+        ++menuCalls;
+        if (useRealBox) return QtStartupHost::inputBox(p, t, d);
+        if (answers.empty()) return "";
+        std::string a = answers.front();
+        answers.pop_front();
+        return a;
+    }
+    static std::string UniqueLock() {
+        static int n = 0;
+        return "zorv-uitest-" + std::to_string(getpid()) + "-" + std::to_string(++n);
+    }
+};
+
+// Runs `act` on the next modal dialog once it is up.
+inline void OnNextModal(std::function<void(QWidget*)> act) {
+    auto* t = new QTimer;
+    t->setInterval(10);
+    QObject::connect(t, &QTimer::timeout, [t, act] {
+        if (QWidget* w = QApplication::activeModalWidget()) {
+            t->stop();
+            t->deleteLater();
+            act(w);
+        }
+    });
+    t->start();
+}
+
+// Unloads every window by code and lets the deletions happen.
+inline void CloseAllForms() {
+    for (ui::ZorvForm* f : ui::Forms()) f->Unload();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        if (w->isVisible()) w->close();
+    }
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+class UiTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        EnsureApp();
+        std::filesystem::create_directories(ZORV_TEST_TMP);
+        settings_ = std::string(ZORV_TEST_TMP) + "/ui-settings-" + std::to_string(getpid()) + ".ini";
+        std::filesystem::remove(settings_);
+        setenv("ZORV_SETTINGS_FILE", settings_.c_str(), 1);
+        SetApplicationTitle(kProductName);
+        SetExiting(false);
+        SetCloseWorkbooksHook({});
+        SetReporter(&rec);
+    }
+    void TearDown() override {
+        SetReporter(&rec);
+        rec.answers.clear();
+        CloseAllForms();
+        SetReporter(nullptr);
+        SetApplicationTitle(kProductName);
+        SetExiting(false);
+        SetCloseWorkbooksHook({});
+        unsetenv("ZORV_SETTINGS_FILE");
+        std::filesystem::remove(settings_);
+    }
+    RecordingReporter rec;
+    std::string settings_;
+};
+
+}  // namespace zorv::uitest
