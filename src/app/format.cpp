@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -229,55 +230,56 @@ std::string renderNumber(const NumPattern& np, Dec x) {
     std::string fdig = fracDigits(x, np.fracCount);
     while (static_cast<int>(fdig.size()) > np.fracMin && fdig.back() == '0') fdig.pop_back();
 
-    // Integer part: pieces of digits and literals, then grouping.
-    struct Piece {
-        bool digit;
-        std::string text;
-    };
-    std::vector<Piece> ip;
+    // Integer part: digits placed right-aligned on the placeholders, surplus
+    // digits on the first one; literals where they stand. Grouping counts
+    // the digits that will be written.
     const int L = static_cast<int>(idig.size());
     const int P = np.intCount;
-    int ph = 0;
     size_t idx = 0;
+    size_t intEnd = 0;
+    int total = L > P ? L - P : 0;
+    {
+        int ph = 0;
+        for (; intEnd < np.items.size(); ++intEnd) {
+            const Item& it = np.items[intEnd];
+            if (it.kind == Item::Point || it.kind == Item::FracDigit || it.kind == Item::Exp ||
+                it.kind == Item::ExpDigit)
+                break;
+            if (it.kind == Item::IntDigit) {
+                if (ph - (P - L) >= 0 || it.text[0] == '0') ++total;
+                ++ph;
+            }
+        }
+    }
+    std::string out;
+    out.reserve(static_cast<size_t>(total) + static_cast<size_t>(np.fracCount) + 8);
+    int seen = 0;
+    auto digit = [&](char c) {
+        out += c;
+        ++seen;
+        const int right = total - seen;
+        if (np.grouping && right > 0 && right % 3 == 0) out += MachineThousands();
+    };
     bool extraPlaced = false;
     auto placeExtra = [&]() {
         if (extraPlaced) return;
         extraPlaced = true;
-        for (int k = 0; k < L - P; ++k) ip.push_back({true, std::string(1, idig[static_cast<size_t>(k)])});
+        for (int k = 0; k < L - P; ++k) digit(idig[static_cast<size_t>(k)]);
     };
-    for (; idx < np.items.size(); ++idx) {
+    int ph = 0;
+    for (; idx < intEnd; ++idx) {
         const Item& it = np.items[idx];
-        if (it.kind == Item::Point || it.kind == Item::FracDigit || it.kind == Item::Exp ||
-            it.kind == Item::ExpDigit)
-            break;
         if (it.kind == Item::IntDigit) {
             placeExtra();
             const int di = ph - (P - L);
-            if (di >= 0) ip.push_back({true, std::string(1, idig[static_cast<size_t>(di)])});
-            else if (it.text == "0") ip.push_back({true, "0"});
+            if (di >= 0) digit(idig[static_cast<size_t>(di)]);
+            else if (it.text[0] == '0') digit('0');
             ++ph;
         } else if (it.kind == Item::Lit) {
-            ip.push_back({false, it.text});
+            out += it.text;
         }
     }
     placeExtra();  // no integer placeholder: the digits stand before the point
-
-    std::string out;
-    if (np.grouping) {
-        int n = 0;
-        for (const Piece& p : ip) n += p.digit;
-        int seen = 0;
-        for (const Piece& p : ip) {
-            out += p.text;
-            if (p.digit) {
-                ++seen;
-                const int right = n - seen;
-                if (right > 0 && right % 3 == 0) out += MachineThousands();
-            }
-        }
-    } else {
-        for (const Piece& p : ip) out += p.text;
-    }
 
     int fk = 0;
     bool expDigitsDone = false;
@@ -537,44 +539,94 @@ Named namedFormat(std::string_view p, std::string_view& expanded) {
     return Named::None;
 }
 
+// A pattern taken apart once: named kind, sections, date tokens.
+struct Compiled {
+    Named named = Named::None;
+    bool isDate = false;
+    bool empty = false;
+    std::vector<DTok> date;
+    std::vector<NumPattern> sections;  // up to three
+    std::vector<bool> sectionEmpty;
+};
+
+std::shared_ptr<const Compiled> compile(std::string_view pattern) {
+    auto c = std::make_shared<Compiled>();
+    std::string_view p;
+    c->named = namedFormat(pattern, p);
+    if (c->named == Named::Date) {
+        c->isDate = true;
+        c->date = parseDatePattern(p);
+        return c;
+    }
+    if (c->named != Named::None) return c;
+    if (p.empty()) {
+        c->empty = true;
+        return c;
+    }
+    const std::vector<std::string_view> sections = splitSections(p);
+    if (sectionIsDate(sections[0])) {
+        c->isDate = true;
+        c->date = parseDatePattern(sections[0]);
+        return c;
+    }
+    for (size_t i = 0; i < sections.size() && i < 3; ++i) {
+        c->sections.push_back(parseNumPattern(sections[i]));
+        c->sectionEmpty.push_back(sections[i].empty());
+    }
+    return c;
+}
+
+// The last few patterns, per thread: tables format column after column with
+// the same pattern.
+std::shared_ptr<const Compiled> compiled(std::string_view pattern) {
+    struct Slot {
+        std::string key;
+        std::shared_ptr<const Compiled> value;
+    };
+    thread_local Slot slots[8];
+    thread_local unsigned next = 0;
+    for (Slot& s : slots)
+        if (s.value && s.key == pattern) return s.value;
+    Slot& s = slots[next++ % 8];
+    s.key.assign(pattern);
+    s.value = compile(pattern);
+    return s.value;
+}
+
 constexpr double kMinSerial = -657434;  // 100-01-01
 constexpr double kMaxSerial = 2958465;  // 9999-12-31
 
 // The common path: a number given by its sign, exactness and digits.
 std::string formatNumber(bool neg, bool isZero, const Dec& digits, double asDouble,
                          std::string_view pattern, int significant, bool integral) {
-    std::string_view p;
-    const Named named = namedFormat(pattern, p);
+    const std::shared_ptr<const Compiled> c = compiled(pattern);
     auto cstr = [&]() {
         if (integral) return std::string(neg ? "-" : "") + intDigits(digits);
         return CStrNumber(asDouble, significant);
     };
-    switch (named) {
+    switch (c->named) {
         case Named::GeneralNumber: return isZero ? "0" : cstr();
         case Named::YesNo: return isZero ? "No" : "Yes";
         case Named::TrueFalse: return isZero ? "False" : "True";
         case Named::OnOff: return isZero ? "Off" : "On";
-        case Named::Date:
-            if (asDouble < kMinSerial || asDouble > kMaxSerial) return cstr();
-            return renderDate(p, asDouble);
-        case Named::None: break;
+        default: break;
     }
-    if (p.empty()) return isZero ? "0" : cstr();
-    const std::vector<std::string_view> sections = splitSections(p);
-    if (sectionIsDate(sections[0])) {
+    if (c->isDate) {
         if (asDouble < kMinSerial || asDouble > kMaxSerial) return cstr();
-        return renderDate(sections[0], asDouble);
+        return renderDateTokens(c->date, asDouble);
     }
-    std::string_view sec = sections[0];
+    if (c->empty) return isZero ? "0" : cstr();
+    size_t sec = 0;
     bool sign = neg;
-    if (isZero && sections.size() >= 3 && !sections[2].empty()) {
-        sec = sections[2];
-    } else if (neg && sections.size() >= 2 && !sections[1].empty()) {
-        sec = sections[1];
+    if (isZero && c->sections.size() >= 3 && !c->sectionEmpty[2]) {
+        sec = 2;
+    } else if (neg && c->sections.size() >= 2 && !c->sectionEmpty[1]) {
+        sec = 1;
         sign = false;
     }
-    const std::string body = renderNumber(parseNumPattern(sec), digits);
-    return sign ? "-" + body : body;
+    std::string body = renderNumber(c->sections[sec], digits);
+    if (sign) body.insert(body.begin(), '-');
+    return body;
 }
 
 }  // namespace
@@ -610,11 +662,9 @@ std::string FormatInteger(long long v, std::string_view pattern) {
 
 std::string FormatDate(double serial, std::string_view pattern) {
     if (pattern.empty()) pattern = "c";
-    std::string_view p;
-    if (namedFormat(pattern, p) == Named::Date || sectionIsDate(splitSections(p)[0])) {
+    if (compiled(pattern)->isDate) {
         if (std::isfinite(serial) && serial >= kMinSerial && serial <= kMaxSerial)
-            return formatNumber(serial < 0, serial == 0, decFromDouble(serial, 15), serial, pattern,
-                                15, false);
+            return formatNumber(serial < 0, serial == 0, Dec{}, serial, pattern, 15, false);
         return CStrNumber(serial, 15);
     }
     return Format(serial, pattern);
@@ -628,10 +678,6 @@ std::string FormatText(std::string_view text, std::string_view pattern) {
     return std::string(text);
 }
 
-bool IsDatePattern(std::string_view pattern) {
-    std::string_view p;
-    if (namedFormat(pattern, p) == Named::Date) return true;
-    return !p.empty() && sectionIsDate(splitSections(p)[0]);
-}
+bool IsDatePattern(std::string_view pattern) { return compiled(pattern)->isDate; }
 
 }  // namespace zorv

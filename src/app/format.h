@@ -66,9 +66,11 @@ inline std::string Format(const Value& v, std::string_view pattern) {
         case VType::String: return FormatText(v.str(), pattern);
         case VType::Date: return FormatDate(v.toDouble(), pattern);
         case VType::Single: return Format(v.toSingle(), pattern);
+        case VType::Boolean:
+            if (pattern.empty()) return v.toString();  // "True" / "False"
+            return FormatInteger(v.toLong(), pattern);
         case VType::Integer:
-        case VType::Long:
-        case VType::Boolean: return FormatInteger(v.toLong(), pattern);
+        case VType::Long: return FormatInteger(v.toLong(), pattern);
         case VType::Double: return Format(v.toDouble(), pattern);
     }
     return {};
