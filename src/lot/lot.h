@@ -95,6 +95,8 @@ public:
     std::string NumberKey() const { return KeyText(key_); }
     const Value& NumberKeyValue() const { return key_; }
     void setNumberKey(std::string_view key) { key_ = MakeKey(key); }
+    void setNumberKey(const std::string& key) { key_ = MakeKey(key); }
+    void setNumberKey(const char* key) { key_ = MakeKey(key); }
     void setNumberKey(const Value& key) { key_ = key; }
     int32_t Number() const { return number_; }  // position in the site
     void setNumber(int32_t n) { number_ = n; }
