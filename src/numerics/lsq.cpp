@@ -547,7 +547,8 @@ int termColumns(const Datam& mitp) {
         const Value& h = mitp(hr, c);
         if (!isBlank(h) && !h.isError()) return c;
     }
-    return 0;
+    // A table without headers: all its columns.
+    return mitp.colUb();
 }
 
 Datam toVec(const std::vector<double>& v) {
