@@ -1,10 +1,12 @@
 // Import(SaveData): writes the data workbook of an import.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 
 #include "app/identity.h"
 #include "app/proc.h"
+#include "app/regional.h"
 #include "app/report.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_util.h"
@@ -58,6 +60,24 @@ std::string JoinLines(const Value& v) {
             for (int c = a.colLb(); c <= a.colUb(); ++c) add(a(r, c));
     }
     return out;
+}
+
+// A text a spreadsheet accepts as a defined name and that cannot be read as a
+// cell reference ("C", "R", "AB12").
+bool IsPlainName(std::string_view n) {
+    if (n.empty() || n.size() > 255) return false;
+    if (!(std::isalpha(static_cast<unsigned char>(n[0])) || n[0] == '_')) return false;
+    for (char ch : n)
+        if (!(std::isalnum(static_cast<unsigned char>(ch)) || ch == '_' || ch == '.')) return false;
+    if (IEquals(n, "C") || IEquals(n, "R")) return false;
+    size_t i = 0;
+    while (i < n.size() && std::isalpha(static_cast<unsigned char>(n[i]))) ++i;
+    if (i >= 1 && i <= 3 && i < n.size()) {
+        size_t j = i;
+        while (j < n.size() && std::isdigit(static_cast<unsigned char>(n[j]))) ++j;
+        if (j == n.size()) return false;
+    }
+    return true;
 }
 
 bool IsBlank(const Value& v) { return v.textLength() < 1; }
@@ -177,6 +197,11 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
         if (!IsNumericValue(info[i])) info[i] = 0;
     if (text(infoFlatLocation).size() < 2) info[infoFlatLocation] = "DOWN";
     if (text(infoDate).size() < 2) info[infoDate] = Value::date(SerialToday());
+    // Date and time texts go in as dates, as a spreadsheet takes them on entry.
+    for (int i : {infoDate, infoProcessDate, infoMeasureTime}) {
+        double serial;
+        if (info[i].isString() && ParseDateText(info[i].str(), serial)) info[i] = Value::date(serial);
+    }
 
     // 4. Sheet name and workbook path.
     p.chk = 4;
@@ -302,6 +327,13 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
     if (summary.isArray())
         is->setNumberFormat(Area{2, 4, 2 + summary.rowUb(), 6}, "General");
     is->setBold(Area{1, 1, 1, 2});
+    // Each value column is a workbook name over its data cells.
+    for (int c = d.colLb() + 5; c <= d.colUb(); ++c) {
+        std::string h = Trim(CellText(d(d.rowLb(), c)));
+        if (!IsPlainName(h)) continue;
+        int col = c - d.colLb() + 1;
+        wb->addName(h, FormatRangeRef(ws->name(), Area{2, col, d.rowCount(), col}));
+    }
     for (const DefinedName& dn : std::vector<DefinedName>(wb->names())) {
         std::string fmt;
         for (const char* k : {"X_reg", "Y_reg", "Measure", "Height", "Vertical", "Horizontal"})
@@ -321,6 +353,7 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
     for (const std::string& n : wb->sheetNames())
         if (n.find("Sheet") != std::string::npos && n != ws->name() && wb->sheetCount() > 1)
             wb->removeSheet(n);
+    wb->activate(ws);
     Status s = wb->save();
     if (!s) {
         p.msg = "Error Saving: " + path;
