@@ -8,6 +8,10 @@
 // "Short Time") and the date/time tokens (d dd ddd dddd ddddd dddddd w ww m mm
 // mmm mmmm q y yy yyyy h hh n nn s ss ttttt c AM/PM am/pm A/P a/p AMPM; "m"
 // right after an hour or right before seconds is the minute).
+// The machine-dependent named formats are fixed here: "Short Date" is
+// "yyyy-mm-dd", "Long Date" "dddd, mmmm d, yyyy", "Medium Date" "dd-mmm-yy",
+// "Long Time" "hh:mm:ss", "Medium Time" "hh:mm AMPM", "Short Time" "hh:mm",
+// "General Date" the short date and/or the long time; names in English.
 //
 // Rounding: the value is first written with 15 significant digits (7 for a
 // single), as CStr would, and that decimal text is rounded half away from
