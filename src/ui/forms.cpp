@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFileInfo>
+#include <QFrame>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
@@ -58,6 +59,12 @@ ZorvForm::ZorvForm(const QString& objectName, const QString& caption, QWidget* p
     mnuFileExit_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     connect(mnuFileExit_, &QAction::triggered, this, [this] { mnuFileExit_Click(); });
 
+    mnuHelp_ = menuBar()->addMenu(tr("&Help"));
+    mnuHelp_->setObjectName("mnuHelp");
+    QAction* about = mnuHelp_->addAction(tr("&About %1...").arg(QString::fromUtf8(kProductName)));
+    about->setObjectName("mnuHelpAbout");
+    connect(about, &QAction::triggered, this, [this] { mnuHelpAbout_Click(); });
+
     content_ = new QWidget(this);
     content_->setObjectName("contentArea");
     contentLayout_ = new QVBoxLayout(content_);
@@ -70,6 +77,7 @@ ZorvForm::ZorvForm(const QString& objectName, const QString& caption, QWidget* p
     panel1_ = new QLabel(sb);
     panel1_->setObjectName("sbStatusBarPanel1");
     panel1_->setMinimumWidth(200);
+    panel1_->setContentsMargins(4, 0, 4, 0);
     sb->addWidget(panel1_, 1);
     progress_ = new QProgressBar(sb);
     progress_->setObjectName("sbProgress");
@@ -157,6 +165,36 @@ void ZorvForm::closeEvent(QCloseEvent* e) {
 }
 
 void ZorvForm::mnuFileExit_Click() { Unload(); }
+
+void ZorvForm::mnuHelpAbout_Click() {
+    MsgBox(ProductName() + "\r\nVersion " + VersionString() + "\r\n\r\n" + kCompanyName, vbInformation,
+           "About " + ApplicationTitle());
+}
+
+QWidget* ZorvForm::emptySurface(const QString& objectName, const QString& hint) {
+    auto* page = new QWidget;
+    auto* outer = new QVBoxLayout(page);
+    outer->setContentsMargins(4, 6, 4, 4);
+    auto* surface = new QFrame(page);
+    surface->setObjectName(objectName);
+    surface->setFrameShape(QFrame::StyledPanel);
+    surface->setFrameShadow(QFrame::Sunken);
+    surface->setAutoFillBackground(true);
+    QPalette pal = surface->palette();
+    pal.setColor(QPalette::Window, Qt::white);
+    surface->setPalette(pal);
+    auto* inner = new QVBoxLayout(surface);
+    auto* lbl = new QLabel(hint, surface);
+    lbl->setObjectName(objectName + "Hint");
+    lbl->setAlignment(Qt::AlignCenter);
+    lbl->setWordWrap(true);
+    QPalette lp = lbl->palette();
+    lp.setColor(QPalette::WindowText, QColor(0x8a, 0x8f, 0x98));
+    lbl->setPalette(lp);
+    inner->addWidget(lbl);
+    outer->addWidget(surface);
+    return page;
+}
 
 void ZorvForm::savePlace() {
     const WindowPlace p = place();

@@ -55,6 +55,9 @@ public:
     QWidget* contentArea() const { return content_; }
     QVBoxLayout* contentLayout() const { return contentLayout_; }
     QMenu* fileMenu() const { return mnuFile_; }
+    QMenu* helpMenu() const { return mnuHelp_; }
+    // A white drawing surface with a quiet hint, the look of an empty page.
+    static QWidget* emptySurface(const QString& objectName, const QString& hint);
     QAction* exitAction() const { return mnuFileExit_; }
     QStatusBar* sbStatusBar() const;
     // Panel 1 of the status bar.
@@ -83,6 +86,8 @@ public:
 public slots:
     // File, Exit: unloads this window.
     virtual void mnuFileExit_Click();
+    // Help, About: product, version and company.
+    void mnuHelpAbout_Click();
 
 signals:
     // A recent file was chosen.
@@ -108,6 +113,7 @@ private:
     QWidget* content_ = nullptr;
     QVBoxLayout* contentLayout_ = nullptr;
     QMenu* mnuFile_ = nullptr;
+    QMenu* mnuHelp_ = nullptr;
     QAction* mnuFileExit_ = nullptr;
     QAction* mruSeparator_ = nullptr;
     QLabel* panel1_ = nullptr;

@@ -21,19 +21,6 @@ namespace {
 
 QString Q(const std::string& s) { return QString::fromStdString(s); }
 
-// A quiet hint in an empty page, until the page gets its content.
-QWidget* emptyPage(const QString& objectName, const QString& hint) {
-    auto* w = new QWidget;
-    w->setObjectName(objectName);
-    auto* l = new QVBoxLayout(w);
-    auto* lbl = new QLabel(hint, w);
-    lbl->setAlignment(Qt::AlignCenter);
-    lbl->setWordWrap(true);
-    lbl->setEnabled(false);
-    l->addWidget(lbl);
-    return w;
-}
-
 }  // namespace
 
 FormRefs& forms() {
@@ -49,10 +36,19 @@ frmMain::frmMain(QWidget* parent) : ZorvForm("frmMain", Q(ApplicationTitle()), p
     tabServer->setObjectName("tabServer");
     tabServer->setDocumentMode(true);
     const QString hint = tr("No data loaded.\nOpen a raw data file or a data workbook.");
-    tabServer->addTab(emptyPage("kLayout", hint), tr("Layout"));
-    tabServer->addTab(emptyPage("kMetrology", hint), tr("Metrology"));
-    tabServer->addTab(emptyPage("kExposureTool", hint), tr("Exposure Tool"));
-    tabServer->addTab(emptyPage("kCentering", hint), tr("Centering"));
+    const struct {
+        const char* key;
+        const char* surface;
+        QString caption;
+    } tabs[] = {{"kLayout", "pctLayout", tr("Layout")},
+                {"kMetrology", "pctMetrology", tr("Metrology")},
+                {"kExposureTool", "pctExposureTool", tr("Exposure Tool")},
+                {"kCentering", "pctCentering", tr("Centering")}};
+    for (const auto& t : tabs) {
+        QWidget* page = emptySurface(t.surface, hint);
+        page->setObjectName(t.key);
+        tabServer->addTab(page, t.caption);
+    }
     contentLayout()->addWidget(tabServer);
 }
 
@@ -123,21 +119,25 @@ void frmMain::formUnload() {
 frmProcessWindow::frmProcessWindow(QWidget* parent)
     : ZorvForm("frmProcessWindow", "Zorv PW", parent) {
     setMinimumSize(640, 420);
+    contentLayout()->addWidget(emptySurface("pctProcessWindow", tr("No lot loaded.\nLoad a data workbook to set up a process window analysis.")));
 }
 WindowPlace frmProcessWindow::place() const { return {"PWformSize", ""}; }
 
 frmCalibrate::frmCalibrate(QWidget* parent) : ZorvForm("frmCalibrate", "Zorv PSFM Calibrate", parent) {
     setMinimumSize(640, 420);
+    contentLayout()->addWidget(emptySurface("pctCalibrate", tr("No lot loaded.\nLoad a data workbook to calibrate focus.")));
 }
 WindowPlace frmCalibrate::place() const { return {"PSFMformSize", ""}; }
 
 frmAnalysis::frmAnalysis(QWidget* parent) : ZorvForm("frmAnalysis", "Zorv PSFM Full-Field", parent) {
     setMinimumSize(640, 420);
+    contentLayout()->addWidget(emptySurface("pctAnalysis", tr("No lot loaded.\nLoad a data workbook to analyse focus across the field.")));
 }
 WindowPlace frmAnalysis::place() const { return {"PSFMform", ""}; }
 
 frmReticle::frmReticle(QWidget* parent) : ZorvForm("frmReticle", "Zorv MaskFactor", parent) {
     setMinimumSize(640, 420);
+    contentLayout()->addWidget(emptySurface("pctReticle", tr("No lot loaded.\nOpen a wafer lot and a reticle measurement.")));
 }
 WindowPlace frmReticle::place() const { return {"frmReticle", ""}; }
 void frmReticle::formLoad() {
@@ -147,6 +147,7 @@ void frmReticle::formLoad() {
 
 frmDailyMonitor::frmDailyMonitor(QWidget* parent) : ZorvForm("frmDailyMonitor", "Zorv DM", parent) {
     setMinimumSize(640, 420);
+    contentLayout()->addWidget(emptySurface("pctDailyMonitor", tr("No monitor template loaded.")));
     // The monitor runs unattended: closing it never asks.
     asksOnClose_ = false;
 }
