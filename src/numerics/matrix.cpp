@@ -14,7 +14,15 @@ namespace zorv {
 
 // ---- cell tests -------------------------------------------------------------
 
-bool IsBlank(const Value& v) { return v.textLength() == 0; }
+bool IsBlank(const Value& v) {
+    switch (v.type()) {
+        case VType::Empty:
+        case VType::Null:
+        case VType::Array: return true;
+        case VType::String: return v.str().empty();
+        default: return false;  // numbers, dates, Booleans and errors always have a text form
+    }
+}
 
 bool NumericOf(const Value& v, double& out) {
     switch (v.type()) {

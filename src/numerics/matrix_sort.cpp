@@ -157,6 +157,36 @@ bool SameUnique(const UniqueKey& a, const UniqueKey& b) {
 
 int DataRows(const Datam& m) { return m.rowUb() - FirstData(m, 1) + 1; }
 
+struct RadixItem {
+    uint64_t key;
+    int row;
+};
+
+// Stable LSD radix sort on 11-bit digits; digits that are the same in every
+// key are skipped.
+void RadixSort(std::vector<RadixItem>& items) {
+    constexpr int kBits = 11, kPasses = 6;
+    constexpr size_t kBuckets = size_t(1) << kBits;
+    const size_t n = items.size();
+    if (n < 2) return;
+    std::vector<size_t> count(kBuckets * kPasses, 0);
+    for (const RadixItem& it : items)
+        for (int p = 0; p < kPasses; ++p) ++count[p * kBuckets + ((it.key >> (p * kBits)) & (kBuckets - 1))];
+    std::vector<RadixItem> tmp(n);
+    for (int p = 0; p < kPasses; ++p) {
+        size_t* c = &count[p * kBuckets];
+        if (c[(items[0].key >> (p * kBits)) & (kBuckets - 1)] == n) continue;
+        size_t sum = 0;
+        for (size_t b = 0; b < kBuckets; ++b) {
+            const size_t k = c[b];
+            c[b] = sum;
+            sum += k;
+        }
+        for (const RadixItem& it : items) tmp[c[(it.key >> (p * kBits)) & (kBuckets - 1)]++] = it;
+        items.swap(tmp);
+    }
+}
+
 // Stable order of rows[first..] on one key column. Esc stops the walk: the
 // rows seen so far are sorted and the rest keep their places, as the
 // exchange sort leaves them.
@@ -165,13 +195,10 @@ std::vector<int> SortRows(const Datam& m, int col, bool descending) {
     const int n = DataRows(m);
     std::vector<int> order;
     if (n <= 0) return order;
-    struct Item {
-        SortKey k;
-        int row;
-    };
-    std::vector<Item> items(static_cast<size_t>(n));
+    std::vector<SortKey> keys(static_cast<size_t>(n));
     const int tenth = std::max(n / 10, 1);
     int seen = n;
+    bool allNumbers = true;
     for (int i = 0; i < n; ++i) {
         if (i % tenth == 0 && i) {
             ShowProgress(static_cast<int>(100LL * i / n));
@@ -180,30 +207,44 @@ std::vector<int> SortRows(const Datam& m, int col, bool descending) {
                 break;
             }
         }
-        items[static_cast<size_t>(i)] = Item{MakeKey(m(r0 + i, col)), r0 + i};
+        SortKey& k = keys[static_cast<size_t>(i)];
+        k = MakeKey(m(r0 + i, col));
+        allNumbers = allNumbers && k.cls == kNumberKey;
     }
-    for (int i = seen; i < n; ++i) items[static_cast<size_t>(i)] = Item{SortKey{}, r0 + i};
-    bool allNumbers = true;
-    for (int i = 0; i < seen && allNumbers; ++i)
-        allNumbers = items[static_cast<size_t>(i)].k.cls == kNumberKey;
-    auto end = items.begin() + seen;
+    order.resize(static_cast<size_t>(n));
+    for (int i = seen; i < n; ++i) order[static_cast<size_t>(i)] = r0 + i;
     if (allNumbers) {
-        if (descending)
-            std::stable_sort(items.begin(), end,
-                             [](const Item& a, const Item& b) { return a.k.num > b.k.num; });
-        else
-            std::stable_sort(items.begin(), end,
-                             [](const Item& a, const Item& b) { return a.k.num < b.k.num; });
-    } else if (descending) {
-        std::stable_sort(items.begin(), end,
-                         [](const Item& a, const Item& b) { return Cmp(a.k, b.k) > 0; });
+        // Numbers only: a stable radix sort on the bits of the keys, mapped so
+        // that unsigned order is numeric order (descending: all bits flipped,
+        // which keeps equal keys in their places).
+        std::vector<RadixItem> items(static_cast<size_t>(seen));
+        for (int i = 0; i < seen; ++i) {
+            uint64_t u;
+            std::memcpy(&u, &keys[static_cast<size_t>(i)].num, sizeof u);
+            u = (u >> 63) ? ~u : (u | (uint64_t(1) << 63));
+            items[static_cast<size_t>(i)] = RadixItem{descending ? ~u : u, r0 + i};
+        }
+        std::vector<SortKey>().swap(keys);
+        RadixSort(items);
+        for (int i = 0; i < seen; ++i) order[static_cast<size_t>(i)] = items[static_cast<size_t>(i)].row;
     } else {
-        std::stable_sort(items.begin(), end,
-                         [](const Item& a, const Item& b) { return Cmp(a.k, b.k) < 0; });
+        struct Item {
+            SortKey k;
+            int row;
+        };
+        std::vector<Item> items(static_cast<size_t>(seen));
+        for (int i = 0; i < seen; ++i)
+            items[static_cast<size_t>(i)] = Item{keys[static_cast<size_t>(i)], r0 + i};
+        std::vector<SortKey>().swap(keys);
+        if (descending)
+            std::stable_sort(items.begin(), items.end(),
+                             [](const Item& a, const Item& b) { return Cmp(a.k, b.k) > 0; });
+        else
+            std::stable_sort(items.begin(), items.end(),
+                             [](const Item& a, const Item& b) { return Cmp(a.k, b.k) < 0; });
+        for (int i = 0; i < seen; ++i) order[static_cast<size_t>(i)] = items[static_cast<size_t>(i)].row;
     }
     if (n >= 10) ShowProgress(-1);
-    order.resize(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) order[static_cast<size_t>(i)] = items[static_cast<size_t>(i)].row;
     return order;
 }
 
@@ -214,8 +255,15 @@ Datam Permuted(const Datam& m, const std::vector<int>& order) {
     const int r0 = FirstData(m, 1);
     for (int r = m.rowLb(); r < r0; ++r)
         std::copy_n(&m(r, m.colLb()), w, &out(r, m.colLb()));
-    for (size_t i = 0; i < order.size(); ++i)
+    // A gather of random rows: fetch a few rows ahead.
+    constexpr size_t kAhead = 8;
+    for (size_t i = 0; i < order.size(); ++i) {
+        if (i + kAhead < order.size()) {
+            const char* p = reinterpret_cast<const char*>(&m(order[i + kAhead], m.colLb()));
+            for (size_t b = 0; b < w * sizeof(Value); b += 64) __builtin_prefetch(p + b);
+        }
         std::copy_n(&m(order[i], m.colLb()), w, &out(r0 + static_cast<int>(i), m.colLb()));
+    }
     return out;
 }
 

@@ -106,8 +106,13 @@ bool StatCell(const Value& v, double& x) {
         x = v.toDouble();
         return true;
     }
-    if (v.isEmpty() || v.textLength() == 0 || !v.isNumericPlain()) return false;
-    const float f = v.toSingle();
+    float f;
+    if (v.isNumberType()) {
+        f = v.toSingle();
+    } else {
+        if (IsBlank(v) || !v.isNumericPlain()) return false;
+        f = v.toSingle();
+    }
     if (f == kMissingValue) return false;
     x = f;
     return true;
