@@ -12,7 +12,6 @@
 #include "app/report.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
-#include "numerics/matrix.h"
 
 namespace zorv {
 
@@ -545,10 +544,16 @@ Datam cLot::GetFEMmatrix(int feature, double& maxValue, double& minValue, double
     for (int i = 1; i <= nr; ++i) surf(i, 0) = Value(Round(fmin + (i - 1) * fs, 3));
     for (int j = 1; j <= nc; ++j) surf(0, j) = Value(Round(dmin + (j - 1) * ds, 3));
     SetStatusText("Updating surface: " + fname);
+    // Nearest axis entry; the axes are arithmetic, so the index follows from
+    // the step, and the neighbours settle the rounding.
+    auto nearest = [](double v, double lo, double st, long n) {
+        long i = std::lround((v - lo) / st) + 1;
+        return static_cast<int>(std::clamp(i, 1L, n));
+    };
     for (const Row& r : rows) {
-        const int ri = mv_FindNearest(r.focus, surf, 0, true);
-        const int ci = mv_FindNearest(r.dose, surf, 0, false);
-        if (ri >= 1 && ci >= 1) surf(ri, ci) = Value(Round(r.value, 4));
+        const int ri = nearest(r.focus, fmin, fs, nr);
+        const int ci = nearest(r.dose, dmin, ds, nc);
+        surf(ri, ci) = Value(Round(r.value, 4));
     }
     return surf;
 }
