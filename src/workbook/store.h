@@ -165,13 +165,14 @@ public:
     std::vector<Hyperlink> hyperlinks();
     void clearHyperlinks();
 
+    struct Data;  // the cells, opaque outside the store
+
 private:
     friend class Workbook;
     friend struct WorkbookImpl;
     Worksheet(Workbook* wb, std::string name);
     void touch();
     bool ensure();
-    struct Data;
     Workbook* wb_;
     std::string name_;
     bool loaded_ = true;
@@ -255,11 +256,12 @@ private:
     friend class Worksheet;
     friend struct WorkbookImpl;
     Workbook();
-    void changed() { structDirty_ = true; }
+    void changed() { structDirty_ = true; savedOverride_ = false; }
 
     std::string path_;
     bool readOnly_ = false;
     bool structDirty_ = true;  // workbook-level parts changed (names, order, properties)
+    bool savedOverride_ = false;  // Saved set to True by hand
     std::vector<std::unique_ptr<Worksheet>> sheets_;
     std::vector<DefinedName> names_;
     std::map<std::string, std::string> props_;

@@ -1,0 +1,1015 @@
+// Reading .xlsx packages: expat for the small parts, and for the cells of
+// the sheets a pull scanner of our own that walks the inflated XML in large
+// pieces while a second thread inflates the next ones.
+#include <expat.h>
+
+#include <algorithm>
+#include <charconv>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "workbook/xlsx_internal.h"
+
+namespace zorv {
+
+using namespace xlsx;
+
+namespace {
+
+Failure ReadFail(std::string text) {
+    Failure f;
+    f.tag = "Workbook(Open): ";
+    f.text = std::move(text);
+    return f;
+}
+
+std::string_view LocalName(std::string_view n) {
+    size_t c = n.rfind(':');
+    return c == std::string_view::npos ? n : n.substr(c + 1);
+}
+
+// ------------------------------------------------------------ expat parts
+
+struct XmlHandler {
+    std::function<void(std::string_view name, const char** attrs)> start;
+    std::function<void(std::string_view name)> end;
+    std::function<void(const char* s, int len)> text;
+};
+
+struct ExpatCtx {
+    XmlHandler* h;
+};
+
+void XMLCALL OnStart(void* ud, const XML_Char* name, const XML_Char** attrs) {
+    auto* h = static_cast<ExpatCtx*>(ud)->h;
+    if (h->start) h->start(LocalName(name), attrs);
+}
+void XMLCALL OnEnd(void* ud, const XML_Char* name) {
+    auto* h = static_cast<ExpatCtx*>(ud)->h;
+    if (h->end) h->end(LocalName(name));
+}
+void XMLCALL OnText(void* ud, const XML_Char* s, int len) {
+    auto* h = static_cast<ExpatCtx*>(ud)->h;
+    if (h->text) h->text(s, len);
+}
+
+// Parses a part of the archive; a part that is missing is an error when
+// required, otherwise nothing happens.
+Status ParsePart(const ZipReader& zip, const std::string& part, XmlHandler& h, bool required,
+                 uint64_t maxBytes = 256ull << 20) {
+    if (zip.find(part) < 0) {
+        if (required) return ReadFail(zip.displayName() + ": the part '" + part + "' is missing; not an .xlsx workbook.");
+        return StatusOk();
+    }
+    auto s = zip.openStream(part, maxBytes);
+    if (!s) return ReadFail(s.failure().text);
+    XML_Parser p = XML_ParserCreate(nullptr);
+    if (!p) return ReadFail("out of memory");
+    ExpatCtx ctx{&h};
+    XML_SetUserData(p, &ctx);
+    XML_SetElementHandler(p, OnStart, OnEnd);
+    XML_SetCharacterDataHandler(p, OnText);
+    std::vector<char> buf(1 << 16);
+    Status result = StatusOk();
+    for (;;) {
+        int64_t n = (*s)->read(buf.data(), buf.size());
+        if (n < 0) {
+            result = ReadFail((*s)->error());
+            break;
+        }
+        if (XML_Parse(p, buf.data(), static_cast<int>(n), n == 0) == XML_STATUS_ERROR) {
+            result = ReadFail(zip.displayName() + ": malformed XML in part '" + part + "' at line " +
+                              std::to_string(XML_GetCurrentLineNumber(p)) + ": " +
+                              XML_ErrorString(XML_GetErrorCode(p)) + ".");
+            break;
+        }
+        if (n == 0) break;
+    }
+    XML_ParserFree(p);
+    return result;
+}
+
+const char* Attr(const char** a, std::string_view name) {
+    for (; a && a[0]; a += 2)
+        if (LocalName(a[0]) == name && (std::string_view(a[0]) == name || name == "id")) return a[1];
+    return nullptr;
+}
+std::string AttrS(const char** a, std::string_view name) {
+    const char* v = Attr(a, name);
+    return v ? v : "";
+}
+int AttrI(const char** a, std::string_view name, int def = 0) {
+    const char* v = Attr(a, name);
+    if (!v) return def;
+    int x = def;
+    auto r = std::from_chars(v, v + std::strlen(v), x);
+    return r.ec == std::errc() ? x : def;
+}
+bool AttrB(const char** a, std::string_view name) {
+    const char* v = Attr(a, name);
+    return v && (std::strcmp(v, "1") == 0 || std::strcmp(v, "true") == 0);
+}
+
+Status ReadRels(const ZipReader& zip, const std::string& sourcePart, std::vector<Rel>& out) {
+    out.clear();
+    XmlHandler h;
+    h.start = [&](std::string_view n, const char** a) {
+        if (n != "Relationship") return;
+        Rel r;
+        r.id = AttrS(a, "Id");
+        r.type = AttrS(a, "Type");
+        r.external = AttrS(a, "TargetMode") == "External";
+        std::string t = AttrS(a, "Target");
+        r.target = r.external ? t : ResolveTarget(sourcePart, t);
+        out.push_back(std::move(r));
+    };
+    return ParsePart(zip, RelsPartOf(sourcePart), h, false);
+}
+
+// Text of an <si> or comment <text>: the <t> runs, without phonetic runs.
+struct RichText {
+    int depthRPh = 0;
+    bool inT = false;
+    std::string text;
+    void start(std::string_view n) {
+        if (n == "rPh") ++depthRPh;
+        else if (n == "t" && depthRPh == 0) inT = true;
+    }
+    void end(std::string_view n) {
+        if (n == "rPh") --depthRPh;
+        else if (n == "t") inT = false;
+    }
+    void chars(const char* s, int len) {
+        if (inT) text.append(s, static_cast<size_t>(len));
+    }
+};
+
+}  // namespace
+
+// ------------------------------------------------------------- the package
+
+Status WorkbookImpl::readStyles(WorkbookImpl& im, bool resetTable) {
+    const ZipReader& zip = *im.zip;
+    im.numFmtIds.clear();
+    im.maxNumFmtId = 163;
+    im.fontCount = 0;
+    im.boldFont = -1;
+    if (!im.stylesPart.empty()) {
+        std::map<int, std::string> fmts;
+        std::vector<bool> fontBold;
+        std::vector<Style> xfs;
+        std::vector<int> xfFmt;
+        int section = 0;  // 1 fonts, 2 cellXfs
+        XmlHandler h;
+        h.start = [&](std::string_view n, const char** a) {
+            if (n == "numFmt") {
+                int id = AttrI(a, "numFmtId", -1);
+                if (id >= 0) fmts[id] = AttrS(a, "formatCode");
+                if (id >= 164) im.numFmtIds[AttrS(a, "formatCode")] = id;
+                im.maxNumFmtId = std::max(im.maxNumFmtId, id);
+            } else if (n == "fonts") {
+                section = 1;
+            } else if (n == "cellXfs") {
+                section = 2;
+            } else if (section == 1 && n == "font") {
+                fontBold.push_back(false);
+            } else if (section == 1 && n == "b" && !fontBold.empty()) {
+                const char* v = Attr(a, "val");
+                fontBold.back() = !v || (std::strcmp(v, "0") != 0 && std::strcmp(v, "false") != 0);
+            } else if (section == 2 && n == "xf") {
+                Style s;
+                int f = AttrI(a, "numFmtId", 0);
+                xfFmt.push_back(f);
+                int font = AttrI(a, "fontId", 0);
+                s.bold = font >= 0 && static_cast<size_t>(font) < fontBold.size() && fontBold[static_cast<size_t>(font)];
+                xfs.push_back(s);
+            } else if (section == 2 && n == "alignment" && !xfs.empty()) {
+                std::string hz = AttrS(a, "horizontal");
+                static const std::pair<const char*, HAlign> map[] = {
+                    {"left", HAlign::Left}, {"center", HAlign::Center}, {"right", HAlign::Right},
+                    {"fill", HAlign::Fill}, {"justify", HAlign::Justify},
+                    {"centerContinuous", HAlign::CenterAcross}, {"distributed", HAlign::Distributed}};
+                for (auto& [k, v] : map)
+                    if (hz == k) xfs.back().align = v;
+            }
+        };
+        h.end = [&](std::string_view n) {
+            if (n == "fonts" || n == "cellXfs") section = 0;
+        };
+        if (auto st = ParsePart(zip, im.stylesPart, h, false); !st) return st;
+        for (size_t i = 0; i < xfs.size(); ++i) {
+            int id = xfFmt[i];
+            auto it = fmts.find(id);
+            if (it != fmts.end()) xfs[i].numFmt = it->second == "General" ? "" : it->second;
+            else if (id > 0) {
+                std::string_view b = BuiltinFormat(id);
+                // locale-dependent built-in dates without a fixed code
+                xfs[i].numFmt = !b.empty() ? std::string(b) : IsBuiltinDateId(id) ? "m/d/yyyy" : "";
+            }
+        }
+        im.fontCount = static_cast<int>(fontBold.size());
+        for (size_t i = 0; i < fontBold.size(); ++i)
+            if (fontBold[i]) { im.boldFont = static_cast<int>(i); break; }
+        if (xfs.size() > 65000) xfs.resize(65000);
+        if (resetTable) im.styles.reset(std::move(xfs));
+    }
+    return StatusOk();
+}
+
+
+
+Status WorkbookImpl::readPackage(Workbook& wb, Workbook::Load load) {
+    WorkbookImpl& im = *wb.impl_;
+    const ZipReader& zip = *im.zip;
+    const std::string& file = zip.displayName();
+
+    // Content types
+    {
+        XmlHandler h;
+        h.start = [&](std::string_view n, const char** a) {
+            if (n == "Default") im.ctDefaults[Lower(AttrS(a, "Extension"))] = AttrS(a, "ContentType");
+            else if (n == "Override") {
+                std::string p = AttrS(a, "PartName");
+                if (!p.empty() && p[0] == '/') p.erase(0, 1);
+                im.ctOverrides[Lower(p)] = AttrS(a, "ContentType");
+            }
+        };
+        if (zip.find("[Content_Types].xml") < 0)
+            return ReadFail(file + " is not an .xlsx workbook (it has no [Content_Types].xml).");
+        if (auto st = ParsePart(zip, "[Content_Types].xml", h, true); !st) return st;
+    }
+
+    // Package relationships: the workbook and the properties
+    std::vector<Rel> rels;
+    if (auto st = ReadRels(zip, "", rels); !st) return st;
+    bool haveWorkbook = false;
+    for (auto& r : rels) {
+        if (RelIs(r, "officeDocument") && !r.external) {
+            im.workbookPart = r.target;
+            haveWorkbook = true;
+        } else if (RelIs(r, "core-properties") || r.type.ends_with("/metadata/core-properties")) {
+            im.corePart = r.target;
+        } else if (RelIs(r, "extended-properties")) {
+            im.appPart = r.target;
+        } else {
+            im.keepRootRels.push_back(r);
+        }
+    }
+    if (!haveWorkbook) {
+        if (zip.find("xl/workbook.xml") < 0)
+            return ReadFail(file + " is not an .xlsx workbook (no workbook part).");
+        im.workbookPart = "xl/workbook.xml";
+    }
+
+    // Workbook relationships
+    std::vector<Rel> wbRels;
+    if (auto st = ReadRels(zip, im.workbookPart, wbRels); !st) return st;
+    for (auto& r : wbRels) {
+        if (RelIs(r, "styles")) im.stylesPart = r.target;
+        else if (RelIs(r, "sharedStrings")) im.sstPart = r.target;
+        else if (RelIs(r, "calcChain")) im.sheetParts.push_back(Lower(r.target));
+        else if (RelIs(r, "worksheet") || RelIs(r, "chartsheet") || RelIs(r, "dialogsheet") ||
+                 RelIs(r, "xlMacrosheet")) {
+        } else {
+            im.keepWorkbookRels.push_back(r);
+        }
+    }
+
+    // The workbook: sheets, names, date system, active sheet
+    struct SheetEntry {
+        std::string name, rid;
+        int sheetId;
+    };
+    std::vector<SheetEntry> entries;
+    {
+        DefinedName* cur = nullptr;
+        std::string text;
+        XmlHandler h;
+        h.start = [&](std::string_view n, const char** a) {
+            if (n == "sheet") {
+                entries.push_back(SheetEntry{AttrS(a, "name"), AttrS(a, "id"), AttrI(a, "sheetId")});
+            } else if (n == "workbookPr") {
+                im.date1904 = AttrB(a, "date1904");
+            } else if (n == "workbookView") {
+                wb.active_ = AttrI(a, "activeTab", 0);
+            } else if (n == "definedName") {
+                wb.names_.push_back(DefinedName{AttrS(a, "name"), "", AttrI(a, "localSheetId", -1), AttrB(a, "hidden")});
+                cur = &wb.names_.back();
+                text.clear();
+            }
+        };
+        h.end = [&](std::string_view n) {
+            if (n == "definedName" && cur) {
+                cur->refersTo = "=" + text;
+                cur = nullptr;
+            }
+        };
+        h.text = [&](const char* s, int len) {
+            if (cur) text.append(s, static_cast<size_t>(len));
+        };
+        if (auto st = ParsePart(zip, im.workbookPart, h, true); !st) return st;
+    }
+
+    if (auto st = readStyles(im, true); !st) return st;
+
+    // Shared strings
+    if (!im.sstPart.empty()) {
+        RichText rt;
+        bool inSi = false;
+        XmlHandler h;
+        h.start = [&](std::string_view n, const char**) {
+            if (n == "si") {
+                inSi = true;
+                rt = RichText{};
+            } else if (inSi) {
+                rt.start(n);
+            }
+        };
+        h.end = [&](std::string_view n) {
+            if (n == "si") {
+                inSi = false;
+                im.sst.emplace_back(rt.text.find("_x") != std::string::npos ? Unescape(rt.text, false) : rt.text);
+            } else if (inSi) {
+                rt.end(n);
+            }
+        };
+        h.text = [&](const char* s, int len) {
+            if (inSi) rt.chars(s, len);
+        };
+        if (auto st = ParsePart(zip, im.sstPart, h, false, 2ull << 30); !st) return st;
+    }
+
+    // Document properties
+    if (!im.corePart.empty()) {
+        std::string text;
+        XmlHandler h;
+        h.start = [&](std::string_view, const char**) { text.clear(); };
+        h.end = [&](std::string_view n) {
+            static const std::pair<const char*, const char*> keys[] = {
+                {"creator", "Author"}, {"lastModifiedBy", "Last author"}, {"subject", "Subject"},
+                {"title", "Title"}, {"description", "Comments"}, {"keywords", "Keywords"},
+                {"category", "Category"}, {"created", "Creation date"}, {"modified", "Last save time"}};
+            for (auto& [k, v] : keys)
+                if (n == k) wb.props_[v] = text;
+        };
+        h.text = [&](const char* s, int len) { text.append(s, static_cast<size_t>(len)); };
+        if (auto st = ParsePart(zip, im.corePart, h, false); !st) return st;
+    }
+    if (!im.appPart.empty()) {
+        std::string text;
+        XmlHandler h;
+        h.start = [&](std::string_view, const char**) { text.clear(); };
+        h.end = [&](std::string_view n) {
+            if (n == "Company") wb.props_["Company"] = text;
+            else if (n == "Manager") wb.props_["Manager"] = text;
+        };
+        h.text = [&](const char* s, int len) { text.append(s, static_cast<size_t>(len)); };
+        if (auto st = ParsePart(zip, im.appPart, h, false); !st) return st;
+    }
+
+    // Sheets, in workbook order; chart and macro sheets are not modelled.
+    for (auto& e : entries) {
+        auto rel = std::find_if(wbRels.begin(), wbRels.end(), [&](const Rel& r) { return r.id == e.rid; });
+        if (rel == wbRels.end() || !RelIs(*rel, "worksheet") || rel->external) continue;
+        if (!Workbook::validSheetName(e.name) || wb.sheet(e.name)) {
+            return ReadFail(file + ": the workbook part lists an invalid or repeated sheet name '" + e.name + "'.");
+        }
+        if (zip.find(rel->target) < 0)
+            return ReadFail(file + ": the part '" + rel->target + "' of sheet '" + e.name + "' is missing.");
+        Worksheet* ws = newSheet(wb, e.name, -1);
+        ws->src_ = std::make_unique<SheetSource>();
+        ws->src_->part = rel->target;
+        ws->src_->rels = RelsPartOf(rel->target);
+        ws->src_->sheetId = e.sheetId;
+        std::vector<Rel> srels;
+        if (auto st = ReadRels(zip, rel->target, srels); !st) return st;
+        for (auto& r : srels) {
+            if (r.external) continue;
+            if (RelIs(r, "comments")) ws->src_->comments = r.target;
+            else if (RelIs(r, "vmlDrawing")) ws->src_->vml = r.target;
+        }
+        for (const std::string* p : {&ws->src_->part, &ws->src_->rels, &ws->src_->comments, &ws->src_->vml})
+            if (!p->empty()) im.sheetParts.push_back(Lower(*p));
+        ws->loaded_ = false;
+        ws->dirty_ = false;
+    }
+    if (wb.sheets_.empty()) return ReadFail(file + " holds no worksheet.");
+    wb.active_ = std::clamp(wb.active_, 0, wb.sheetCount() - 1);
+    for (auto& n : wb.names_)
+        if (n.localSheet >= wb.sheetCount()) n.localSheet = -1;
+
+    if (load == Workbook::Load::Full) {
+        for (auto& s : wb.sheets_) {
+            if (auto st = s->load(); !st) return ReadFail(st.failure().text);
+        }
+    }
+    wb.structDirty_ = false;
+    return StatusOk();
+}
+
+// ------------------------------------------------------- the cell scanner
+
+namespace {
+
+// Inflates a part on a second thread, handing over pieces of about 4 MB.
+class Inflater {
+public:
+    Inflater(std::unique_ptr<ZipReader::Stream> s, bool threaded) : s_(std::move(s)), threaded_(threaded) {
+        if (threaded_) th_ = std::thread([this] { run(); });
+    }
+    ~Inflater() {
+        if (threaded_) {
+            {
+                std::lock_guard<std::mutex> l(mu_);
+                stop_ = true;
+            }
+            cv_.notify_all();
+            th_.join();
+        }
+    }
+    // Next piece; empty at the end. False on failure (error()).
+    bool next(std::string& piece) {
+        if (!threaded_) return readPiece(piece);
+        std::unique_lock<std::mutex> l(mu_);
+        cv_.wait(l, [&] { return !q_.empty() || done_; });
+        if (q_.empty()) {
+            piece.clear();
+            return err_.empty();
+        }
+        piece.swap(q_.front());
+        q_.pop_front();
+        cv_.notify_all();
+        return true;
+    }
+    const std::string& error() const { return err_; }
+
+private:
+    static constexpr size_t kPiece = 4 << 20;
+    bool readPiece(std::string& out) {
+        out.resize(kPiece);
+        size_t got = 0;
+        while (got < kPiece) {
+            int64_t n = s_->read(out.data() + got, kPiece - got);
+            if (n < 0) {
+                err_ = s_->error();
+                out.clear();
+                return false;
+            }
+            if (n == 0) break;
+            got += static_cast<size_t>(n);
+        }
+        out.resize(got);
+        return true;
+    }
+    void run() {
+        for (;;) {
+            std::string piece;
+            bool ok = readPiece(piece);
+            std::unique_lock<std::mutex> l(mu_);
+            if (!ok || piece.empty() || stop_) {
+                done_ = true;
+                cv_.notify_all();
+                return;
+            }
+            cv_.wait(l, [&] { return q_.size() < 2 || stop_; });
+            if (stop_) {
+                done_ = true;
+                cv_.notify_all();
+                return;
+            }
+            q_.push_back(std::move(piece));
+            cv_.notify_all();
+        }
+    }
+
+    std::unique_ptr<ZipReader::Stream> s_;
+    bool threaded_;
+    std::thread th_;
+    std::mutex mu_;
+    std::condition_variable cv_;
+    std::deque<std::string> q_;
+    bool done_ = false, stop_ = false;
+    std::string err_;
+};
+
+constexpr size_t kMaxSlots = 32u << 20;  // cells a sparse sheet may allocate beyond its content
+
+struct AttrList {
+    struct A {
+        std::string_view name, value;
+    };
+    A a[16];
+    int n = 0;
+    std::string_view get(std::string_view name) const {
+        for (int i = 0; i < n; ++i)
+            if (a[i].name == name) return a[i].value;
+        return {};
+    }
+    bool has(std::string_view name) const {
+        for (int i = 0; i < n; ++i)
+            if (a[i].name == name) return true;
+        return false;
+    }
+};
+
+class SheetScanner {
+public:
+    SheetScanner(WorkbookImpl& im, Worksheet::Data& d, uint64_t partSize) : im_(im), d_(d), partSize_(partSize) {}
+
+    // Walks [p, end); returns how far it got (an incomplete construct at the
+    // end waits for more input unless last). Sets error_ on failure.
+    size_t feed(const char* begin, const char* end, bool last);
+    const std::string& error() const { return error_; }
+    bool done() const { return done_; }
+    int row() const { return row_; }
+    int col() const { return col_; }
+
+private:
+    bool tag(const char*& p, const char* end, bool last);
+    bool startTag(std::string_view name, const AttrList& at, bool selfClosing);
+    void endTag(std::string_view name);
+    bool commitCell();
+    bool place(int row, int col, Value v, uint16_t style);
+    bool fail(std::string msg) {
+        error_ = std::move(msg);
+        return false;
+    }
+
+    WorkbookImpl& im_;
+    Worksheet::Data& d_;
+    uint64_t partSize_;
+    std::string error_;
+    bool done_ = false;
+    bool inSheetData_ = false, inCell_ = false, inIs_ = false, hasV_ = false;
+    int rph_ = 0;
+    int textTarget_ = 0;  // 1 <v>, 2 <t> inside <is>
+    int row_ = 0, col_ = 0, nextCol_ = 1, rowWidth_ = 0;
+    char type_ = 'n';
+    uint16_t style_ = 0;
+    std::string text_;
+    size_t cells_ = 0;
+};
+
+inline bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+size_t SheetScanner::feed(const char* begin, const char* end, bool last) {
+    const char* p = begin;
+    while (p < end && !done_) {
+        if (*p != '<') {
+            const char* q = static_cast<const char*>(std::memchr(p, '<', static_cast<size_t>(end - p)));
+            if (!q) q = end;
+            if (textTarget_) text_.append(p, static_cast<size_t>(q - p));
+            p = q;
+            continue;
+        }
+        const char* save = p;
+        if (!tag(p, end, last)) {
+            if (!error_.empty()) return static_cast<size_t>(save - begin);
+            // incomplete: wait for more
+            if (last) {
+                error_ = "the XML ends inside a tag";
+            }
+            return static_cast<size_t>(save - begin);
+        }
+    }
+    return static_cast<size_t>(p - begin);
+}
+
+bool SheetScanner::tag(const char*& p, const char* end, bool last) {
+    (void)last;
+    const char* s = p + 1;
+    if (s >= end) return false;
+    if (*s == '!' || *s == '?') {
+        // comment, CDATA, declaration or processing instruction
+        std::string_view rest(s, static_cast<size_t>(end - s));
+        if (rest.starts_with("!--")) {
+            size_t k = rest.find("-->", 3);
+            if (k == std::string_view::npos) return false;
+            p = s + k + 3;
+        } else if (rest.starts_with("![CDATA[")) {
+            size_t k = rest.find("]]>", 8);
+            if (k == std::string_view::npos) return false;
+            if (textTarget_) text_.append(s + 8, k - 8);  // taken as is: no entities inside
+            p = s + k + 3;
+        } else if (rest.size() >= 8 || *s == '?') {
+            const char* q = static_cast<const char*>(std::memchr(s, '>', static_cast<size_t>(end - s)));
+            if (!q) return false;
+            if (*s == '!' && !rest.starts_with("!DOCTYPE")) return fail("unexpected '<!'");
+            p = q + 1;
+        } else {
+            return false;
+        }
+        return true;
+    }
+    bool closing = *s == '/';
+    if (closing) ++s;
+    const char* n0 = s;
+    while (s < end && !IsSpace(*s) && *s != '>' && *s != '/') ++s;
+    if (s >= end) return false;
+    std::string_view name(n0, static_cast<size_t>(s - n0));
+    if (name.empty()) return fail("a tag without a name");
+    size_t colon = name.rfind(':');
+    std::string_view local = colon == std::string_view::npos ? name : name.substr(colon + 1);
+    if (closing) {
+        while (s < end && IsSpace(*s)) ++s;
+        if (s >= end) return false;
+        if (*s != '>') return fail("bad end tag </" + std::string(name) + ">");
+        p = s + 1;
+        endTag(local);
+        return true;
+    }
+    AttrList at;
+    for (;;) {
+        while (s < end && IsSpace(*s)) ++s;
+        if (s >= end) return false;
+        if (*s == '>') {
+            p = s + 1;
+            return startTag(local, at, false);
+        }
+        if (*s == '/') {
+            if (s + 1 >= end) return false;
+            if (s[1] != '>') return fail("bad tag <" + std::string(name) + ">");
+            p = s + 2;
+            if (!startTag(local, at, true)) return false;
+            endTag(local);
+            return true;
+        }
+        const char* a0 = s;
+        while (s < end && *s != '=' && !IsSpace(*s) && *s != '>' && *s != '/') ++s;
+        std::string_view an(a0, static_cast<size_t>(s - a0));
+        while (s < end && IsSpace(*s)) ++s;
+        if (s >= end) return false;
+        if (*s != '=' || an.empty()) return fail("bad attribute in <" + std::string(name) + ">");
+        ++s;
+        while (s < end && IsSpace(*s)) ++s;
+        if (s >= end) return false;
+        char quote = *s;
+        if (quote != '"' && quote != '\'') return fail("unquoted attribute in <" + std::string(name) + ">");
+        const char* v0 = ++s;
+        const char* q = static_cast<const char*>(std::memchr(s, quote, static_cast<size_t>(end - s)));
+        if (!q) return false;
+        if (at.n < 16) at.a[at.n++] = {an, std::string_view(v0, static_cast<size_t>(q - v0))};
+        s = q + 1;
+    }
+}
+
+// "B7" -> row 7, column 2; a bare column gives row 0.
+bool ParseRef(std::string_view r, int& row, int& col) {
+    size_t i = 0;
+    int c = 0;
+    while (i < r.size() && r[i] >= 'A' && r[i] <= 'Z') {
+        c = c * 26 + (r[i] - 'A' + 1);
+        if (++i > 3) return false;
+    }
+    int rr = 0;
+    auto res = std::from_chars(r.data() + i, r.data() + r.size(), rr);
+    if (i == 0 || res.ec != std::errc() || res.ptr != r.data() + r.size()) return false;
+    row = rr;
+    col = c;
+    return c >= 1 && c <= kMaxCols && rr >= 1 && rr <= kMaxRows;
+}
+
+bool SheetScanner::startTag(std::string_view name, const AttrList& at, bool selfClosing) {
+    if (inSheetData_) {
+        if (name == "c") {
+            if (inCell_) return fail("a cell inside a cell");
+            std::string_view r = at.get("r");
+            int rr = row_, cc = nextCol_;
+            if (!r.empty() && !ParseRef(r, rr, cc)) return fail("bad cell reference '" + std::string(r) + "'");
+            if (rr < 1) return fail("a cell outside a row");
+            row_ = rr;
+            col_ = cc;
+            nextCol_ = cc + 1;
+            std::string_view s = at.get("s");
+            style_ = 0;
+            if (!s.empty()) {
+                unsigned v = 0;
+                auto res = std::from_chars(s.data(), s.data() + s.size(), v);
+                if (res.ec == std::errc() && v < im_.styles.size()) style_ = static_cast<uint16_t>(v);
+            }
+            std::string_view t = at.get("t");
+            type_ = t.empty() ? 'n' : t == "s" ? 's' : t == "str" ? 'r' : t == "inlineStr" ? 'i' : t == "b" ? 'b'
+                  : t == "e" ? 'e' : t == "d" ? 'd' : 'n';
+            text_.clear();
+            hasV_ = false;
+            if (selfClosing) {
+                if (style_ && !place(row_, col_, Value(), style_)) return false;
+                return true;
+            }
+            inCell_ = true;
+            return true;
+        }
+        if (name == "v" && inCell_) {
+            textTarget_ = 1;
+            text_.clear();
+            return true;
+        }
+        if (name == "row") {
+            std::string_view r = at.get("r");
+            if (!r.empty()) {
+                int v = 0;
+                auto res = std::from_chars(r.data(), r.data() + r.size(), v);
+                if (res.ec != std::errc() || v < 1 || v > kMaxRows) return fail("bad row number '" + std::string(r) + "'");
+                row_ = v;
+            } else {
+                ++row_;
+                if (row_ > kMaxRows) return fail("too many rows");
+            }
+            nextCol_ = 1;
+            int width = rowWidth_;
+            std::string_view spans = at.get("spans");
+            if (size_t colon = spans.find(':'); colon != std::string_view::npos) {
+                int w = 0;
+                std::from_chars(spans.data() + colon + 1, spans.data() + spans.size(), w);
+                if (w > 0 && w <= kMaxCols) width = w;
+            }
+            if (width > 0 && width <= 1024 && static_cast<size_t>(row_) > d_.rows.size()) {
+                d_.slots += static_cast<size_t>(row_) - d_.rows.size() + static_cast<size_t>(width);
+                if (d_.slots > kMaxSlots + 8 * cells_) return fail("the sheet is too sparse to load (cells far apart)");
+                d_.rows.resize(static_cast<size_t>(row_));
+                d_.rows.back().v.reserve(static_cast<size_t>(width));
+            }
+            return true;
+        }
+        if (name == "is" && inCell_) {
+            inIs_ = true;
+            text_.clear();
+            return true;
+        }
+        if (inIs_) {
+            if (name == "rPh") ++rph_;
+            else if (name == "t" && rph_ == 0) textTarget_ = 2;
+        }
+        return true;
+    }
+    if (name == "sheetData") {
+        if (!selfClosing) inSheetData_ = true;
+        return true;
+    }
+    if (name == "dimension") {
+        std::string_view ref = at.get("ref");
+        size_t colon = ref.find(':');
+        int r = 0, c = 0;
+        if (colon != std::string_view::npos && ParseRef(ref.substr(colon + 1), r, c)) {
+            // trust the claim only as far as the part could hold it
+            size_t cap = static_cast<size_t>(partSize_ / 16);
+            d_.rows.reserve(std::min<size_t>(static_cast<size_t>(r), cap));
+        }
+        return true;
+    }
+    if (name == "hyperlink") {
+        std::string_view loc = at.get("location");
+        std::string_view ref = at.get("ref");
+        int r = 0, c = 0;
+        size_t colon = ref.find(':');
+        if (!loc.empty() && ParseRef(ref.substr(0, colon), r, c)) {
+            d_.links.push_back(Hyperlink{r, c, Unescape(loc), Unescape(at.get("tooltip"))});
+        }
+        return true;
+    }
+    return true;
+}
+
+void SheetScanner::endTag(std::string_view name) {
+    if (!inSheetData_) return;
+    if (name == "v") {
+        if (textTarget_ == 1) hasV_ = true;
+        textTarget_ = 0;
+    } else if (name == "c") {
+        if (inCell_) {
+            inCell_ = false;
+            if (!commitCell()) done_ = true;
+        }
+    } else if (name == "t") {
+        if (textTarget_ == 2) textTarget_ = 0;
+    } else if (name == "rPh") {
+        if (rph_ > 0) --rph_;
+    } else if (name == "is") {
+        inIs_ = false;
+        hasV_ = true;
+        textTarget_ = 0;
+    } else if (name == "row") {
+        if (static_cast<size_t>(row_) <= d_.rows.size()) {
+            rowWidth_ = static_cast<int>(d_.rows[static_cast<size_t>(row_) - 1].v.size());
+        }
+    } else if (name == "sheetData") {
+        inSheetData_ = false;
+    }
+}
+
+bool SheetScanner::place(int row, int col, Value v, uint16_t style) {
+    auto& rows = d_.rows;
+    if (rows.size() < static_cast<size_t>(row)) {
+        d_.slots += static_cast<size_t>(row) - rows.size();
+        if (d_.slots > kMaxSlots + 8 * cells_) return fail("the sheet is too sparse to load (cells far apart)");
+        rows.resize(static_cast<size_t>(row));
+    }
+    Row& r = rows[static_cast<size_t>(row) - 1];
+    size_t c = static_cast<size_t>(col);
+    if (r.v.size() < c) {
+        d_.slots += c - r.v.size();
+        if (d_.slots > kMaxSlots + 8 * cells_) return fail("the sheet is too sparse to load (cells far apart)");
+        r.v.resize(c);
+        if (!r.s.empty()) r.s.resize(c, 0);
+    }
+    ++cells_;
+    r.v[c - 1] = std::move(v);
+    if (style) {
+        if (r.s.empty()) r.s.assign(r.v.size(), 0);
+        r.s[c - 1] = style;
+    }
+    return true;
+}
+
+bool SheetScanner::commitCell() {
+    Value v;
+    auto txt = [&]() {
+        return text_.find_first_of("&_\r") == std::string::npos ? Value(text_) : Value(Unescape(text_));
+    };
+    switch (type_) {
+    case 'n':
+        if (hasV_) {
+            const char* b = text_.data();
+            const char* e = b + text_.size();
+            while (b < e && IsSpace(*b)) ++b;
+            while (e > b && IsSpace(e[-1])) --e;
+            if (b == e) break;
+            double d = 0;
+            auto res = std::from_chars(b, e, d);
+            if (res.ec == std::errc() && res.ptr == e) {
+                v = im_.styles.isDate(style_) ? Value::date(im_.date1904 ? d + 1462 : d) : Value(d);
+            } else {
+                v = txt();  // not a number: keep what the file says
+            }
+        }
+        break;
+    case 's':
+        if (hasV_) {
+            size_t idx = 0;
+            auto res = std::from_chars(text_.data(), text_.data() + text_.size(), idx);
+            if (res.ec != std::errc() || idx >= im_.sst.size())
+                return fail("cell " + CellAddress(row_, col_) + " refers to shared string " + text_ + " of " +
+                            std::to_string(im_.sst.size()));
+            v = im_.sst[idx];
+        }
+        break;
+    case 'r':
+    case 'i':
+        if (hasV_) v = txt();
+        break;
+    case 'b':
+        if (hasV_) v = Value(text_ == "1" || text_ == "true");
+        break;
+    case 'e':
+        if (hasV_) {
+            int32_t code = ErrorCode(text_);
+            v = Value::error(code ? code : xlErrNA);
+        }
+        break;
+    case 'd':
+        if (hasV_) {
+            double serial = 0;
+            if (ParseIsoDate(text_, serial)) v = Value::date(serial);
+            else v = txt();
+        }
+        break;
+    }
+    if (v.isEmpty() && style_ == 0) return true;
+    return place(row_, col_, std::move(v), style_);
+}
+
+// Comment visibility lives in the VML drawing, which Excel does not always
+// write as well-formed XML: a plain text search is what works.
+void ReadVmlVisibility(const std::string& vml, std::map<std::pair<int, int>, Comment>& comments) {
+    size_t pos = 0;
+    while ((pos = vml.find(":ClientData", pos)) != std::string::npos) {
+        size_t end = vml.find(":ClientData>", pos + 11);
+        if (end == std::string::npos) end = vml.size();
+        std::string_view block(vml.data() + pos, end - pos);
+        auto num = [&](std::string_view tag) -> int {
+            size_t k = block.find(tag);
+            if (k == std::string_view::npos) return -1;
+            k += tag.size();
+            while (k < block.size() && IsSpace(block[k])) ++k;
+            int v = -1;
+            std::from_chars(block.data() + k, block.data() + block.size(), v);
+            return v;
+        };
+        int r = num(":Row>"), c = num(":Column>");
+        bool visible = block.find(":Visible") != std::string_view::npos;
+        if (r >= 0 && c >= 0) {
+            auto it = comments.find({r + 1, c + 1});
+            if (it != comments.end()) it->second.visible = visible;
+        }
+        pos = end + 1;
+    }
+}
+
+}  // namespace
+
+Status WorkbookImpl::loadSheet(Workbook& wb, Worksheet& ws) {
+    WorkbookImpl& im = *wb.impl_;
+    const ZipReader& zip = *im.zip;
+    const std::string& part = ws.src_->part;
+    auto fail = [&](const std::string& what) {
+        return ReadFail(zip.displayName() + ": sheet '" + ws.name() + "' (part '" + part + "'): " + what);
+    };
+    auto data = std::make_unique<Worksheet::Data>();
+    {
+        auto st = zip.openStream(part);
+        if (!st) return ReadFail(st.failure().text);
+        uint64_t size = (*st)->declaredSize();
+        Inflater inf(std::move(*st), size > (8u << 20));
+        SheetScanner sc(im, *data, size);
+        std::string buf, piece;
+        size_t line = 1;
+        for (;;) {
+            if (!inf.next(piece)) return ReadFail(inf.error());
+            bool last = piece.empty();
+            buf += piece;
+            size_t upto = buf.size();
+            if (!last) {
+                size_t gt = buf.rfind('>');
+                if (gt == std::string::npos) continue;
+                upto = gt + 1;
+            }
+            size_t used = sc.feed(buf.data(), buf.data() + upto, last);
+            auto lines = [&](size_t n) {
+                for (const char* q = buf.data(); (q = static_cast<const char*>(std::memchr(q, '\n', static_cast<size_t>(buf.data() + n - q)))); ++q)
+                    ++line;
+            };
+            if (!sc.error().empty()) {
+                lines(used);
+                return fail("malformed XML at line " + std::to_string(line) + " near cell " +
+                            CellAddress(std::max(1, sc.row()), std::max(1, sc.col())) + ": " + sc.error() + ".");
+            }
+            lines(used);
+            buf.erase(0, used);
+            if (last || sc.done()) {
+                if (!buf.empty() && buf.find_first_not_of(" \t\r\n") != std::string::npos && !sc.done())
+                    return fail("malformed XML at line " + std::to_string(line) + ": the part ends early.");
+                break;
+            }
+            if (buf.size() > (64u << 20))
+                return fail("malformed XML at line " + std::to_string(line) + ": a tag or text longer than 64 MB.");
+        }
+    }
+    // Comments and their visibility
+    if (!ws.src_->comments.empty() && zip.find(ws.src_->comments) >= 0) {
+        std::vector<std::string> authors;
+        std::string author;
+        bool inAuthor = false, inComment = false;
+        RichText rt;
+        Comment cur;
+        XmlHandler h;
+        h.start = [&](std::string_view n, const char** a) {
+            if (n == "author") {
+                inAuthor = true;
+                author.clear();
+            } else if (n == "comment") {
+                int r = 0, c = 0;
+                if (ParseCellRef(AttrS(a, "ref"), r, c)) {
+                    inComment = true;
+                    rt = RichText{};
+                    cur = Comment{};
+                    cur.row = r;
+                    cur.col = c;
+                    size_t id = static_cast<size_t>(AttrI(a, "authorId", 0));
+                    if (id < authors.size()) cur.author = authors[id];
+                }
+            } else if (inComment) {
+                rt.start(n);
+            }
+        };
+        h.end = [&](std::string_view n) {
+            if (n == "author") {
+                inAuthor = false;
+                authors.push_back(author);
+            } else if (n == "comment" && inComment) {
+                inComment = false;
+                cur.text = rt.text.find("_x") != std::string::npos ? Unescape(rt.text, false) : rt.text;
+                data->comments[{cur.row, cur.col}] = cur;
+            } else if (inComment) {
+                rt.end(n);
+            }
+        };
+        h.text = [&](const char* s, int len) {
+            if (inAuthor) author.append(s, static_cast<size_t>(len));
+            else if (inComment) rt.chars(s, len);
+        };
+        if (auto st = ParsePart(zip, ws.src_->comments, h, false); !st) return st;
+        if (!ws.src_->vml.empty() && zip.find(ws.src_->vml) >= 0) {
+            std::string vml;
+            if (auto st = zip.readAll(ws.src_->vml, vml, 256ull << 20); !st) return ReadFail(st.failure().text);
+            ReadVmlVisibility(vml, data->comments);
+        }
+    }
+    ws.d_ = std::move(data);
+    return StatusOk();
+}
+
+}  // namespace zorv
