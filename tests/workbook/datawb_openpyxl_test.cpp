@@ -1,0 +1,98 @@
+// A data workbook written by SaveData, read by a real spreadsheet library
+// (Debian's python3-openpyxl): sheets in order, cells, hidden comments,
+// defined names, document properties.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "app/report.h"
+#include "workbook/data_workbook.h"
+#include "workbook/data_workbook_sample.h"
+
+namespace fs = std::filesystem;
+using namespace zorv;
+
+namespace {
+const char* kScript = R"PY(
+import sys, zipfile, openpyxl
+path = sys.argv[1]
+wb = openpyxl.load_workbook(path)
+def check(cond, what):
+    if not cond:
+        print("FAIL:", what); sys.exit(1)
+check(wb.sheetnames == ["Sites", "Information", "OpenPy", "Excluded"], "sheet order %r" % wb.sheetnames)
+d = wb["OpenPy"]
+check([c.value for c in d[1]][1:8] == ["Wafer", "Test", "Diex", "Diey", "X_reg", "Y_reg", "Mean"], "data header")
+check(d["B2"].value == 1 and d["C2"].value == 1 and d["D2"].value == -1 and d["E2"].value == -1, "row 2 ids")
+check(abs(d["F2"].value - float(sys.argv[2])) < 1e-12, "F2 %r" % d["F2"].value)
+check(d["F3"].value is None, "blank value stays blank")
+check(d.max_row == 1 + 2 * 9 * 4, "rows %d" % d.max_row)
+check(d["A1"].comment is not None and d["A1"].comment.text == "DATASHEET", "A1 comment")
+check(d["A2"].comment is not None and d["A2"].comment.text == "OpenPy", "A2 comment")
+s = wb["Sites"]
+check([c.value for c in s[1]][:6] == ["Sites", "X_DIE_SIZE", "Y_DIE_SIZE", "TEST", "X_LOC", "Y_LOC"], "sites header")
+check(s["B2"].value == 26 and s["E2"].value == -1 and s["F2"].value == 1, "site 1")
+i = wb["Information"]
+keys = [i.cell(row=r, column=1).value for r in range(1, 48)]
+check(keys[0] == "Data Type" and keys[46] == "WaferSize" and len(set(keys)) == 47, "47 keys")
+check(i["B1"].value == "Overlay", "data type word")
+check(i["B36"].value == "Scanner", "tool type word")
+check(i["A1"].font.b, "row 1 bold")
+check(i["B20"].number_format == "d-mmm-yy", "date format")
+check(i["B24"].number_format == "hh:mm:ss", "time format")
+check(i["E1"].value == "Summary" and i["E3"].value == "Count", "summary at E2")
+e = wb["Excluded"]
+check(e["A1"].value == "Excluded Data Values for: OpenPy", "excluded title")
+# CR is written escaped as _x000D_, as Excel writes it; openpyxl leaves the escape
+check(e["A2"].value in ("Orig.\r\nRow", "Orig._x000D_\nRow"), "excluded header %r" % e["A2"].value)
+names = {n.name: n.attr_text for n in wb.defined_names.definedName}
+check(names.get("X_reg") == "OpenPy!$F$2:$F$73", "name X_reg %r" % names)
+check(d["F2"].number_format == "##0.000", "named range format")
+p = wb.properties
+check(p.creator == "Zorv Wavefront Engineering ver: 5.1.0", "author")
+check(p.lastModifiedBy == "Zorv Wavefront Engineering ver: 5.1.0", "last author")
+check(p.subject == "Zorv Wavefront Analysis Data", "subject")
+z = zipfile.ZipFile(path)
+app = z.read("docProps/app.xml").decode()
+check("<Company>Palvex</Company>" in app, "company")
+vml = [n for n in z.namelist() if n.endswith(".vml")]
+check(vml, "comment drawing present")
+for n in vml:
+    t = z.read(n).decode()
+    check("<x:Visible" not in t, "comments hidden")
+print("OK")
+)PY";
+}  // namespace
+
+TEST(DataWorkbookOpenpyxl, SaveDataWorkbookReadsBackInOpenpyxl) {
+    if (!fs::exists("/usr/bin/python3")) GTEST_SKIP() << "no /usr/bin/python3";
+    if (std::system("/usr/bin/python3 -c 'import openpyxl' 2>/dev/null") != 0) GTEST_SKIP() << "no openpyxl";
+    fs::path dir = fs::path(ZORV_TEST_TMP) / "datawb_openpyxl";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    StreamReporter quiet(stderr);
+    SetReporter(&quiet);
+    SampleSpec spec;
+    spec.dataTable = "OpenPy";
+    spec.workbookPath = (dir / "OpenPy.xlsx").string();
+    spec.blankEvery = 2;
+    spec.excludedRows = 3;
+    SampleTables t = MakeSampleTables(spec);
+    std::string saved;
+    ASSERT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
+    Workbooks::CloseAll();
+    SetReporter(nullptr);
+    fs::path script = dir / "check.py";
+    std::ofstream(script) << kScript;
+    char f2[64];
+    std::snprintf(f2, sizeof f2, "%.17g", SampleValue(1, -1, -1, 1, 0));
+    std::string cmd = "/usr/bin/python3 " + script.string() + " " + saved + " " + f2 + " > " +
+                      (dir / "out.txt").string() + " 2>&1";
+    int rc = std::system(cmd.c_str());
+    std::ifstream in(dir / "out.txt");
+    std::string out((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(rc, 0) << out;
+    EXPECT_NE(out.find("OK"), std::string::npos) << out;
+}

@@ -1,0 +1,475 @@
+// Data workbook: SaveData then GetExcelWBLot against the tables that made the
+// workbook, the loader's edge rules, bad input, naming, SaveArray and Index.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "app/report.h"
+#include "app/strings.h"
+#include "lot/lot.h"
+#include "workbook/data_workbook.h"
+#include "workbook/data_workbook_sample.h"
+#include "workbook/workbook_ops.h"
+
+namespace fs = std::filesystem;
+using namespace zorv;
+
+namespace {
+
+class CaptureReporter : public Reporter {
+public:
+    int showBox(const std::string& message, int flags, const std::string&) override {
+        boxes.push_back(message);
+        this->flags.push_back(flags);
+        return answer;
+    }
+    std::vector<std::string> boxes;
+    std::vector<int> flags;
+    int answer = vbNo;
+};
+
+class DataWorkbook : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = fs::path(ZORV_TEST_TMP) / ("datawb_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        SetReporter(&rep);
+        Workbooks::CloseAll();
+    }
+    void TearDown() override {
+        Workbooks::CloseAll();
+        SetReporter(nullptr);
+    }
+    std::string save(SampleSpec spec, const std::string& name = "Lot1") {
+        spec.dataTable = name;
+        spec.workbookPath = (dir / (name + ".xlsx")).string();
+        SampleTables t = MakeSampleTables(spec);
+        return saveTables(t, spec.workbookPath);
+    }
+    std::string saveTables(SampleTables& t, const std::string& path) {
+        t.information(infoWorkBookPath, 1) = path;
+        std::string saved;
+        EXPECT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1) << Boxes();
+        Workbooks::CloseAll();  // the loader reads the file, not the open copy
+        return saved;
+    }
+    std::string Boxes() const {
+        std::string s;
+        for (const auto& b : rep.boxes) s += b + "\n";
+        return s;
+    }
+    fs::path dir;
+    CaptureReporter rep;
+};
+
+struct PointRef {
+    cWafer* w;
+    cField* f;
+    cSite* s;
+    cPoint* p;
+};
+std::vector<PointRef> AllPoints(const cLot& lot) {
+    std::vector<PointRef> out;
+    for (cWafer* w : lot.Wafers())
+        for (cField* f : w->Fields())
+            for (cSite* s : f->sites())
+                for (cPoint* p : s->Points()) out.push_back({w, f, s, p});
+    return out;
+}
+
+std::string ReadBytes(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+}  // namespace
+
+TEST_F(DataWorkbook, RoundTripGivesTheLotTheTablesDescribe) {
+    SampleSpec spec;
+    spec.wafers = 3;
+    spec.fieldsX = 4;
+    spec.fieldsY = 3;
+    spec.sitesX = 3;
+    spec.sitesY = 2;
+    spec.values = 5;
+    spec.blankEvery = 7;
+    spec.families = "Iso,Dense,Via";
+    std::string path = save(spec);
+    std::shared_ptr<cLot> lot;
+    WBLotTables t;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << Boxes();
+    EXPECT_TRUE(rep.boxes.empty()) << Boxes();
+    const cLot& L = *lot;
+    EXPECT_EQ(L.DataSource(), 1);
+    EXPECT_FALSE(L.LineWidthType);
+    EXPECT_EQ(L.LotName, "Lot1");
+    EXPECT_EQ(L.MetrologyTool, "SampleTool 9000");
+    EXPECT_EQ(L.DateMeasured, "2026-11-02");
+    EXPECT_EQ(L.TimeMeasured, "10:30:00");
+    EXPECT_EQ(L.ValueV_Name, "X_reg");
+    EXPECT_EQ(L.ValueH_Name, "Y_reg");
+    EXPECT_EQ(L.valueZ_Name, "Mean");
+    EXPECT_EQ(L.Slope_Name, "Slope");
+    EXPECT_EQ(L.Pitch_Name, "Pitch");
+    EXPECT_EQ(L.ValueV_Units, eUnitsNm);
+    EXPECT_EQ(L.ValueZ_units, eUnitsMicron);
+    EXPECT_FLOAT_EQ(L.DieSizeX, 26000);
+    EXPECT_FLOAT_EQ(L.DieSizeY, 33000);
+    EXPECT_FLOAT_EQ(L.DieXarray, -0.5f);  // even field count: the grid is centred between fields
+    EXPECT_EQ(L.Wafers().Count(), 3);
+    EXPECT_EQ(L.Wafers().At(1)->KeyName, "W1");
+    EXPECT_EQ(L.Wafers().At(1)->Fields().Count(), 12);
+    EXPECT_FLOAT_EQ(L.DieXmin, -1);
+    EXPECT_FLOAT_EQ(L.DieXmax, 2);
+    // Families: three names round-robin over six sites, counted per site made.
+    ASSERT_EQ(L.FamilyNames.rowUb(), 3);
+    EXPECT_EQ(L.FamilyNames(2, 1).toString(), "Dense");
+    EXPECT_EQ(L.FamilyNames(2, 2).toLong(), 3 * 12 * 2);
+
+    std::vector<PointRef> pts = AllPoints(L);
+    ASSERT_EQ(pts.size(), 3u * 12 * 6);
+    long row = 0, blanks = 0;
+    for (const PointRef& r : pts) {
+        ++row;  // the walk is in row order: wafers, fields, sites as written
+        int w = std::stoi(r.w->KeyName.substr(1));
+        int dx = static_cast<int>(r.f->DieX), dy = static_cast<int>(r.f->DieY);
+        int s = r.s->NumberKey();
+        double x, y;
+        SampleSiteXY(spec, s, x, y);
+        EXPECT_NEAR(r.s->LocationX, x * 1000, 1e-3);
+        EXPECT_NEAR(r.s->LocationY, y * 1000, 1e-3);
+        EXPECT_NEAR(r.f->LocationX, dx * 26000.0, 1e-3);
+        float* slots[] = {&r.p->ValueV, &r.p->ValueH, &r.p->ValueZ, &r.p->Slope, &r.p->Pitch};
+        for (int j = 0; j < 5; ++j) {
+            if (j == 0 && row % spec.blankEvery == 0) {
+                EXPECT_EQ(*slots[0], -999.9f);
+                ++blanks;
+                continue;
+            }
+            EXPECT_NEAR(*slots[j], static_cast<float>(SampleValue(w, dx, dy, s, j) * 1000), 0.01)
+                << "row " << row << " value " << j;
+        }
+        EXPECT_EQ(r.p->ValueA, -999.9f);  // no sixth column
+        // the site's absolute position: field centre plus site
+        EXPECT_NEAR(r.s->LocationXabs, dx * 26000.0 - 0.5 * 26000 + 13000 + x * 1000, 0.05);
+    }
+    EXPECT_EQ(blanks, static_cast<long>(pts.size()) / spec.blankEvery);
+    // Information comes back as the key table.
+    ASSERT_TRUE(t.information.isArray());
+    EXPECT_EQ(t.information(1, 1).toString(), "Data Type");
+    EXPECT_EQ(t.information(1, 2).toString(), "Overlay");
+    EXPECT_EQ(t.information(infoExposureToolType, 2).toString(), "Scanner");
+}
+
+TEST_F(DataWorkbook, DerivedZAndFieldExposureRunningOn) {
+    SampleSpec spec;
+    spec.values = 2;  // V and H only
+    spec.wafers = 1;
+    std::string path = save(spec, "Overlay2");
+    std::shared_ptr<cLot> lot;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
+    EXPECT_EQ(lot->valueZ_Name, "Length");
+    for (const PointRef& r : AllPoints(*lot))
+        EXPECT_NEAR(r.p->ValueZ, std::hypot(r.p->ValueV, r.p->ValueH), 1e-2);
+    // Focus and dose count the fields on from the value loop's end (2 values + 1).
+    int k = 3;
+    for (cField* f : lot->Wafers().At(1)->Fields()) {
+        EXPECT_NEAR(f->Focus, -0.2 + k * 0.05, 1e-6);
+        EXPECT_NEAR(f->Dose, 20 + k * 0.5, 1e-5);
+        EXPECT_NEAR(f->NA, 0.75, 1e-7);
+        ++k;
+    }
+
+    spec.dataType = 4;  // focus: Z is the mean, named "Mean"
+    path = save(spec, "Focus2");
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
+    EXPECT_EQ(lot->DataSource(), 4);
+    EXPECT_EQ(lot->valueZ_Name, "Mean");
+    for (const PointRef& r : AllPoints(*lot))
+        EXPECT_NEAR(r.p->ValueZ, (r.p->ValueV + r.p->ValueH) / 2, 1e-2);
+}
+
+TEST_F(DataWorkbook, WaferSizeGivenOrEstimated) {
+    SampleSpec spec;
+    spec.wafers = 1;
+    spec.waferSizeMm = 150;
+    std::shared_ptr<cLot> lot;
+    ASSERT_EQ(GetExcelWBLot(save(spec, "Given150"), "", lot), 1) << Boxes();
+    EXPECT_FLOAT_EQ(lot->WaferSize, 150000);
+    EXPECT_FLOAT_EQ(lot->CullRadiusSetting, 75000);
+    // No size: 5 fields of 33 mm, range 4 plus three dies = 231 mm -> 300 mm.
+    spec.waferSizeMm = 0;
+    spec.fieldsX = spec.fieldsY = 5;
+    ASSERT_EQ(GetExcelWBLot(save(spec, "Estimated"), "", lot), 1) << Boxes();
+    EXPECT_FLOAT_EQ(lot->WaferSize, 300000);
+}
+
+TEST_F(DataWorkbook, RowsSkippedSilentlyAndFiveEmptyWaferNamesStop) {
+    SampleSpec spec;
+    spec.wafers = 2;
+    SampleTables t = MakeSampleTables(spec);
+    const int rows = t.data.rowUb();  // 72
+    t.data(3, 2) = static_cast<int32_t>(99);  // beyond the Sites table: left out
+    t.data(4, 3) = "x";                       // DieX not numeric: left out
+    for (int r = 40; r < 45; ++r) t.data(r, 1) = Value();  // five rows with no wafer
+    std::string path = saveTables(t, (dir / "Stops.xlsx").string());
+    std::shared_ptr<cLot> lot;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
+    EXPECT_TRUE(rep.boxes.empty()) << Boxes();
+    EXPECT_EQ(AllPoints(*lot).size(), 39u - 2);  // rows 1..39 less the two skipped
+    EXPECT_LT(AllPoints(*lot).size(), static_cast<size_t>(rows));
+    // Four empty names in a row do not stop it.
+    SampleTables u = MakeSampleTables(spec);
+    for (int r = 40; r < 44; ++r) u.data(r, 1) = Value();
+    path = saveTables(u, (dir / "Four.xlsx").string());
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
+    EXPECT_EQ(AllPoints(*lot).size(), static_cast<size_t>(rows - 4));
+}
+
+TEST_F(DataWorkbook, NoWaferHeaderShiftsTheColumns) {
+    SampleSpec spec;
+    spec.wafers = 2;
+    SampleTables t = MakeSampleTables(spec);
+    // Wafer names in column A without a header, Test in B: one column left.
+    Datam d(t.data.rowUb(), t.data.colUb() - 1, 0, 0);
+    for (int r = 0; r <= d.rowUb(); ++r)
+        for (int c = 0; c <= d.colUb(); ++c) d(r, c) = t.data(r, c + 1);
+    d(0, 0) = Value();
+    t.data = d;
+    std::string path = saveTables(t, (dir / "Shifted.xlsx").string());
+    std::shared_ptr<cLot> lot;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
+    EXPECT_EQ(lot->Wafers().Count(), 2);
+    EXPECT_EQ(lot->ValueV_Name, "X_reg");
+    std::vector<PointRef> pts = AllPoints(*lot);
+    ASSERT_EQ(pts.size(), 72u);
+    EXPECT_NEAR(pts[5].p->ValueH,
+                SampleValue(1, static_cast<int>(pts[5].f->DieX), static_cast<int>(pts[5].f->DieY),
+                            pts[5].s->NumberKey(), 1) * 1000, 0.01);
+}
+
+TEST_F(DataWorkbook, LongNameIsCutAndFoundAgain) {
+    SampleSpec spec;
+    spec.wafers = 1;
+    const std::string name = "A_very_long_lot_name_of_forty_chars_1234";
+    ASSERT_EQ(name.size(), 40u);
+    std::string path = save(spec, name);
+    {
+        Result<WorkbookPtr> wb = Workbook::open(path);
+        ASSERT_TRUE(wb.ok());
+        EXPECT_TRUE((*wb)->sheet(name.substr(0, 31)) != nullptr);
+    }
+    std::shared_ptr<cLot> lot;
+    WBLotTables t;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << Boxes();
+    EXPECT_EQ(t.sheetName, name.substr(0, 31));
+    EXPECT_EQ(AllPoints(*lot).size(), 36u);
+}
+
+TEST_F(DataWorkbook, BadInputGivesItsMessageAndLeavesTheFile) {
+    SampleSpec spec;
+    spec.wafers = 1;
+    std::string good = save(spec, "Good");
+    std::string goodBytes = ReadBytes(good);
+
+    struct Case {
+        std::string file;
+        std::string bytes;
+        std::string expect;  // part of the message
+    };
+    std::vector<Case> cases;
+    cases.push_back({"NotAWorkbook.xlsx", "Wafer,Test,Diex,Diey\n1,1,0,0\n", ""});
+    cases.push_back({"Truncated.xlsx", goodBytes.substr(0, goodBytes.size() / 2), ""});
+    {
+        // Without "Sites" and with an empty data sheet, made through the store.
+        auto wb = Workbook::open(good);
+        ASSERT_TRUE(wb.ok());
+        (*wb)->removeSheet("Sites");
+        ASSERT_TRUE((*wb)->saveAs((dir / "NoSites.xlsx").string()).ok());
+        cases.push_back({"NoSites.xlsx", "", LoadResString(resNoSitesSheet)});
+        auto wb2 = Workbook::open(good);
+        ASSERT_TRUE(wb2.ok());
+        (*wb2)->sheet("Good")->clear();
+        (*wb2)->sheet("Good")->clearComments();
+        ASSERT_TRUE((*wb2)->saveAs((dir / "EmptyData.xlsx").string()).ok());
+        cases.push_back({"EmptyData.xlsx", "", LoadResString(resNoDataRows)});
+        auto wb3 = Workbook::open(good);
+        ASSERT_TRUE(wb3.ok());
+        (*wb3)->sheet("Sites")->clear();
+        ASSERT_TRUE((*wb3)->saveAs((dir / "EmptySites.xlsx").string()).ok());
+        cases.push_back({"EmptySites.xlsx", "", LoadResString(resSitesSheetEmpty)});
+    }
+    for (Case& c : cases) {
+        std::string path = (dir / c.file).string();
+        if (!c.bytes.empty()) {
+            std::ofstream(path, std::ios::binary) << c.bytes;
+        }
+        std::string before = ReadBytes(path);
+        auto mtime = fs::last_write_time(path);
+        rep.boxes.clear();
+        std::shared_ptr<cLot> lot;
+        EXPECT_LT(GetExcelWBLot(path, "", lot), 1) << c.file;
+        ASSERT_FALSE(rep.boxes.empty()) << c.file;
+        EXPECT_NE(rep.boxes.back().find("chk:"), std::string::npos) << rep.boxes.back();
+        const std::string want = c.expect.empty() ? c.file : c.expect;
+        EXPECT_NE(Boxes().find(want), std::string::npos) << c.file << ": " << Boxes();
+        EXPECT_EQ(ReadBytes(path), before) << c.file;
+        EXPECT_EQ(fs::last_write_time(path), mtime) << c.file;
+        Workbooks::CloseAll();
+    }
+    rep.boxes.clear();
+    std::shared_ptr<cLot> lot;
+    EXPECT_LT(GetExcelWBLot((dir / "Missing.xlsx").string(), "", lot), 1);
+    EXPECT_NE(Boxes().find("Cannot find file: "), std::string::npos);
+    EXPECT_EQ(ReadBytes(good), goodBytes);
+}
+
+TEST_F(DataWorkbook, SaveDataRefusesAnEmptyTable) {
+    Datam empty(0, 5, 0, 0);
+    EXPECT_EQ(SaveData(empty, Datam(), Datam(), Datam()), -1);
+    EXPECT_NE(Boxes().find("No rows in data matrix as provided."), std::string::npos);
+}
+
+TEST_F(DataWorkbook, NamingRules) {
+    EXPECT_EQ(FixSheetName("Lot[3]: a*b?.xls.xls"), "Lot(3) axb");
+    EXPECT_EQ(FixSheetName("dir/file\\x..y"), "dir_file_x.y");
+    std::string forty(40, 'n');
+    EXPECT_EQ(FixSheetName(forty).size(), 31u);
+    auto wb = Workbook::create((dir / "Names.xlsx").string());
+    ASSERT_TRUE(wb->addSheet(FixWorkSheetName(wb.get(), forty)));
+    std::string second = FixWorkSheetName(wb.get(), forty);
+    EXPECT_EQ(second, std::string(29, 'n') + "_1");
+    EXPECT_EQ(FixWorkSheetName(wb.get(), "a.b/c\\d?e*:f;g[h]"), "abcdefg_h_");
+    EXPECT_EQ(FixWorkbookPathName("/tmp/x y/Lot[1]?.xlsx"), "/tmp/x y/Lot_1_.xlsx");
+}
+
+TEST_F(DataWorkbook, SaveArrayAndIndex) {
+    SampleSpec spec;
+    spec.wafers = 1;
+    std::string path = save(spec, "Indexed");
+    WorkbookPtr wb;
+    Worksheet* ws = nullptr;
+    ASSERT_EQ(OpenExcelWorksheet(path, wb, &ws, false), 1);
+    Datam result(3, 2, 0, 0);
+    result(0, 0) = "Wafer";
+    result(0, 1) = "Mean";
+    result(1, 0) = "W1";
+    result(1, 1) = 1.23456789;
+    SaveArrayOptions o;
+    o.dataSheet = true;
+    o.fileName = "Indexed";
+    ASSERT_EQ(SaveArray(result, "My Result", wb.get(), o), 1) << Boxes();
+    ASSERT_EQ(AddIndexItem(wb.get(), "MyResult", "Statistics", Value("2026-11-03 08:00:00")), 1) << Boxes();
+    Workbooks::CloseAll();
+
+    auto back = Workbook::open(path);
+    ASSERT_TRUE(back.ok());
+    Workbook& b = **back;
+    Worksheet* r = b.sheet("MyResult");  // spaces taken out
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->numberFormat(2, 2), "0.0000");
+    EXPECT_DOUBLE_EQ(r->cell(2, 2).toDouble(), 1.23456789);
+    ASSERT_TRUE(r->comment(1, 1));
+    EXPECT_EQ(r->comment(1, 1)->text, "DATASHEET");
+    EXPECT_FALSE(r->comment(1, 1)->visible);
+    EXPECT_EQ(r->comment(2, 1)->text, "Indexed");
+    Worksheet* ix = b.sheet("Index");
+    ASSERT_TRUE(ix);
+    EXPECT_LT(ix->index(), b.sheet("Sites")->index());
+    EXPECT_EQ(ix->cell(1, 1).toString(), "Index of Data SpreadSheets");
+    EXPECT_EQ(ix->cell(3, 1).toString(), "MyResult");
+    EXPECT_EQ(ix->cell(3, 3).toString(), "Statistics");
+    std::vector<Hyperlink> links = ix->hyperlinks();
+    ASSERT_EQ(links.size(), 1u);
+    EXPECT_EQ(links[0].location, "'MyResult'!A1");
+    EXPECT_EQ(b.property("Subject"), "Zorv Wavefront Analysis Data");
+}
+
+TEST_F(DataWorkbook, GeometryHelpers) {
+    Datam none(0, 5, 0, 0);
+    double sx = 0, sy = 0, stx = 0, sty = 0;
+    EXPECT_EQ(FindFieldSize(none, sx, sy, stx, sty, false), -1);
+    EXPECT_NE(Boxes().find("No site information in data."), std::string::npos);
+    Datam three = Datam::fromRows({{}, {0, 0, 0, 1, 1.0, 1.0}, {0, 0, 0, 2, 2.0, 1.0}, {0, 0, 0, 3, 3.0, 1.0}});
+    EXPECT_EQ(FindFieldSize(three, sx, sy, stx, sty, false), 1);
+    EXPECT_EQ(sx, 24);
+    EXPECT_EQ(sy, 36);
+
+    // DieX 1..5, DieY 2..3: the grid moves to -2..2 and -1..0 with arrays -0.5 and 0.
+    Datam data(10, 5, 0, 0);
+    for (int r = 1; r <= 10; ++r) {
+        data(r, 3) = static_cast<int32_t>(1 + (r - 1) % 5);
+        data(r, 4) = static_cast<int32_t>(2 + (r - 1) / 5);
+    }
+    auto lot = cLot::create();
+    ASSERT_EQ(CenterWaferGrid(data, true, lot.get()), 1);
+    EXPECT_EQ(data(1, 3).toLong(), -2);
+    EXPECT_EQ(data(5, 3).toLong(), 2);
+    EXPECT_EQ(data(1, 4).toLong(), -1);
+    EXPECT_FLOAT_EQ(lot->DieXarray, -0.5f);
+    EXPECT_FLOAT_EQ(lot->DieYarray, -0.0f);
+
+    Datam sites = Datam::fromRows({{}, {0, 0, 0, 1, 1.0, 2.0}, {0, 0, 0, 2, 3.0, 4.0}});
+    double ox = 0, oy = 0;
+    ASSERT_EQ(CenterFieldSites(sites, ox, oy, false, lot.get()), 1);
+    EXPECT_DOUBLE_EQ(ox, -2);
+    EXPECT_DOUBLE_EQ(oy, -3);
+    EXPECT_FLOAT_EQ(lot->SiteXoffset, -2000);
+
+    int row = 0, col = 0;
+    EXPECT_EQ(FindFirstRow(Datam(), row, col, "x"), -1);
+    EXPECT_NE(Boxes().find("Input matrix is not an array."), std::string::npos);
+    Datam t = Datam::fromRows({{"a", Value::error(2042), "Data type"}, {"DATA TYPE", 1, 2}});
+    EXPECT_EQ(FindFirstRow(t, row, col, "data TYPE"), 0);
+    EXPECT_EQ(col, 2);
+}
+
+TEST_F(DataWorkbook, LayoutTablesAreRead) {
+    SampleSpec spec;
+    spec.wafers = 2;
+    std::string path = save(spec, "WithLayout");
+    {
+        auto wb = Workbook::open(path);
+        ASSERT_TRUE(wb.ok());
+        Worksheet* l = (*wb)->addSheet("Layout");
+        Datam fp = Datam::fromRows({{"Wafer", "Field", "Diex", "Diey", "Focus", "Dose", "NA", "PCinner"},
+                                    {"W1", 1, -1, -1, -0.1, 20, 0.75, 0.5},
+                                    {"W1", 2, 0, -1, 0.0, 21, 0.75, 0.5}},
+                                   1, 1);
+        l->setRange(3, 2, fp);
+        Datam vars = Datam::fromRows({{"Wafer", "Variable", "DieXo", "DieYo", "InitialValue", "Step", "Meander"},
+                                      {"", "Focus", -1, -1, -0.1, 0.05, "Serpentine"},
+                                      {"W2", "Dose", 0, 0, 20, 0.5, "Constant"}},
+                                     1, 1);
+        l->setRange(3, 12, vars);
+        ASSERT_TRUE((*wb)->save().ok());
+    }
+    std::shared_ptr<cLot> lot;
+    WBLotTables t;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << Boxes();
+    ASSERT_TRUE(t.layoutSetup.isArray());
+    EXPECT_EQ(t.layoutSetup.rowUb(), 2);
+    EXPECT_EQ(t.layoutSetup(0, 10).toString(), "ScanDirection");
+    EXPECT_DOUBLE_EQ(t.layoutSetup(2, 6).toDouble(), 21);
+    ASSERT_TRUE(t.layoutValues.isArray());
+    EXPECT_EQ(t.layoutValues.rowUb(), 2);
+    // The row with no wafer applies to every wafer, the "W2" row to W2 only.
+    cWafer* w1 = lot->Wafers().Item("W1");
+    cWafer* w2 = lot->Wafers().Item("W2");
+    ASSERT_TRUE(w1 && w2);
+    EXPECT_EQ(w1->Layouts.size(), 1u);
+    ASSERT_EQ(w2->Layouts.size(), 2u);
+    EXPECT_EQ(w2->Layouts[1].VariableName, "Dose");
+    EXPECT_FLOAT_EQ(w2->Layouts[1].InitialValue, 20);
+    EXPECT_EQ(w1->Layouts[0].Meander, "Serpentine");
+}
