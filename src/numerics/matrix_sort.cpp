@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
 
 #include "app/proc.h"
 #include "app/report.h"
@@ -164,87 +165,124 @@ struct RadixItem {
 
 // Stable LSD radix sort on 11-bit digits; digits that are the same in every
 // key are skipped.
-void RadixSort(std::vector<RadixItem>& items) {
+void RadixSort(RadixItem* items, size_t n, std::vector<RadixItem>& tmp) {
     constexpr int kBits = 11, kPasses = 6;
     constexpr size_t kBuckets = size_t(1) << kBits;
-    const size_t n = items.size();
     if (n < 2) return;
     std::vector<size_t> count(kBuckets * kPasses, 0);
-    for (const RadixItem& it : items)
-        for (int p = 0; p < kPasses; ++p) ++count[p * kBuckets + ((it.key >> (p * kBits)) & (kBuckets - 1))];
-    std::vector<RadixItem> tmp(n);
+    for (size_t i = 0; i < n; ++i)
+        for (int p = 0; p < kPasses; ++p)
+            ++count[p * kBuckets + ((items[i].key >> (p * kBits)) & (kBuckets - 1))];
+    tmp.resize(std::max(tmp.size(), n));
+    RadixItem* src = items;
+    RadixItem* dst = tmp.data();
     for (int p = 0; p < kPasses; ++p) {
         size_t* c = &count[p * kBuckets];
-        if (c[(items[0].key >> (p * kBits)) & (kBuckets - 1)] == n) continue;
+        if (c[(src[0].key >> (p * kBits)) & (kBuckets - 1)] == n) continue;
         size_t sum = 0;
         for (size_t b = 0; b < kBuckets; ++b) {
             const size_t k = c[b];
             c[b] = sum;
             sum += k;
         }
-        for (const RadixItem& it : items) tmp[c[(it.key >> (p * kBits)) & (kBuckets - 1)]++] = it;
-        items.swap(tmp);
+        for (size_t i = 0; i < n; ++i) dst[c[(src[i].key >> (p * kBits)) & (kBuckets - 1)]++] = src[i];
+        std::swap(src, dst);
     }
+    if (src != items) std::copy_n(src, n, items);
 }
 
-// Stable order of rows[first..] on one key column. Esc stops the walk: the
-// rows seen so far are sorted and the rest keep their places, as the
-// exchange sort leaves them.
-std::vector<int> SortRows(const Datam& m, int col, bool descending) {
-    const int r0 = FirstData(m, 1);
-    const int n = DataRows(m);
-    std::vector<int> order;
-    if (n <= 0) return order;
-    std::vector<SortKey> keys(static_cast<size_t>(n));
-    const int tenth = std::max(n / 10, 1);
-    int seen = n;
+// Unsigned order of the bits that is the numeric order of the doubles.
+inline uint64_t OrderedBits(double d) {
+    uint64_t u;
+    std::memcpy(&u, &d, sizeof u);
+    return (u >> 63) ? ~u : (u | (uint64_t(1) << 63));
+}
+
+// Replaces the text keys by their rank in binary order (equal texts, equal
+// ranks), so that every class sorts on a number.
+void RankTexts(std::vector<SortKey>& keys, size_t n) {
+    std::unordered_map<const char*, uint32_t> slot;
+    std::vector<const SortKey*> distinct;
+    std::vector<uint32_t> ofKey(n, 0);
+    const char* lastPtr = nullptr;
+    uint32_t last = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (keys[i].cls != kTextKey) continue;
+        if (keys[i].txt != lastPtr || !lastPtr) {
+            auto [it, fresh] = slot.emplace(keys[i].txt, static_cast<uint32_t>(distinct.size()));
+            if (fresh) distinct.push_back(&keys[i]);
+            lastPtr = keys[i].txt;
+            last = it->second;
+        }
+        ofKey[i] = last;
+    }
+    std::vector<uint32_t> byText(distinct.size());
+    for (uint32_t i = 0; i < byText.size(); ++i) byText[i] = i;
+    std::sort(byText.begin(), byText.end(),
+              [&](uint32_t a, uint32_t b) { return Cmp(*distinct[a], *distinct[b]) < 0; });
+    std::vector<double> rank(distinct.size());
+    double r = 0;
+    for (size_t i = 0; i < byText.size(); ++i) {
+        if (i && Cmp(*distinct[byText[i - 1]], *distinct[byText[i]]) != 0) ++r;
+        rank[byText[i]] = r;
+    }
+    for (size_t i = 0; i < n; ++i)
+        if (keys[i].cls == kTextKey) keys[i].num = rank[ofKey[i]];
+}
+
+// Sorts rows[0..n) (source row numbers) stably on one key column. With
+// `poll`, progress shows each tenth and Esc stops the walk: the rows seen so
+// far are sorted and the rest keep their places, as the exchange sort leaves
+// them.
+void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, bool poll) {
+    if (n < 2) return;
+    std::vector<SortKey> keys(n);
+    const size_t tenth = std::max<size_t>(n / 10, 1);
+    size_t seen = n;
     bool allNumbers = true;
-    for (int i = 0; i < n; ++i) {
-        if (i % tenth == 0 && i) {
-            ShowProgress(static_cast<int>(100LL * i / n));
+    for (size_t i = 0; i < n; ++i) {
+        if (poll && i % tenth == 0 && i) {
+            ShowProgress(static_cast<int>(100 * i / n));
             if (CheckEscKey()) {
                 seen = i;
                 break;
             }
         }
-        SortKey& k = keys[static_cast<size_t>(i)];
-        k = MakeKey(m(r0 + i, col));
+        SortKey& k = keys[i];
+        k = MakeKey(m(rows[i], col));
         allNumbers = allNumbers && k.cls == kNumberKey;
     }
-    order.resize(static_cast<size_t>(n));
-    for (int i = seen; i < n; ++i) order[static_cast<size_t>(i)] = r0 + i;
-    if (allNumbers) {
-        // Numbers only: a stable radix sort on the bits of the keys, mapped so
-        // that unsigned order is numeric order (descending: all bits flipped,
-        // which keeps equal keys in their places).
-        std::vector<RadixItem> items(static_cast<size_t>(seen));
-        for (int i = 0; i < seen; ++i) {
-            uint64_t u;
-            std::memcpy(&u, &keys[static_cast<size_t>(i)].num, sizeof u);
-            u = (u >> 63) ? ~u : (u | (uint64_t(1) << 63));
-            items[static_cast<size_t>(i)] = RadixItem{descending ? ~u : u, r0 + i};
-        }
-        std::vector<SortKey>().swap(keys);
-        RadixSort(items);
-        for (int i = 0; i < seen; ++i) order[static_cast<size_t>(i)] = items[static_cast<size_t>(i)].row;
-    } else {
-        struct Item {
-            SortKey k;
-            int row;
-        };
-        std::vector<Item> items(static_cast<size_t>(seen));
-        for (int i = 0; i < seen; ++i)
-            items[static_cast<size_t>(i)] = Item{keys[static_cast<size_t>(i)], r0 + i};
-        std::vector<SortKey>().swap(keys);
-        if (descending)
-            std::stable_sort(items.begin(), items.end(),
-                             [](const Item& a, const Item& b) { return Cmp(a.k, b.k) > 0; });
-        else
-            std::stable_sort(items.begin(), items.end(),
-                             [](const Item& a, const Item& b) { return Cmp(a.k, b.k) < 0; });
-        for (int i = 0; i < seen; ++i) order[static_cast<size_t>(i)] = items[static_cast<size_t>(i)].row;
+    // Classes in their order (reversed when descending), each sorted
+    // stably on its number: the value, a text's rank or an error's code.
+    if (!allNumbers) RankTexts(keys, seen);
+    size_t count[4] = {0, 0, 0, 0};
+    for (size_t i = 0; i < seen; ++i) ++count[keys[i].cls];
+    size_t start[4];
+    size_t pos = 0;
+    for (int j = 0; j < 4; ++j) {
+        const int c = descending ? 3 - j : j;
+        start[c] = pos;
+        pos += count[c];
     }
-    if (n >= 10) ShowProgress(-1);
+    std::vector<RadixItem> items(seen);
+    size_t fill[4] = {start[0], start[1], start[2], start[3]};
+    for (size_t i = 0; i < seen; ++i) {
+        const uint64_t u = OrderedBits(keys[i].num);
+        items[fill[keys[i].cls]++] = RadixItem{descending ? ~u : u, rows[i]};
+    }
+    std::vector<SortKey>().swap(keys);
+    std::vector<RadixItem> tmp;
+    for (int c = kNumberKey; c <= kErrorKey; ++c) RadixSort(items.data() + start[c], count[c], tmp);
+    for (size_t i = 0; i < seen; ++i) rows[i] = items[i].row;
+    if (poll && n >= 10) ShowProgress(-1);
+}
+
+std::vector<int> SortRows(const Datam& m, int col, bool descending) {
+    const int r0 = FirstData(m, 1);
+    const int n = DataRows(m);
+    std::vector<int> order(static_cast<size_t>(std::max(n, 0)));
+    for (int i = 0; i < n; ++i) order[static_cast<size_t>(i)] = r0 + i;
+    SortRowList(m, col, descending, order.data(), order.size(), true);
     return order;
 }
 
@@ -371,55 +409,41 @@ std::vector<int> MultiKeyOrder(const Datam& m, const std::vector<KeySpec>& keys,
                                bool hierarchical) {
     const int r0 = FirstData(m, 1);
     const int n = DataRows(m);
-    std::vector<std::vector<SortKey>> kv(keys.size());
-    for (size_t k = 0; k < keys.size(); ++k) {
-        kv[k].resize(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i) kv[k][static_cast<size_t>(i)] = MakeKey(m(r0 + i, keys[k].col));
-    }
-    std::vector<int> idx(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) idx[static_cast<size_t>(i)] = i;
-    auto cmpOn = [&](size_t k) {
-        return [&, k](int a, int b) {
-            const int c = Cmp(kv[k][static_cast<size_t>(a)], kv[k][static_cast<size_t>(b)]);
-            return keys[k].descending ? c > 0 : c < 0;
-        };
-    };
+    std::vector<int> rows(static_cast<size_t>(std::max(n, 0)));
+    for (int i = 0; i < n; ++i) rows[static_cast<size_t>(i)] = r0 + i;
     if (!hierarchical) {
-        std::stable_sort(idx.begin(), idx.end(), [&](int a, int b) {
-            for (size_t k = 0; k < keys.size(); ++k) {
-                const int c = Cmp(kv[k][static_cast<size_t>(a)], kv[k][static_cast<size_t>(b)]);
-                if (c) return keys[k].descending ? c > 0 : c < 0;
-            }
-            return false;
-        });
-    } else {
-        // Work list of (begin, end, key) ranges.
-        struct Range {
-            size_t b, e, k;
-        };
-        std::vector<Range> work{{0, idx.size(), 0}};
-        while (!work.empty()) {
-            const Range rg = work.back();
-            work.pop_back();
-            if (rg.e - rg.b < 2) continue;
-            std::stable_sort(idx.begin() + static_cast<long>(rg.b),
-                             idx.begin() + static_cast<long>(rg.e), cmpOn(rg.k));
-            if (rg.k + 1 >= keys.size()) continue;
-            size_t s = rg.b;
-            UniqueKey cur = MakeUniqueKey(m(r0 + idx[s], keys[rg.k].col), false);
-            for (size_t i = rg.b + 1; i <= rg.e; ++i) {
-                UniqueKey k;
-                if (i < rg.e) k = MakeUniqueKey(m(r0 + idx[i], keys[rg.k].col), false);
-                if (i == rg.e || !SameUnique(k, cur)) {
-                    work.push_back(Range{s, i, rg.k + 1});
-                    s = i;
-                    cur = k;
-                }
+        // Stable sorts from the last key to the first give the order of runs
+        // of equal keys sorted on the next key.
+        for (size_t k = keys.size(); k-- > 0;)
+            SortRowList(m, keys[k].col, keys[k].descending, rows.data(), rows.size(), false);
+        return rows;
+    }
+    struct Range {
+        size_t b, e, k;
+    };
+    std::vector<Range> work{{0, rows.size(), 0}};
+    while (!work.empty()) {
+        const Range rg = work.back();
+        work.pop_back();
+        if (rg.e - rg.b < 2) continue;
+        SortRowList(m, keys[rg.k].col, keys[rg.k].descending, rows.data() + rg.b, rg.e - rg.b,
+                    rg.k == 0);
+        if (rg.k + 1 >= keys.size()) continue;
+        // Groups of the key as GetUniqueValues finds them, each on the next key.
+        const int col = keys[rg.k].col;
+        size_t s = rg.b;
+        UniqueKey cur = MakeUniqueKey(m(rows[s], col), false);
+        for (size_t i = rg.b + 1; i <= rg.e; ++i) {
+            UniqueKey k;
+            if (i < rg.e) k = MakeUniqueKey(m(rows[i], col), false);
+            if (i == rg.e || !SameUnique(k, cur)) {
+                work.push_back(Range{s, i, rg.k + 1});
+                s = i;
+                cur = k;
             }
         }
     }
-    for (int& i : idx) i += r0;
-    return idx;
+    return rows;
 }
 
 }  // namespace
