@@ -78,16 +78,20 @@ double stdevOf(const double* r, size_t n) {
     return std::sqrt(std::fabs((dn * s2 - s1 * s1) / (dn * (dn - 1))));
 }
 
-// The compacted data of a fit.
+// The compacted data of a fit: row-major rows x m, NaN = empty. x and y
+// point either into the caller's arrays (nothing to compact) or into xbuf
+// and ybuf.
 struct Work {
     int n = 0;  // rows of the source
     int m = 0;
     int rows = 0;  // compacted rows
-    std::vector<double> x;    // column-major rows x m, NaN = empty
-    std::vector<double> y;    // rows
-    std::vector<int32_t> src; // source row (1-based) of each compacted row
+    const double* x = nullptr;
+    const double* y = nullptr;
+    std::vector<double> xbuf, ybuf;
+    std::vector<int32_t> src;  // source row (1-based) of each compacted row
     std::vector<uint8_t> excluded;  // n + 1 flags
     bool hasEmpty = false;
+    double xv(int i, int j) const { return x[static_cast<size_t>(i) * m + j]; }
 };
 
 class FitEngine {
@@ -128,30 +132,46 @@ private:
     std::vector<uint8_t> dirty_;
     std::vector<double> buf_;
     std::vector<int> idx_;
+    std::vector<double> mod_, act_;
 };
 
 void FitEngine::activeMeans(std::vector<double>& mx, double& my) const {
     const int rows = wk_.rows, m = wk_.m;
     mx.assign(static_cast<size_t>(m), 0.0);
     const bool all = nActive_ == rows;
-    for (int j = 0; j < m; ++j) {
-        const double* col = wk_.x.data() + static_cast<size_t>(j) * rows;
-        double s = 0, lo = std::numeric_limits<double>::infinity(), hi = -lo;
-        size_t cnt = 0;
-        for (int i = 0; i < rows; ++i) {
-            const double v = col[i];
-            if (v != v || (!all && !active_[i])) continue;
-            s += v;
-            lo = std::min(lo, v);
-            hi = std::max(hi, v);
-            ++cnt;
+    const double inf = std::numeric_limits<double>::infinity();
+    std::vector<double> s(static_cast<size_t>(m), 0.0), lo(static_cast<size_t>(m), inf),
+        hi(static_cast<size_t>(m), -inf);
+    std::vector<size_t> cnt(static_cast<size_t>(m), 0);
+    for (int i = 0; i < rows; ++i) {
+        if (!all && !active_[i]) continue;
+        const double* xr = wk_.x + static_cast<size_t>(i) * m;
+        if (wk_.hasEmpty) {
+            for (int j = 0; j < m; ++j) {
+                const double v = xr[j];
+                if (v != v) continue;
+                s[j] += v;
+                lo[j] = std::min(lo[j], v);
+                hi[j] = std::max(hi[j], v);
+                ++cnt[j];
+            }
+        } else {
+            for (int j = 0; j < m; ++j) {
+                const double v = xr[j];
+                s[j] += v;
+                lo[j] = v < lo[j] ? v : lo[j];
+                hi[j] = v > hi[j] ? v : hi[j];
+            }
         }
-        if (cnt) mx[j] = lo == hi ? lo : s / static_cast<double>(cnt);
     }
-    double s = 0;
+    for (int j = 0; j < m; ++j) {
+        const size_t c = wk_.hasEmpty ? cnt[j] : static_cast<size_t>(nActive_);
+        if (c) mx[j] = lo[j] == hi[j] ? lo[j] : s[j] / static_cast<double>(c);
+    }
+    double sy = 0;
     for (int i = 0; i < rows; ++i)
-        if (all || active_[i]) s += wk_.y[i];
-    my = nActive_ ? s / nActive_ : 0.0;
+        if (all || active_[i]) sy += wk_.y[i];
+    my = nActive_ ? sy / nActive_ : 0.0;
 }
 
 void FitEngine::factorSuperblock(int sb, double* R) {
@@ -170,22 +190,18 @@ void FitEngine::factorSuperblock(int sb, double* R) {
             }
         if (!cnt) break;
         double* B = buf_.data();
-        const bool contiguous = idx_.back() - idx_.front() + 1 == cnt;
         if (lead_) std::fill(B, B + cnt, 1.0);
-        for (int j = 0; j < m; ++j) {
-            const double* col = wk_.x.data() + static_cast<size_t>(j) * rows;
-            double* bj = B + static_cast<size_t>(j + xoff) * kBlockRows;
-            const double sh = shift_[j];
+        double* bx = B + static_cast<size_t>(xoff) * kBlockRows;
+        const double* sh = shift_.data();
+        for (int t = 0; t < cnt; ++t) {
+            const double* xr = wk_.x + static_cast<size_t>(idx_[t]) * m;
             if (wk_.hasEmpty) {
-                for (int t = 0; t < cnt; ++t) {
-                    const double v = col[idx_[t]];
-                    bj[t] = v != v ? 0.0 : v - sh;
+                for (int j = 0; j < m; ++j) {
+                    const double v = xr[j];
+                    bx[static_cast<size_t>(j) * kBlockRows + t] = v != v ? 0.0 : v - sh[j];
                 }
-            } else if (contiguous) {
-                const double* c0 = col + idx_.front();
-                for (int t = 0; t < cnt; ++t) bj[t] = c0[t] - sh;
             } else {
-                for (int t = 0; t < cnt; ++t) bj[t] = col[idx_[t]] - sh;
+                for (int j = 0; j < m; ++j) bx[static_cast<size_t>(j) * kBlockRows + t] = xr[j] - sh[j];
             }
         }
         double* by = B + static_cast<size_t>(nc - 1) * kBlockRows;
@@ -216,18 +232,20 @@ void FitEngine::mergeFactors(std::vector<double>& Rt) {
 double FitEngine::residuals(const double* c, bool allRows, std::vector<double>& resid,
                             double& ssResid) {
     const int rows = wk_.rows, m = wk_.m;
-    std::vector<double> mod(static_cast<size_t>(rows), 0.0);
-    for (int j = 0; j < m; ++j) {
-        const double* col = wk_.x.data() + static_cast<size_t>(j) * rows;
-        const double cj = c[j];
+    std::vector<double>& mod = mod_;
+    mod.resize(static_cast<size_t>(rows));
+    for (int i = 0; i < rows; ++i) {
+        const double* xr = wk_.x + static_cast<size_t>(i) * m;
+        double sum = 0;
         if (wk_.hasEmpty) {
-            for (int i = 0; i < rows; ++i) {
-                const double v = col[i];
-                mod[i] += v != v ? 0.0 : v * cj;
+            for (int j = 0; j < m; ++j) {
+                const double v = xr[j];
+                if (v == v) sum += v * c[j];
             }
         } else {
-            for (int i = 0; i < rows; ++i) mod[i] += col[i] * cj;
+            for (int j = 0; j < m; ++j) sum += xr[j] * c[j];
         }
+        mod[i] = sum;
     }
     resid.resize(static_cast<size_t>(rows));
     double s = 0;
@@ -289,7 +307,7 @@ void FitEngine::solvePass(std::vector<double>& c, std::vector<double>& var) {
         for (int i = 0; i < rows; ++i) {
             if (!active_[i]) continue;
             for (int j = 0; j < m; ++j) {
-                const double v = wk_.x[static_cast<size_t>(j) * rows + i];
+                const double v = wk_.xv(i, j);
                 A[static_cast<size_t>(r) * m + j] = v != v ? 0.0 : v - mx[j];
             }
             b[r] = wk_.y[i] - my;
@@ -421,8 +439,8 @@ void FitEngine::run() {
         // Range cull: 0 means four standard deviations of the residuals,
         // fixed for the rest of the call.
         if (rc == 0.0f) {
-            std::vector<double> act;
-            act.reserve(static_cast<size_t>(nActive_));
+            std::vector<double>& act = act_;
+            act.clear();
             for (int i = 0; i < rows; ++i)
                 if (active_[i]) act.push_back(resid[i]);
             rc = static_cast<float>(4.0 * stdevOf(act.data(), act.size()));
@@ -469,10 +487,10 @@ void FitEngine::run() {
 
     out_.coef.assign(1, intercept);
     out_.coef.insert(out_.coef.end(), c.begin(), c.end());
-    out_.resid = resid;
+    out_.resid = std::move(resid);
 
     // Errors: the intercept's variance is the residuals' SEM squared, doubled.
-    const double e = semOf(resid.data(), resid.size());
+    const double e = semOf(out_.resid.data(), out_.resid.size());
     const double var0 = std::fabs(e) < 100 ? 2 * e * e : 0.0;
     out_.errors.assign(1, var0);
     out_.errors.insert(out_.errors.end(), var.begin(), var.end());
@@ -509,7 +527,7 @@ void runFit(Work& wk, float tolerance, bool center, bool scale, float threshold,
     FitEngine eng(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
     Guarded(p, [&] { eng.run(); });
     if (p.failed()) out.result = -1;
-    out.residRow.assign(wk.src.begin(), wk.src.begin() + std::min(out.resid.size(), wk.src.size()));
+    if (!out.resid.empty()) out.residRow = std::move(wk.src);
     out.excluded = std::move(wk.excluded);
 }
 
@@ -628,18 +646,25 @@ SvdFitArrays svdfit_std(const double* x, const double* y, int n, int m, float to
     }
     wk.rows = static_cast<int>(wk.src.size());
     const size_t rows = static_cast<size_t>(wk.rows);
-    wk.x.resize(rows * m);
-    wk.y.resize(rows);
-    for (size_t k = 0; k < rows; ++k) {
-        const size_t i = static_cast<size_t>(wk.src[k] - 1);
-        wk.y[k] = y[i];
-        const double* xr = x + i * m;
-        for (int j = 0; j < m; ++j) {
-            const double v = xr[j];
-            if (v != v) wk.hasEmpty = true;
-            wk.x[static_cast<size_t>(j) * rows + k] = v;
+    if (wk.rows == n) {
+        wk.x = x;  // nothing to compact: work on the caller's arrays
+        wk.y = y;
+    } else {
+        wk.xbuf.resize(rows * m);
+        wk.ybuf.resize(rows);
+        for (size_t k = 0; k < rows; ++k) {
+            const size_t i = static_cast<size_t>(wk.src[k] - 1);
+            wk.ybuf[k] = y[i];
+            std::copy(x + i * m, x + (i + 1) * m, wk.xbuf.begin() + static_cast<std::ptrdiff_t>(k * m));
         }
+        wk.x = wk.xbuf.data();
+        wk.y = wk.ybuf.data();
     }
+    for (size_t k = 0, e = rows * m; k < e; ++k)
+        if (wk.x[k] != wk.x[k]) {
+            wk.hasEmpty = true;
+            break;
+        }
     runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
     return out;
 }
@@ -665,7 +690,7 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
         wk.m = m;
         wk.excluded.assign(static_cast<size_t>(n) + 1, 0);
         wk.src.reserve(static_cast<size_t>(n));
-        wk.y.reserve(static_cast<size_t>(n));
+        wk.ybuf.reserve(static_cast<size_t>(n));
         for (int i = 1; i <= n; ++i) {
             const double v = vdtp.inRange(i, ycol) ? cellValue(vdtp(i, ycol)) : kNaN;
             if (v != v) {
@@ -673,32 +698,33 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
                 continue;
             }
             wk.src.push_back(i);
-            wk.y.push_back(v);
+            wk.ybuf.push_back(v);
         }
         wk.rows = static_cast<int>(wk.src.size());
         const size_t rows = static_cast<size_t>(wk.rows);
-        wk.x.assign(rows * m, kNaN);
+        wk.xbuf.resize(rows * m);
+        double* xb = wk.xbuf.data();
         const Value* base = mitp.data();
         const size_t stride = mitp.stride();
         const int mcols = std::min(m, mitp.colUb());
         for (size_t k = 0; k < rows; ++k) {
             const int r = wk.src[k];
+            double* xr = xb + k * m;
+            std::fill(xr, xr + m, kNaN);
             if (r < mitp.rowLb() || r > mitp.rowUb()) {
                 wk.hasEmpty = true;
                 continue;
             }
             const Value* row = base + static_cast<size_t>(r - mitp.rowLb()) * stride;
-            for (int j = 1; j <= mcols; ++j) {
-                if (j < mitp.colLb()) continue;
-                const Value& cell = row[j - mitp.colLb()];
-                double v;
-                if (cell.type() == VType::Double) v = cell.toDouble();
-                else v = cellValue(cell);
+            for (int j = std::max(1, mitp.colLb()); j <= mcols; ++j) {
+                const double v = cellValue(row[j - mitp.colLb()]);
                 if (v != v) wk.hasEmpty = true;
-                wk.x[static_cast<size_t>(j - 1) * rows + k] = v;
+                xr[j - 1] = v;
             }
-            if (mcols < m) wk.hasEmpty = true;
+            if (mcols < m || mitp.colLb() > 1) wk.hasEmpty = true;
         }
+        wk.x = wk.xbuf.data();
+        wk.y = wk.ybuf.data();
         runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
     }
 
@@ -718,10 +744,10 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
     }
     if (!out.curCoef.empty()) res.curCoef = toVec(out.curCoef);
     if (!out.curErrors.empty()) res.curErrors = toVec(out.curErrors);
-    if (!out.curResid.empty()) res.curResids = residVec(out.curResid, out.residRow);
+    if (!out.curResid.empty()) res.curResids = toVec(out.curResid);
     res.curMse = out.curMse;
     if (!out.excluded.empty()) {
-        res.excluded = Datam(static_cast<int>(out.excluded.size()) - 1, 1, 0, 0);
+        res.excluded = Datam(static_cast<int>(out.excluded.size()) - 1, 1, 0, 1);
         for (size_t i = 1; i < out.excluded.size(); ++i)
             res.excluded(static_cast<int>(i), 1) = Value(static_cast<int32_t>(out.excluded[i]));
     }

@@ -51,9 +51,9 @@ struct SvdFit {
     Datam colWeights;  // sum of squares of each (centred) term column; 0 -> 1e10
     Datam u, w, v;     // decomposition of the last pass (u only when asked for)
     float threshold = 0;  // the threshold as used (a negative one became 1)
-    Datam curCoef, curErrors, curResids;  // the thresholded model
+    Datam curCoef, curErrors, curResids;  // the thresholded model (same rows as resids)
     double curMse = 0;
-    Datam excluded;  // rows 1..n of vdtp: 1 where empty or culled, else 0
+    Datam excluded;  // rows 1..n of vdtp, column 1: 1 where empty or culled, else 0
 };
 
 // Fit of vdtp (column 1, rows 1..n) on the term columns 1..m of mitp (m = the
