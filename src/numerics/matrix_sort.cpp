@@ -540,10 +540,11 @@ Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted) {
     p.chk = 1;
     Datam v = mat_partition(m, FirstData(m, 1), col, -1, col);
     if (!v.isArray()) return {};
-    const Value head = v.rowLb() == 0 ? v(0, 1) : Value();
+    const int vc = VecCol(v);  // 1, or 0 for a key column partitioned out from 0
+    const Value head = v.rowLb() == 0 ? v(0, vc) : Value();
     if (header) *header = head;
     p.chk = 2;
-    if (!sorted && DataRows(v) > 1) v = Permuted(v, SortRows(v, 1, false));
+    if (!sorted && DataRows(v) > 1) v = Permuted(v, SortRows(v, vc, false));
     p.chk = 3;
     const int r0 = FirstData(v, 1);
     std::vector<std::pair<int, int>> groups;  // first row, count
@@ -552,7 +553,7 @@ Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted) {
     const int tenth = std::max(n / 10, 1);
     for (int r = r0; r <= v.rowUb(); ++r) {
         if ((r - r0) % tenth == 0 && r > r0 && CheckEscKey()) break;
-        const UniqueKey k = MakeUniqueKey(v(r, 1), false);
+        const UniqueKey k = MakeUniqueKey(v(r, vc), false);
         if (groups.empty() || !SameUnique(k, cur)) {
             groups.emplace_back(r, 1);
             cur = k;
@@ -565,7 +566,7 @@ Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted) {
     u(0, 1) = head;
     u(0, 2) = Value("Count");
     for (int i = 0; i < nu; ++i) {
-        u(i + 1, 1) = v(groups[static_cast<size_t>(i)].first, 1);
+        u(i + 1, 1) = v(groups[static_cast<size_t>(i)].first, vc);
         u(i + 1, 2) = Value(int32_t(groups[static_cast<size_t>(i)].second));
     }
     return u;

@@ -337,6 +337,14 @@ TEST_F(SortTest, UniqueValuesCountGroupsAtSixDecimals) {
     EXPECT_EQ(u(5, 1).str(), "b");
     EXPECT_EQ(u(5, 2).toLong(), 2);
 
+    // The row key column of a 0-based table, as the group sums of squares use it.
+    const Datam keyed = Datam::fromRows({{"Key", "v"}, {2, 1}, {1, 1}, {2, 1}}, 0, 0);
+    const Datam byKey = GetUniqueValues(mat_sort(keyed, 0), 0, nullptr, true);
+    ASSERT_EQ(byKey.rowUb(), 2);
+    EXPECT_EQ(byKey(0, 1).str(), "Key");
+    EXPECT_EQ(byKey(2, 1).toLong(), 2);
+    EXPECT_EQ(byKey(2, 2).toLong(), 2);
+
     const Datam single = GetUniqueValues(Datam::fromRows({{"H"}, {"only"}}, 0, 1), 1);
     ASSERT_EQ(single.rowUb(), 1);
     EXPECT_EQ(single(1, 2).toLong(), 1);
