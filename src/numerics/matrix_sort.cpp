@@ -544,15 +544,21 @@ Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted) {
     const Value head = v.rowLb() == 0 ? v(0, vc) : Value();
     if (header) *header = head;
     p.chk = 2;
-    if (!sorted && DataRows(v) > 1) v = Permuted(v, SortRows(v, vc, false));
+    // The walk goes through the sort order; the sorted copy itself is not needed.
+    std::vector<int> order;
+    if (!sorted && DataRows(v) > 1) {
+        order = SortRows(v, vc, false);
+    } else {
+        for (int r = FirstData(v, 1); r <= v.rowUb(); ++r) order.push_back(r);
+    }
     p.chk = 3;
-    const int r0 = FirstData(v, 1);
-    std::vector<std::pair<int, int>> groups;  // first row, count
+    std::vector<std::pair<int, int>> groups;  // source row of the value, count
     UniqueKey cur;
-    const int n = v.rowUb() - r0 + 1;
-    const int tenth = std::max(n / 10, 1);
-    for (int r = r0; r <= v.rowUb(); ++r) {
-        if ((r - r0) % tenth == 0 && r > r0 && CheckEscKey()) break;
+    const size_t n = order.size();
+    const size_t tenth = std::max<size_t>(n / 10, 1);
+    for (size_t i = 0; i < n; ++i) {
+        if (i % tenth == 0 && i && CheckEscKey()) break;
+        const int r = order[i];
         const UniqueKey k = MakeUniqueKey(v(r, vc), false);
         if (groups.empty() || !SameUnique(k, cur)) {
             groups.emplace_back(r, 1);
