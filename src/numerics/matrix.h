@@ -139,15 +139,19 @@ void mat_StdErrCols(Datam& m, int fromCol = kMissing, int toCol = kMissing);
 
 // ---- sorts ------------------------------------------------------------------
 // The order of sort keys: empty (and null, arrays) first, then numbers (and
-// dates, Booleans), then text in binary order, then error values. Numeric
-// keys are the 32-bit float of the value at the seven significant digits a
-// float carries, so 1.0000001 and 1.0000002 are one key. Returns <0, 0, >0.
+// dates, Booleans), then text in binary (byte) order, then error values; a
+// descending sort reverses it, equal keys keeping their order either way.
+// Numeric keys (IsNumericValue, "12%" as 12) are the 32-bit float of the
+// value at the seven significant digits a float carries, so 1.0000001 and
+// 1.0000002 are one key; dates compare by their serial value. Returns <0, 0, >0.
 int CompareKeys(const Value& a, const Value& b);
 
-// Stable sort of the data rows (from 1; row 0 stays) on one column. `header`
-// gets row 0 as a vector indexed by column; `unique` gets the table of unique
-// keys: columns value, "Count", "SortOrder" (last sorted row of the value),
-// header in row 0. Esc stops the sort with the rows seen so far sorted.
+// Stable sort of the data rows (from 1; row 0 stays) on one column: the
+// result of the system's exchange sort, in O(n log n). `header` gets row 0 as
+// a vector indexed by column; `unique` gets the table of unique keys: columns
+// value (the first of its run), "Count", "SortOrder" (last sorted row of the
+// value), header in row 0; numbers are one value when equal at 6 decimals as
+// 32-bit floats. Esc stops the sort with the rows seen so far sorted.
 // Failure gives a non-array Datam.
 Datam mat_sortCol(const Datam& m, int col, bool descending = false, Datam* header = nullptr,
                   Datam* unique = nullptr);
