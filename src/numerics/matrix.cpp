@@ -740,15 +740,24 @@ namespace {
 struct KeyMatcher {
     std::string upper;
     bool numeric = false;
+    double value = 0;
     std::string fixed;
     explicit KeyMatcher(const Value& key) : upper(Upper(key.toString())) {
-        double x;
-        if (NumericOf(key, x)) {
+        if (NumericOf(key, value)) {
             numeric = true;
-            fixed = Fixed6(x);
+            fixed = Fixed6(value);
         }
     }
     bool operator()(const Value& cell) const {
+        const VType t = cell.type();
+        if (t == VType::Integer || t == VType::Long || t == VType::Single || t == VType::Double) {
+            // A number's text is numeric: only a numeric name can match it, and
+            // then the "0.000000" forms decide; far-apart values need no formatting.
+            if (!numeric) return false;
+            const double x = cell.toDouble();
+            if (std::fabs(x - value) > 1e-5 * std::max(1.0, std::fabs(value))) return false;
+            return Fixed6(x) == fixed;
+        }
         if (cell.isString()) {
             const std::string_view s = cell.str();
             if (s.size() == upper.size()) {

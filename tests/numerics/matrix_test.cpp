@@ -271,6 +271,7 @@ TEST_F(MatrixTest, RcStatNamesMarksAndSummary) {
                               0, 0);
     auto one = [&](const char* name, int col) { return mat_rcstat(m, name, true, col)(1, 1); };
     EXPECT_EQ(one("count", 1).toLong(), 3);
+    EXPECT_TRUE(IsNumericValue(Value("12%")));
     EXPECT_EQ(one("Count", 2).toLong(), 2);  // 12% is not plainly numeric
     EXPECT_EQ(one("COUNT", 3).toLong(), 2);  // -999.9 and its 32-bit twin -999.90001 do not count
     for (const char* n : {"MEAN", "AVERAGE", "AVE"}) EXPECT_DOUBLE_EQ(one(n, 1).toDouble(), 12);
@@ -333,6 +334,10 @@ TEST_F(MatrixTest, FindColumnAndRowNumber) {
     EXPECT_EQ(FindColumn(Datam::fromRows({{"A", "B"}}, 0, 1), "C"), 0);
     EXPECT_EQ(RowNumber(m, "site2"), 2);
     EXPECT_EQ(RowNumber(m, 7, 3), 2);
+    EXPECT_EQ(RowNumber(m, "7.0000001", 3), 2);
+    EXPECT_LE(RowNumber(m, 7.00001, 3), 0);
+    EXPECT_EQ(RowNumber(Datam::fromRows({{"k"}, {true}, {-2.5e-7}}, 0, 1), "TRUE", 1), 1);
+    EXPECT_EQ(RowNumber(Datam::fromRows({{"k"}, {true}, {-2.5e-7}}, 0, 1), -1, 1), 1);  // True is -1
     EXPECT_LE(RowNumber(m, "site3"), 0);
 }
 
