@@ -26,6 +26,11 @@ const std::array<RunMode, 6> kModes{{
 // The empty command line: frmMain, loaded and shown, title unchanged.
 const RunMode kEmptyLine{"", 0, "", ModeWindow::Main, true};
 
+std::string& rawLine() {
+    static std::string l;
+    return l;
+}
+
 std::vector<std::function<void()>>& builders() {
     static std::vector<std::function<void()>> b;
     return b;
@@ -103,6 +108,8 @@ std::string RunStartupMenu(const std::string& commandLine, const InputBoxFn& inp
     }
 }
 
+const std::string& StartupCommandLine() { return rawLine(); }
+
 void AddStartupObjectBuilder(std::function<void()> build) { builders().push_back(std::move(build)); }
 void ClearStartupObjectBuilders() { builders().clear(); }
 
@@ -119,6 +126,7 @@ StartupResult ZorvStartup(StartupHost& host) {
         } else {
             p.chk = 2;
             std::string cmd = host.commandLine();
+            rawLine() = cmd;
             p.chk = 3;
             host.showSplash();
             splashUp = true;

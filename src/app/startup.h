@@ -99,6 +99,10 @@ struct StartupResult {
     bool failed = false;               // an error ended start-up
 };
 
+// The raw command line start-up read (before the menu); the monitor window
+// reads its automation arguments from it.
+const std::string& StartupCommandLine();
+
 // The start-up sequence. Returns what it did; a process whose result opened no
 // window ends quietly.
 StartupResult ZorvStartup(StartupHost& host);

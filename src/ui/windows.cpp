@@ -69,8 +69,6 @@ void frmMain::formLoad() {
     SetStatusText("Ready");
 }
 
-bool frmMain::QueryUnload(int unloadMode) { return ZorvForm::QueryUnload(unloadMode); }
-
 void frmMain::ResetObjects() {
     setWindowTitle(Q(LoadResString(1686)) + ": ");
     SetExiting(true);

@@ -32,7 +32,6 @@ protected:
     void formLoad() override;
     void formUnload() override;
     WindowPlace place() const override;
-    bool QueryUnload(int unloadMode) override;
 
 private:
     QPointer<ZorvForm> caller_;

@@ -296,8 +296,11 @@ TEST_F(Startup, MenuAnswerReplacesLineCancelKeepsIt) {
         FakeHost h;
         h.line = "PALVEX PW";
         h.answers = {"4"};
-        ZorvStartup(h);
+        const StartupResult r = ZorvStartup(h);
         EXPECT_EQ(windows(h), std::vector<ModeWindow>{ModeWindow::Calibrate});
+        EXPECT_EQ(r.commandLine, "PSFMcal");
+        // The monitor's second reading sees the line as it was typed.
+        EXPECT_EQ(StartupCommandLine(), "PALVEX PW");
     }
     {
         // Cancel (or an empty field) keeps the line; PW then opens its window.
@@ -307,6 +310,7 @@ TEST_F(Startup, MenuAnswerReplacesLineCancelKeepsIt) {
         const StartupResult r = ZorvStartup(h);
         EXPECT_EQ(h.menuCalls.size(), 1u);
         EXPECT_EQ(r.commandLine, "PALVEX PW");
+        EXPECT_EQ(StartupCommandLine(), "PALVEX PW");
         EXPECT_EQ(windows(h), std::vector<ModeWindow>{ModeWindow::ProcessWindow});
         // Nothing is stored on Cancel.
         EXPECT_EQ(GetSetting(ProductName(), kProductName, "StartUp", ""), "5");
