@@ -73,6 +73,9 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
 // Import(GetDataSheet): the data sheet of a workbook by name (or base name),
 // by the "DataSheet" comment, or (with a Yes) the first sheet.
 Worksheet* GetDataSheet(Workbook* workbook, std::string_view name, bool quiet);
+// The area of the data table (from A1 to the last used cell), after the
+// data sheet check of GetWorksheetData; empty when the sheet holds nothing.
+Area DataSheetArea(Worksheet*& sheet, bool quiet = false);
 // Import(GetWorksheetData): the used range as a table (rows, columns from 1)
 // and its row count; with fewer than 2 rows or columns the true data sheet
 // is looked up first.

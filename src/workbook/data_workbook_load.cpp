@@ -51,6 +51,12 @@ inline bool NumberOf(const Value& v, double& out) {
     }
 }
 
+// Length at least 1, without formatting numbers (which are never blank).
+inline bool NonBlank(const Value& v) {
+    if (v.isString()) return !v.str().empty();
+    return !(v.isEmpty() || v.isNull());
+}
+
 std::string DateText(double serial) {
     CivilTime t = CivilFromSerial(serial);
     char buf[32];
@@ -223,9 +229,10 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
 
     // 6. The data.
     p.chk = 6;
-    long nRows = 0;
-    Datam data = GetWorksheetData(ws, nRows, quiet);
-    if (!data.isArray() || nRows < 1) {
+    // The sheet is read in blocks of rows (one range transfer each) so that
+    // the whole table never stands in memory beside the tree.
+    const Area area = DataSheetArea(ws, quiet);
+    if (area.empty()) {
         p.msg = std::string(LoadResString(resNoDataRows)) + " (" + wb->name() + ")";
         closeApps();
         return -1;
@@ -233,10 +240,6 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
     // 7. Sites and units.
     p.chk = 7;
     int siteStatus = 0;
-    {
-        Proc quietSites("Import(GetWorksheetSites): ");
-        quietSites.quiet();
-    }
     T.sites = GetWorksheetSites(wb.get(), 1.0, T.units, &siteStatus);
     if (siteStatus < 1) {
         p.quiet();  // GetWorksheetSites said why
@@ -366,19 +369,20 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
 
     // 17. Columns and rows.
     p.chk = 17;
-    const int nCols = data.colCount();
+    const int nCols = area.col2;
     if (nCols < 3) {
         p.msg = "Improper worksheet setup. Only " + std::to_string(nCols) + " columns of data.";
         closeApps();
         return -1;
     }
-    if (data.rowCount() < 2) {
+    if (area.row2 < 2) {
         p.msg = "There are no data rows to import from worksheet.";
         closeApps();
         return -1;
     }
     // 18. The header.
     p.chk = 18;
+    const Datam data = ws->range(Area{1, 1, std::min(area.row2, 1000), area.col2});
     int hr = -1, hc = -1, wc = -1;
     if (FindFirstRow(data, hr, hc, "Wafer", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true) >= 0)
         wc = hc;
@@ -460,7 +464,7 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
 
     // 21. The rows.
     p.chk = 21;
-    const int firstRow = hr + 1, lastRow = data.rowUb();
+    const int firstRow = hr + 1, lastRow = area.row2;
     const long n = lastRow - firstRow + 1;
     const std::string nText = std::to_string(n);
     SetStatusText("    Zorv Data Upload row 1 of " + nText);
@@ -479,20 +483,29 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
     const bool wIn = wc >= colLb && wc <= data.colUb();
     static const Value kEmpty;
     int r = firstRow;
+    constexpr int kBlock = 32768;
+    Datam block;
+    int blockFirst = 0, blockLast = -1;
     bool ok = Guarded(p, [&] {
         for (; r <= lastRow; ++r) {
+            if (r > blockLast) {
+                blockFirst = r;
+                blockLast = std::min(lastRow, r + kBlock - 1);
+                block = Datam();
+                block = ws->range(Area{blockFirst, 1, blockLast, area.col2});
+            }
             if ((r - firstRow) % 100 == 0 && r != firstRow) {
                 if ((r - firstRow) % 10000 == 0)
                     SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
                 if (CheckEscKey()) break;
             }
-            const Value* rowp = data.data() + static_cast<size_t>(r - data.rowLb()) * stride - colLb;
+            const Value* rowp = block.data() + static_cast<size_t>(r - blockFirst) * stride - colLb;
             const Value& cw = wIn ? rowp[wc] : kEmpty;
             double test, dieX, dieY;
             if (!testIn || !dxIn || !dyIn || !NumberOf(rowp[wc + 1], test) || !NumberOf(rowp[wc + 2], dieX) ||
                 !NumberOf(rowp[wc + 3], dieY))
                 continue;
-            if (cw.textLength() == 0) {
+            if (!NonBlank(cw)) {
                 if (++emptyNames >= 5) break;
                 continue;
             }
@@ -596,7 +609,7 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
             // Point.
             bool anyValue = false;
             for (int i = 0; i < nValues; ++i)
-                if (rowp[valueCols[i]].textLength() > 0) {
+                if (NonBlank(rowp[valueCols[i]])) {
                     anyValue = true;
                     break;
                 }
@@ -620,11 +633,12 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
             curSite->AddPoint(std::move(pt), siteRows[siteNo].key);
         }
     });
+    block = Datam();
     if (!ok) {
         std::string cells;
-        for (int c = data.colLb(); c <= data.colUb(); ++c) {
-            if (c > data.colLb()) cells += ", ";
-            cells += CellText(data.get(r, c));
+        for (int c = 1; c <= area.col2; ++c) {
+            if (c > 1) cells += ", ";
+            cells += CellText(ws->cell(r, c));
         }
         Failure f = p.failure();
         p.quiet();

@@ -69,13 +69,12 @@ Worksheet* GetDataSheet(Workbook* workbook, std::string_view name, bool quiet) {
     return nullptr;
 }
 
-Datam GetWorksheetData(Worksheet*& sheet, long& rows, bool quiet) {
+Area DataSheetArea(Worksheet*& sheet, bool quiet) {
     Proc p("Import(GetWorksheetData): ");
     p.chk = 1;
-    rows = 0;
     if (!sheet) {
         p.msg = "Worksheet not provided.";
-        return Datam();
+        return Area{};
     }
     Area a = sheet->usedArea();
     if (a.rows() < 2 || a.cols() < 2) {
@@ -86,11 +85,17 @@ Datam GetWorksheetData(Worksheet*& sheet, long& rows, bool quiet) {
             a = sheet->usedArea();
         }
     }
-    if (a.empty()) return Datam();
-    p.chk = 3;
+    if (a.empty()) return Area{};
     SetStatusText(VersionLine() + ": Loading " + std::to_string(a.rows()) + " lines of data...");
     // From A1, so that a sheet's columns keep their letters (column A is 1).
-    Datam t = sheet->range(Area{1, 1, a.row2, a.col2});
+    return Area{1, 1, a.row2, a.col2};
+}
+
+Datam GetWorksheetData(Worksheet*& sheet, long& rows, bool quiet) {
+    rows = 0;
+    Area a = DataSheetArea(sheet, quiet);
+    if (a.empty()) return Datam();
+    Datam t = sheet->range(a);
     rows = t.rowCount();
     SetStatusText(VersionLine() + ": Data Uploaded");
     return t;
@@ -340,9 +345,15 @@ bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues) 
     Area a = ws->usedArea();
     if (a.empty()) return false;
     Datam u = ws->range(Area{1, 1, a.row2, a.col2});
-    int hr = -1, hc = -1;
+    // The first table stands at the left: of the "Variable" and "Wafer"
+    // headers the one in the lower column (the second table has both words).
+    int hr = -1, hc = -1, wr = -1, wcol = -1;
     FindFirstRow(u, hr, hc, "Variable", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true);
-    if (hr < 0) FindFirstRow(u, hr, hc, "Wafer", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true);
+    FindFirstRow(u, wr, wcol, "Wafer", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true);
+    if (hr < 0 || (wr >= 0 && wcol < hc)) {
+        hr = wr;
+        hc = wcol;
+    }
     if (hr < 0) return false;
     p.chk = 2;
     auto blankRow = [&](int r, int c0, int width) {

@@ -1,0 +1,134 @@
+// Data workbook at scale: SaveData of 1,000,000 rows x 12 columns, the load of
+// that workbook into a lot, and a 1,000-row result sheet added with SaveArray.
+// Peak RSS is the process's; run each benchmark on its own for its figure:
+//   bench_datawb --benchmark_filter=SaveData
+//   bench_datawb --benchmark_filter=GetExcelWBLot
+//   bench_datawb --benchmark_filter=SaveArray
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "app/report.h"
+#include "lot/lot.h"
+#include "workbook/data_workbook.h"
+#include "workbook/data_workbook_sample.h"
+#include "workbook/workbook_ops.h"
+
+namespace fs = std::filesystem;
+using namespace zorv;
+
+namespace {
+
+std::string BenchDir() {
+    const char* t = std::getenv("ZORV_BENCH_DIR");
+    fs::path d = t ? fs::path(t) : fs::temp_directory_path() / "zorv_bench_datawb";
+    fs::create_directories(d);
+    return d.string();
+}
+std::string BigPath() { return BenchDir() + "/Big1M.xlsx"; }
+
+SampleSpec BigSpec() {
+    SampleSpec s;
+    s.wafers = 25;
+    s.fieldsX = s.fieldsY = 10;
+    s.sitesX = s.sitesY = 20;  // 25 x 100 x 400 = 1,000,000 rows
+    s.values = 7;              // columns A..L
+    s.dataType = 1;
+    s.dataTable = "Big1M";
+    s.workbookPath = BigPath();
+    return s;
+}
+
+double PeakRssMb() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_maxrss / 1024.0;
+}
+
+void WriteBig(benchmark::State* state) {
+    SampleTables t = MakeSampleTables(BigSpec());
+    fs::remove(BigPath());
+    Workbooks::CloseAll();
+    if (state) state->ResumeTiming();
+    int rc = SaveData(t.data, t.excluded, t.sites, t.information);
+    if (state) state->PauseTiming();
+    Workbooks::CloseAll();
+    if (rc < 1 && state) state->SkipWithError("SaveData failed");
+}
+
+struct Quiet {
+    Quiet() { SetReporter(&r); }
+    ~Quiet() { SetReporter(nullptr); }
+    StreamReporter r{stderr, false};
+};
+
+void BM_SaveData_1M(benchmark::State& state) {
+    Quiet q;
+    for (auto _ : state) {
+        state.PauseTiming();
+        WriteBig(&state);
+        state.ResumeTiming();
+    }
+    state.counters["rows"] = 1e6;
+    state.counters["fileMB"] = fs::file_size(BigPath()) / 1048576.0;
+    state.counters["peakRSS_MB"] = PeakRssMb();
+}
+BENCHMARK(BM_SaveData_1M)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+void BM_GetExcelWBLot_1M(benchmark::State& state) {
+    Quiet q;
+    if (!fs::exists(BigPath())) WriteBig(nullptr);
+    long points = 0;
+    for (auto _ : state) {
+        std::shared_ptr<cLot> lot;
+        if (GetExcelWBLot(BigPath(), "", lot) < 1) {
+            state.SkipWithError("load failed");
+            break;
+        }
+        state.PauseTiming();
+        points = lot->TotalPoints();
+        lot->Kill();
+        lot.reset();
+        Workbooks::CloseAll();
+        state.ResumeTiming();
+    }
+    state.counters["points"] = static_cast<double>(points);
+    state.counters["peakRSS_MB"] = PeakRssMb();
+}
+BENCHMARK(BM_GetExcelWBLot_1M)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+void BM_SaveArray_1000(benchmark::State& state) {
+    Quiet q;
+    if (!fs::exists(BigPath())) WriteBig(nullptr);
+    Datam result(1000, 10, 0, 0);
+    for (int c = 0; c <= 10; ++c) result(0, c) = "Col" + std::to_string(c);
+    for (int r = 1; r <= 1000; ++r)
+        for (int c = 0; c <= 10; ++c) result(r, c) = r * 0.001 + c;
+    int n = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        WorkbookPtr wb;
+        Worksheet* ws = nullptr;
+        if (OpenExcelWorksheet(BigPath(), wb, &ws, false) < 1) {
+            state.SkipWithError("open failed");
+            break;
+        }
+        state.ResumeTiming();
+        if (SaveArray(result, "Result" + std::to_string(++n), "Result", wb.get()) < 1) {
+            state.SkipWithError("SaveArray failed");
+            break;
+        }
+        state.PauseTiming();
+        Workbooks::CloseAll();
+        state.ResumeTiming();
+    }
+    state.counters["peakRSS_MB"] = PeakRssMb();
+}
+BENCHMARK(BM_SaveArray_1000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+}  // namespace
+
+BENCHMARK_MAIN();
