@@ -45,6 +45,8 @@ public:
     // Runs once; showing the window is the caller's business.
     void Load();
     bool isLoaded() const { return loaded_; }
+    // Runs the window's own load again (a caller refreshed on return).
+    void Reload() { formLoad(); }
     // True once the unload has run (the window is going away).
     bool isUnloaded() const { return unloading_; }
     // Unload by code: no question; the window's unload runs and it is deleted.

@@ -96,7 +96,7 @@ void frmMain::formUnload() {
     BusyPointer busy;
     ResetObjects();
     if (caller_) caller_->show();
-    // Place of the window, unless minimised (done by the frame on close).
+    // The place of the window is kept by the frame as it closes.
     SetStatusText("FrmMain: Unloading forms . . .");
     std::vector<ZorvForm*> open = Forms();
     for (auto it = open.rbegin(); it != open.rend(); ++it) {
@@ -107,6 +107,7 @@ void frmMain::formUnload() {
     if (caller_) {
         caller_->setEnabled(true);
         caller_->show();
+        caller_->Reload();
     }
     SetStatusText("Termination ...");
     if (forms().frmMain == this) forms().frmMain = nullptr;
