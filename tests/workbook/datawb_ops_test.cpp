@@ -1,0 +1,134 @@
+// Information sheet helpers, the sheet menu, and zorv-cli info on good and
+// bad workbooks.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "app/report.h"
+#include "lot/lot.h"
+#include "workbook/data_workbook.h"
+#include "workbook/data_workbook_sample.h"
+
+namespace fs = std::filesystem;
+using namespace zorv;
+
+namespace {
+class Capture : public Reporter {
+public:
+    int showBox(const std::string& m, int, const std::string&) override {
+        boxes += m + "\n";
+        return 0;
+    }
+    std::string boxes;
+};
+
+std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataType) {
+    SampleSpec spec;
+    spec.wafers = 1;
+    spec.dataType = dataType;
+    spec.dataTable = name;
+    spec.workbookPath = (dir / (name + ".xlsx")).string();
+    SampleTables t = MakeSampleTables(spec);
+    std::string saved;
+    EXPECT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
+    Workbooks::CloseAll();
+    return saved;
+}
+
+std::string RunCommand(const std::string& cmd, int& rc) {
+    std::string out = (fs::path(ZORV_TEST_TMP) / "datawb_cli_out.txt").string();
+    rc = std::system((cmd + " > " + out + " 2>&1").c_str());
+    std::ifstream in(out);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+}  // namespace
+
+class DataWorkbookOps : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = fs::path(ZORV_TEST_TMP) / "datawb_ops";
+        fs::create_directories(dir);
+        SetReporter(&rep);
+        Workbooks::CloseAll();
+    }
+    void TearDown() override {
+        Workbooks::CloseAll();
+        SetReporter(nullptr);
+    }
+    fs::path dir;
+    Capture rep;
+};
+
+TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
+    std::string cd = MakeWorkbook(dir, "OpsCD", 2);
+    std::string ov = MakeWorkbook(dir, "OpsOverlay", 1);
+    auto a = Workbook::open(cd);
+    auto b = Workbook::open(ov);
+    ASSERT_TRUE(a.ok() && b.ok());
+    EXPECT_TRUE(xlDataTypeCD(a->get()));
+    EXPECT_FALSE(xlDataTypeCD(b->get()));
+    EXPECT_FALSE(xlDataTypeCD(nullptr));
+    EXPECT_NE(rep.boxes.find("Excel workbook not provided."), std::string::npos);
+    (*b)->removeSheet("Information");
+    EXPECT_FALSE(xlDataTypeCD(b->get()));
+    EXPECT_NE(rep.boxes.find("'Information' data sheet not present."), std::string::npos);
+
+    // With no Information sheet the keys are made, die sizes from Sites B2, C2.
+    Datam info = GetWorksheetInspection(b->get());
+    ASSERT_EQ(info.rowUb(), kInformationKeyCount);
+    EXPECT_EQ(info(infoDataTable, 2).toString(), "OpsOverlay");
+    EXPECT_DOUBLE_EQ(info(infoDieSizeX, 2).toDouble(), 26);
+    EXPECT_DOUBLE_EQ(info(infoDieSizeY, 2).toDouble(), 33);
+    EXPECT_EQ((*b)->sheetNames().back(), "Information");
+    Datam t;
+    EXPECT_EQ(CreateInfoWorksheet(nullptr, t), -1);
+    EXPECT_NE(rep.boxes.find("A workbook reference was not provided."), std::string::npos);
+
+    std::vector<std::string> menu(6, "");
+    ASSERT_EQ(UpdateSpreadsheets(&menu, a->get()), 1);
+    EXPECT_EQ(menu[0], "Sites");
+    EXPECT_EQ(menu[2], "OpsCD");
+    EXPECT_EQ(menu[5], "Empty");
+    EXPECT_EQ(UpdateSpreadsheets(nullptr, a->get()), -1);
+    EXPECT_NE(rep.boxes.find("A form was not provided."), std::string::npos);
+}
+
+TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
+    std::string path = MakeWorkbook(dir, "OpsGeom", 1);
+    std::shared_ptr<cLot> lot;
+    WBLotTables t;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << rep.boxes;
+    lot->DieSizeX = 22000;
+    lot->SiteXoffset = -1500;
+    lot->WaferSize = 300000;
+    ASSERT_EQ(UpdateXLInformation(t.workbook.get(), lot.get()), 1) << rep.boxes;
+    Workbooks::CloseAll();
+    auto wb = Workbook::open(path);
+    ASSERT_TRUE(wb.ok());
+    Worksheet* is = (*wb)->sheet("Information");
+    EXPECT_DOUBLE_EQ(is->cell(infoDieSizeX, 2).toDouble(), 22);
+    EXPECT_DOUBLE_EQ(is->cell(infoSiteXoffset, 2).toDouble(), -1.5);
+    EXPECT_DOUBLE_EQ(is->cell(infoWaferSize, 2).toDouble(), 300);
+    EXPECT_EQ(UpdateXLInformation(nullptr, lot.get()), -1);
+    EXPECT_NE(rep.boxes.find("Please reload data."), std::string::npos);
+}
+
+TEST_F(DataWorkbookOps, CliInfo) {
+    const char* cli = std::getenv("ZORV_CLI");
+    if (!cli) GTEST_SKIP() << "ZORV_CLI not set (run through ctest)";
+    std::string sample = std::string(ZORV_DATA_DIR) + "/samples/SampleOverlay.xlsx";
+    int rc = 0;
+    std::string out = RunCommand(std::string(cli) + " info " + sample + " --json", rc);
+    EXPECT_EQ(rc, 0) << out;
+    EXPECT_NE(out.find("\"points\":72"), std::string::npos) << out;
+    EXPECT_NE(out.find("\"dataType\":\"Overlay\""), std::string::npos) << out;
+    EXPECT_NE(out.find("\"name\":\"X_reg\""), std::string::npos) << out;
+    std::string bad = (dir / "NotAWorkbook.xlsx").string();
+    std::ofstream(bad) << "not a workbook\n";
+    out = RunCommand(std::string(cli) + " info " + bad, rc);
+    EXPECT_NE(rc, 0);
+    EXPECT_NE(out.find("NotAWorkbook.xlsx"), std::string::npos) << out;
+}
