@@ -198,6 +198,10 @@ void AppendEscaped(std::string& out, std::string_view text, bool attribute) {
             if (IsHex4(text, i)) out += "_x005F_";
             else out += '_';
             break;
+        case '\r':
+            // a character reference keeps CR through line-end normalisation
+            out += "&#13;";
+            break;
         default:
             if (c < 0x20) {
                 char buf[8];

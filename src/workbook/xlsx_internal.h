@@ -58,8 +58,9 @@ struct Row {
 // the text is not one.
 bool ParseIsoDate(std::string_view text, double& serial);
 
-// Text to XML-safe text: & < > (and " in attributes) escaped, CR and other
-// control characters as _xHHHH_, bytes that are not UTF-8 taken as Latin-1.
+// Text to XML-safe text: & < > (and " in attributes) escaped, CR as a
+// character reference, other control characters as _xHHHH_, bytes that are
+// not UTF-8 taken as Latin-1.
 void AppendEscaped(std::string& out, std::string_view text, bool attribute = false);
 // Resolves XML entities (and line ends) and _xHHHH_ escapes of raw XML text;
 // with entities false only the _xHHHH_ escapes (text a parser has decoded).
