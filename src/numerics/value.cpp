@@ -1,5 +1,6 @@
 #include "numerics/value.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -109,12 +110,19 @@ bool ParseNumber(std::string_view t, double& out) {
         i = j;
     }
     if (i != s.size()) return false;
-    std::string buf(s);
-    for (char& c : buf)
+    // from_chars ignores the C locale, which the GUI toolkit sets from the
+    // user's environment; it takes no "+" and no "d" exponent, so normalise.
+    std::string buf;
+    buf.reserve(s.size());
+    for (char c : s) {
         if (c == 'd' || c == 'D') c = 'e';
-    char* end = nullptr;
-    const double v = std::strtod(buf.c_str(), &end);
-    if (!std::isfinite(v)) return false;
+        if (c == '+' && buf.empty()) continue;
+        buf += c;
+    }
+    double v = 0;
+    const auto res = std::from_chars(buf.data(), buf.data() + buf.size(), v);
+    if (res.ec != std::errc() || res.ptr != buf.data() + buf.size() || !std::isfinite(v))
+        return false;
     out = v;
     return true;
 }
@@ -124,8 +132,11 @@ std::string NumberToText(double d, int significant) {
     if (std::isnan(d)) return "NaN";
     if (std::isinf(d)) return d > 0 ? "Inf" : "-Inf";
     char buf[40];
-    std::snprintf(buf, sizeof buf, "%.*G", significant, d);
-    return buf;
+    const auto res = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::general, significant);
+    std::string out(buf, res.ptr);
+    for (char& c : out)
+        if (c == 'e') c = 'E';
+    return out;
 }
 
 double Value::toDouble(bool* ok) const {

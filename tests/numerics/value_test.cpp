@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <clocale>
+
 #include "numerics/datam.h"
 #include "numerics/value.h"
 
@@ -64,4 +66,20 @@ TEST(Datam, BoundsRedimAndOneDim) {
 
     Value arr(d);
     EXPECT_EQ(arr.array()(3, 2).toDouble(), 7.0);
+}
+
+TEST(Value, NumberTextIgnoresTheCLocale) {
+    // The GUI toolkit sets LC_NUMERIC from the environment; a German user must
+    // still read "0.6" as 0.6.
+    const char* names[] = {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8"};
+    const char* set = nullptr;
+    for (const char* n : names)
+        if ((set = std::setlocale(LC_NUMERIC, n))) break;
+    if (!set) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    double v = 0;
+    EXPECT_TRUE(ParseNumber("0.6", v));
+    EXPECT_DOUBLE_EQ(v, 0.6);
+    EXPECT_EQ(NumberToText(0.5), "0.5");
+    EXPECT_EQ(Value(1.25e-7).toString(), "1.25E-07");
+    std::setlocale(LC_NUMERIC, "C");
 }
