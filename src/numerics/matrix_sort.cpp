@@ -45,7 +45,9 @@ double Key7(double x) {
     if (!std::isfinite(f)) return f;
     const double a = std::fabs(static_cast<double>(f));
     if (a < 1e-15 || a >= 1e22) return Key7Text(f);
-    int e = static_cast<int>(std::floor(std::log10(a)));
+    int b2 = 0;
+    std::frexp(a, &b2);  // decimal exponent from the binary one, corrected below
+    int e = static_cast<int>(std::floor((b2 - 1) * 0.30102999566398120));
     double q = 0;
     for (int tries = 0; tries < 3; ++tries) {
         q = e <= 6 ? a * kPow10[6 - e] : a / kPow10[e - 6];
@@ -274,7 +276,7 @@ void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, 
     std::vector<RadixItem> tmp;
     for (int c = kNumberKey; c <= kErrorKey; ++c) RadixSort(items.data() + start[c], count[c], tmp);
     for (size_t i = 0; i < seen; ++i) rows[i] = items[i].row;
-    if (poll && n >= 10) ShowProgress(-1);
+    if (poll) ShowProgress(-1);
 }
 
 std::vector<int> SortRows(const Datam& m, int col, bool descending) {
