@@ -132,3 +132,37 @@ TEST_F(DataWorkbookOps, CliInfo) {
     EXPECT_NE(rc, 0);
     EXPECT_NE(out.find("NotAWorkbook.xlsx"), std::string::npos) << out;
 }
+
+TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
+    std::string log = (dir / "RemoteCall.Log").string();
+    fs::remove(log);
+    fs::remove(dir / "New_book.xlsx");
+    SetLogging(true);
+    GetLogFile(log);
+    WorkbookPtr wb;
+    Worksheet* ws = nullptr;
+    int rc = OpenExcelWorksheet((dir / "New book").string(), wb, &ws, true);
+    WorkbookPtr again;
+    int rc2 = OpenExcelWorksheet((dir / "New_book.xlsx").string(), again, nullptr, false);
+    WorkbookPtr none;
+    int rc3 = OpenExcelWorksheet((dir / "Template.xlt").string(), none, nullptr, false);
+    SetLogging(false);
+    ASSERT_EQ(rc, 1);
+    EXPECT_EQ(rc2, 1);
+    EXPECT_EQ(again, wb);  // the open one is reused, not read again
+    EXPECT_EQ(rc3, -1);
+    ASSERT_TRUE(ws);
+    EXPECT_EQ(ws->name(), "Information");
+    EXPECT_TRUE(fs::exists(dir / "New_book.xlsx"));  // spaces out, extension added, saved at once
+    std::ifstream in(log);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("    ...Loading: "), std::string::npos) << text;
+    EXPECT_NE(text.find("    ...Start Excel Application.  chk:"), std::string::npos) << text;
+    EXPECT_NE(text.find("    ...SaveAS Workbook: "), std::string::npos) << text;
+    EXPECT_NE(text.find("    ...File Checked, now create..: "), std::string::npos) << text;
+    EXPECT_NE(text.find("' successfully loaded/saved. "), std::string::npos) << text;
+    EXPECT_NE(text.find("    ...Workbook:  'New_book.xlsx' already exists.  chk:"), std::string::npos) << text;
+    // In logging mode the message goes to the log, not to a box.
+    EXPECT_NE(text.find("A Zorv Macro Template '.XLT' has not been loaded."), std::string::npos) << text;
+    EXPECT_EQ(rep.boxes, "");
+}

@@ -474,3 +474,20 @@ TEST_F(DataWorkbook, LayoutTablesAreRead) {
     EXPECT_FLOAT_EQ(w2->Layouts[1].InitialValue, 20);
     EXPECT_EQ(w1->Layouts[0].Meander, "Serpentine");
 }
+
+TEST_F(DataWorkbook, WithoutFieldSplitAWaferHoldsOneFieldAndItsSitesWafer) {
+    SampleSpec spec;
+    spec.wafers = 2;
+    std::string path = save(spec, "NoSplit");
+    std::shared_ptr<cLot> lot;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot, nullptr, false, false), 1) << Boxes();
+    ASSERT_EQ(lot->Wafers().Count(), 2);
+    for (cWafer* w : lot->Wafers()) {
+        ASSERT_EQ(w->Fields().Count(), 1);
+        EXPECT_EQ(w->Fields().At(1)->NumberKey, std::string("W").append(std::to_string(w->Number())).append("F1"));
+        ASSERT_EQ(w->SitesWafer().Count(), 4);
+        long points = 0;
+        for (cSite* s : w->SitesWafer()) points += s->Points().Count();
+        EXPECT_EQ(points, 36);  // nine fields' rows of each site number join one site
+    }
+}
