@@ -55,7 +55,7 @@ Design makeDesign(int n, int m) {
 
 Datam mitpOf(const Design& d) {
     Datam t(d.n, d.m, 0, 0);
-    for (int j = 1; j <= d.m; ++j) t(0, j) = Value("T" + std::to_string(j));
+    for (int j = 1; j <= d.m; ++j) t(0, j) = Value(std::string(1, 'T').append(std::to_string(j)));
     for (int i = 0; i < d.n; ++i) {
         t(i + 1, 0) = Value(static_cast<int32_t>(i + 1));
         for (int j = 0; j < d.m; ++j) t(i + 1, j + 1) = Value(d.x[static_cast<size_t>(i) * d.m + j]);

@@ -90,7 +90,7 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
     }
     const int last = std::max(lastX, lastY);
     if (last == 1) {
-        out.coef = Datam(order + 1, 1, 0, 0);
+        out.coef = Datam(order + 1, 1, 0, 1);
         out.coef(0, 1) = Value("Coef");
         for (int r = 1; r <= order + 1; ++r) out.coef(r, 1) = Value(0.0);
         out.coef(1, 1) = table.get(1, yCol);

@@ -570,7 +570,7 @@ int termColumns(const Datam& mitp) {
 }
 
 Datam toVec(const std::vector<double>& v) {
-    Datam d(static_cast<int>(v.size()), 1, 0, 0);
+    Datam d(static_cast<int>(v.size()), 1, 0, 1);
     for (size_t i = 0; i < v.size(); ++i) d(static_cast<int>(i) + 1, 1) = Value(v[i]);
     return d;
 }
@@ -826,11 +826,11 @@ int CalcFitResids(const Datam& x, const Datam& y, const Datam& c, Datam& coef, D
         }
     }
     const double intercept = cnt ? s / cnt : 0.0;
-    coef = Datam(static_cast<int>(cv.size()) + 1, 1, 0, 0);
+    coef = Datam(static_cast<int>(cv.size()) + 1, 1, 0, 1);
     coef(1, 1) = Value(intercept);
     for (size_t j = 0; j < cv.size(); ++j) coef(static_cast<int>(j) + 2, 1) = Value(cv[j]);
-    modelled = Datam(n, 1, 0, 0);
-    resids = Datam(n, 1, 0, 0);
+    modelled = Datam(n, 1, 0, 1);
+    resids = Datam(n, 1, 0, 1);
     double mm = 0, rm = 0;
     for (int i = 1; i <= n; ++i) {
         modelled(i, 1) = Value(mod[i]);

@@ -4,8 +4,9 @@
 // and small numeric helpers.
 //
 // Vectors are n x 1 tables with the values in column 1 and rows from 1; the
-// tables made here have row 0 and column 0 as well (Datam(n, 1, 0, 0)).
-// Matrices (u, v) run from row 1 and column 1.
+// vectors made here have a row 0 as well (Datam(n, 1, 0, 1)), the residual
+// vector of svdfit_std also a column 0 with the source row. Matrices (u, v)
+// run from row 1 and column 1.
 #pragma once
 
 #include <cstdint>

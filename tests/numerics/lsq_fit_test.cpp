@@ -33,7 +33,7 @@ struct CaptureScope {
 Datam mitpOf(const std::vector<std::vector<double>>& x) {
     const int n = static_cast<int>(x.size()), m = static_cast<int>(x[0].size());
     Datam d(n, m, 0, 0);
-    for (int j = 1; j <= m; ++j) d(0, j) = Value("T" + std::to_string(j));
+    for (int j = 1; j <= m; ++j) d(0, j) = Value(std::string(1, 'T').append(std::to_string(j)));
     for (int i = 0; i < n; ++i) {
         d(i + 1, 0) = Value(static_cast<int32_t>(i + 1));
         for (int j = 0; j < m; ++j) d(i + 1, j + 1) = Value(x[i][j]);

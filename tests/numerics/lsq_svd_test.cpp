@@ -49,8 +49,9 @@ void checkFactors(const Datam& a, int rows, int cols) {
             for (int k = 1; k <= cols; ++k) sv += cell(v, k, p) * cell(v, k, q);
             for (int i = 1; i <= u.rowUb(); ++i) su += cell(u, i, p) * cell(u, i, q);
             EXPECT_NEAR(sv, p == q ? 1.0 : 0.0, 1e-12);
-            if (cell(w, p, 1) > 1e-9 && cell(w, q, 1) > 1e-9)
+            if (cell(w, p, 1) > 1e-9 && cell(w, q, 1) > 1e-9) {
                 EXPECT_NEAR(su, p == q ? 1.0 : 0.0, 1e-11);
+            }
         }
 }
 
