@@ -399,3 +399,39 @@ TEST(SvdFit, ArrayEntryMatchesDatamEntry) {
     EXPECT_EQ(a.excluded[6], 1);
     EXPECT_EQ(a.excluded[78], 1);
 }
+
+TEST(SvdFit, EmptyTermCellsStayOutOfCentringAndProducts) {
+    std::vector<std::vector<double>> x;
+    std::vector<double> y;
+    waferData(1500, x, y, 31, 0.2);
+    Datam mitp = mitpOf(x);
+    mitp(10, 2) = Value();
+    mitp(700, 4) = Value("");
+    mitp(701, 5) = Value("text");
+    for (bool center : {true, false}) {
+        SvdFit a = svdfit_std(mitp, vdtpOf(y), 0, center, true, 3, 0);
+        SvdFit b = svdfit_std(mitp, vdtpOf(y), 0, center, true, 3, 0, true);
+        ASSERT_EQ(a.result, b.result);
+        for (int j = 1; j <= 6; ++j)
+            EXPECT_NEAR(at(a.coef, j), at(b.coef, j), 1e-9 * (1 + std::fabs(at(b.coef, j))));
+        // The modelled value skips the empty cell: check the residual of row 10.
+        int k = 1;
+        while (a.resids(k, 0).toLong() != 10) ++k;
+        double fit = at(a.coef, 1);
+        for (int j = 0; j < 5; ++j)
+            if (j != 1) fit += at(a.coef, j + 2) * x[9][j];
+        EXPECT_NEAR(at(a.resids, k), y[9] - fit, 1e-9);
+    }
+}
+
+TEST(SvdFit, EscapeStopsTheFitAfterThePass) {
+    std::vector<std::vector<double>> x;
+    std::vector<double> y;
+    waferData(300, x, y, 41, 0.1);
+    SetEscPressed(true);
+    SvdFit f = svdfit_std(mitpOf(x), vdtpOf(y), 0, true, true, 3, 0);
+    SetEscPressed(false);
+    EXPECT_EQ(f.result, -1);
+    ASSERT_TRUE(f.coef.isArray());
+    EXPECT_EQ(f.coef.rowUb(), 6);
+}
