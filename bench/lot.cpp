@@ -38,14 +38,16 @@ std::shared_ptr<cLot> BuildLot() {
     auto lot = cLot::create();
     lot->LotName = "Bench";
     lot->DataSource(1);
-    lot->ValueV_Name = "X";
-    lot->ValueH_Name = "Y";
+    lot->ValueV_Name = std::string("X");
+    lot->ValueH_Name = std::string("Y");
     lot->valueZ_Name = "Length";
     lot->DieSizeX = 26000;
     lot->DieSizeY = 33000;
     for (int w = 1; w <= kWafers; ++w) {
         bool isNew = false;
-        cWafer* wf = lot->AddWafer("W" + std::to_string(w), isNew);
+        std::string name = std::to_string(w);
+        name.insert(0, 1, 'W');
+        cWafer* wf = lot->AddWafer(name, isNew);
         for (int j = 0; j < kFieldsPerSide; ++j)
             for (int i = 0; i < kFieldsPerSide; ++i) {
                 cField* f = wf->AddField(float(i - 5), float(j - 5), isNew, false);

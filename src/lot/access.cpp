@@ -56,6 +56,12 @@ struct Area {
     }
 };
 
+// Counters can lag behind the tree (a caller that edits it by hand): the
+// table grows rather than drop rows.
+inline void ensureRow(Datam& d, int r) {
+    if (r > d.rowUb()) d.redimPreserve(std::max(r, 2 * d.rowUb() + 16), d.colUb());
+}
+
 Area readArea(const Datam* area, double scale) {
     Area a;
     if (!area || !area->isArray() || area->dims() != 2) return a;
@@ -110,8 +116,8 @@ Datam cLot::GetData(bool byField, bool byWaferSites, bool withExposure) {
     const int dt = PLotDataType % 3;
     int r = 0;
     auto row = [&](const cWafer& w, const Value& wkey, const cField& f, cSite& s, const cPoint& pt, bool waferRoad) {
-        if (r >= static_cast<int>(n)) return;
         ++r;
+        ensureRow(d, r);
         d(r, 1) = wkey;
         d(r, 2) = Value(int32_t(s.NumberKey()));
         if (waferRoad) {
@@ -192,8 +198,9 @@ Datam cLot::GetDataFull(const Datam* area, bool absolute) {
                 if (s->cull()) continue;
                 if (!a.inside(s->LocationXabs + wcenx, s->LocationYabs + wceny)) continue;
                 for (cPoint* pt : s->Points()) {
-                    if (pt->cull() || r >= 2 * n) continue;
+                    if (pt->cull()) continue;
                     ++r;
+                    ensureRow(d, r);
                     d(r, 1) = wkey;
                     d(r, 2) = fkey;
                     d(r, 3) = Value(int32_t(s->NumberKey()));
@@ -280,6 +287,7 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
     const size_t stride = d.stride();
     Value* cells = d.data();
     int r = 0;
+    const int cap = static_cast<int>(n);
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         const Value wkey(w->KeyName);
@@ -290,8 +298,12 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
                 if (s->cull()) continue;
                 if (a.on && !a.inside(s->LocationXabs + wcenx, s->LocationYabs + wceny)) continue;
                 for (cPoint* pt : s->Points()) {
-                    if (pt->cull() || r >= n) continue;
+                    if (pt->cull()) continue;
                     ++r;
+                    if (r > d.rowUb()) {
+                        ensureRow(d, r);
+                        cells = d.data();
+                    }
                     Value* row = cells + static_cast<size_t>(r) * stride;
                     row[1] = wkey;
                     row[2] = fkey;
@@ -316,7 +328,7 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
             }
         }
     }
-    if (r < n) d.redimPreserve(r, last);
+    if (r != cap) d.redimPreserve(r, last);
     return d;
 }
 

@@ -313,7 +313,7 @@ public:
     // Angle of (LocationX + SiteXoffset, LocationY + SiteYoffset) in -pi..pi.
     double CalcAngle() const;
     double CalcVector() const;  // length of LocationX, LocationY
-    // Clears the values of the points (to -999.9).
+    // Sets every raw, fitted and residual value of the points to 0.
     void SetPointsZero();
     // A copy with its points (culled ones only with keepCulled); no parent.
     Ref<cSite> clone(bool keepCulled = true) const;

@@ -81,6 +81,15 @@ std::shared_ptr<cLot> cLot::clone(bool keepCulled, bool treeless, std::string_vi
             }
             added->WaferID = w->WaferID;
             added->setParent(lot.get());
+            // Adding renames the fields after the key; a clone keeps the
+            // source's field keys so that tables of the two agree.
+            auto src = w->Fields().begin();
+            for (cField* f : added->Fields()) {
+                while (src != w->Fields().end() && (*src)->cull() && !keepCulled) ++src;
+                if (src == w->Fields().end()) break;
+                f->NumberKey = (*src)->NumberKey;
+                ++src;
+            }
         }
     }
     p.chk = 5;

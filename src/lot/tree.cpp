@@ -465,7 +465,7 @@ void cSite::SetPointsZero() {
     Proc p("cSite(SetPointZero): ");
     for (cPoint* pt : points_)
         for (int f = 1; f <= 9; ++f)
-            for (int k = 0; k < 3; ++k) *pt->FeatureSlot(f, k) = kMissingValue;
+            for (int k = 0; k < 3; ++k) *pt->FeatureSlot(f, k) = 0;
 }
 
 Ref<cSite> cSite::clone(bool keepCulled) const {

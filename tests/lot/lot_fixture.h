@@ -33,10 +33,10 @@ public:
 // -key), Z missing. Site keys run 1..n*n row by row.
 inline std::shared_ptr<cLot> MakeLot(int wafers, int nx, int ny, int n, float pitch = 1000) {
     auto lot = cLot::create();
-    lot->LotName = "T";
+    lot->LotName = std::string("T");
     lot->DataSource(1);
-    lot->ValueV_Name = "X";
-    lot->ValueH_Name = "Y";
+    lot->ValueV_Name = std::string("X");
+    lot->ValueH_Name = std::string("Y");
     lot->valueZ_Name = "Length";
     lot->DieSizeX = 20000;
     lot->DieSizeY = 30000;
