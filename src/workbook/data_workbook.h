@@ -99,6 +99,12 @@ int UpdateXLInformation(Workbook* workbook, const cLot* lot);
 // columns from 1, and the per-wafer variable rows). False without the sheet.
 bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues);
 
+// cLot::UpdateUnits2Workbook through the lot's hook: the lot's units into the
+// "_UNITS" columns of its workbook's Sites sheet, then saved. 1, or -1.
+int WriteUnitsToWorkbook(cLot& lot);
+// Installs the lot's workbook hooks (the loader calls it; idempotent).
+void InstallDataWorkbookHooks();
+
 // What GetExcelWBLot hands back beside the lot.
 struct WBLotTables {
     Datam information;   // GetWorksheetInspection

@@ -169,6 +169,7 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
                   WBLotTables* tables, bool quiet, bool splitByField) {
     Proc p("Import(GetExcelWBLot): ");
     BusyPointer busy;
+    InstallDataWorkbookHooks();
     WBLotTables local;
     WBLotTables& T = tables ? *tables : local;
     T = WBLotTables{};

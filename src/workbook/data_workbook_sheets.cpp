@@ -393,4 +393,57 @@ bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues) 
     return true;
 }
 
+int WriteUnitsToWorkbook(cLot& lot) {
+    Proc p("cLot(UpdateUnits2Workbook): ");
+    p.chk = 1;
+    auto wb = std::static_pointer_cast<Workbook>(lot.xlwb);
+    if (!wb) {
+        p.msg = "Please reload data.";
+        return -1;
+    }
+    Worksheet* ws = wb->sheet("Sites");
+    if (!ws) {
+        p.msg = LoadResString(resNoSitesSheet);
+        return -1;
+    }
+    p.chk = 2;
+    const int lastCol = ws->lastCol(), lastRow = std::max(2, ws->lastRow());
+    int written = 0;
+    for (int c = 1; c <= lastCol; ++c) {
+        std::string head = CellText(ws->cell(1, c));
+        size_t at = Upper(head).find("_UNITS");
+        if (at == std::string::npos) continue;
+        int feature = lot.GetPlotFeature(head.substr(0, at));
+        if (feature < 1 || feature > 8) continue;
+        std::string text;
+        long code = 0;
+        if (!lot.GetPlotFeatureUnits(feature, text, code)) continue;
+        // The unit is the last filled cell of the column.
+        int row = 2;
+        for (int r = lastRow; r >= 2; --r)
+            if (ws->cell(r, c).textLength() > 0) {
+                row = r;
+                break;
+            }
+        ws->setCell(row, c, text);
+        ++written;
+    }
+    p.chk = 3;
+    if (written && !wb->readOnly()) {
+        Status s = wb->save();
+        if (!s) {
+            p.msg = "Error Saving: " + wb->path();
+            return -1;
+        }
+    }
+    return 1;
+}
+
+void InstallDataWorkbookHooks() {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    cLot::UpdateUnits2WorkbookHook() = [](cLot& lot) { return WriteUnitsToWorkbook(lot); };
+}
+
 }  // namespace zorv

@@ -173,3 +173,16 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
     EXPECT_NE(text.find("A Zorv Macro Template '.XLT' has not been loaded."), std::string::npos) << text;
     EXPECT_EQ(rep.boxes, "");
 }
+
+TEST_F(DataWorkbookOps, UnitsGoBackToTheSitesSheet) {
+    std::string path = MakeWorkbook(dir, "OpsUnits", 1);
+    std::shared_ptr<cLot> lot;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.boxes;
+    EXPECT_EQ(lot->ValueV_Units, 2);  // "nm"
+    lot->ValueV_Units = 1;              // Angstrom
+    ASSERT_EQ(lot->UpdateUnits2Workbook(), 1) << rep.boxes;
+    Workbooks::CloseAll();
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.boxes;
+    EXPECT_EQ(lot->ValueV_Units, 1);
+    EXPECT_EQ(lot->ValueH_units, 2);
+}
