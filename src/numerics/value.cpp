@@ -205,7 +205,10 @@ std::string Value::toString() const {
             unsigned m, d;
             civilFromDays(days - 25569, y, m, d);  // 25569 = 1970-01-01
             char buf[48];
-            if (secs == 0)
+            if (days == 0 && secs != 0)  // a time of day alone, as CStr writes it
+                std::snprintf(buf, sizeof buf, "%02lld:%02lld:%02lld", secs / 3600,
+                              (secs / 60) % 60, secs % 60);
+            else if (secs == 0)
                 std::snprintf(buf, sizeof buf, "%04d-%02u-%02u", y, m, d);
             else
                 std::snprintf(buf, sizeof buf, "%04d-%02u-%02u %02lld:%02lld:%02lld", y, m, d,

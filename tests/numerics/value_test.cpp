@@ -27,6 +27,7 @@ TEST(Value, TextFormsFollowCStr) {
     EXPECT_EQ(Value(true).toDouble(), -1);
     EXPECT_EQ(Value::date(45000).toString(), "2023-03-15");
     EXPECT_EQ(Value::date(45000.5).toString(), "2023-03-15 12:00:00");
+    EXPECT_EQ(Value::date(0.4375).toString(), "10:30:00");
     EXPECT_EQ(Value().textLength(), 0u);
     EXPECT_EQ(Value("0").textLength(), 1u);
 }
