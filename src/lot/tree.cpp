@@ -531,7 +531,11 @@ cSite* sites::Add(Ref<cSite> site, std::string_view key) {
 
 // ================================================================ cField
 
-cField::~cField() = default;
+cField::~cField() {
+    // Sites can outlive the field in the wafer's view; they must not point back.
+    for (cSite* s : sites_)
+        if (s->parent_ == this) s->parent_ = nullptr;
+}
 
 void cField::SetDirection(std::string_view word) {
     std::string u;

@@ -329,3 +329,66 @@ TEST(Lifecycle, KillReportsAndEmpties) {
     EXPECT_EQ(lot->TotalPoints(), 0);
     EXPECT_TRUE(rep.saw("No wafers in lot: T"));
 }
+
+TEST(Collections, WafersAddAdoptsABuiltWafer) {
+    auto lot = MakeLot(1, 1, 1, 1);
+    auto other = MakeLot(1, 2, 1, 2);
+    // move a wafer with its tree from one lot to another
+    std::unique_ptr<cWafer> w = other->Wafers().Remove(1);
+    w->WaferID = "X7";
+    const int before = lot->PointCounter();
+    cWafer* added = lot->Wafers().Add(std::move(w));
+    ASSERT_NE(added, nullptr);
+    EXPECT_EQ(added->KeyName, "X7");
+    EXPECT_EQ(added->parent(), lot.get());
+    EXPECT_EQ(added->Fields().At(2)->NumberKey, "WX7F2");  // renamed after the key
+    cPoint* p = added->Fields().At(2)->sites().Item(4)->Points().Item(1);
+    EXPECT_EQ(p->ParentLot(), lot.get());
+    EXPECT_EQ(lot->PointCounter(), before + 8);
+    EXPECT_EQ(lot->TotalPoints(), 9);
+    EXPECT_EQ(lot->Wafers().Add(std::make_unique<cWafer>(), "x7"), nullptr);  // the key is taken
+
+    Datam out;
+    EXPECT_EQ(lot->mFindWafer("x7", false, &out), 2);
+    EXPECT_EQ(out.at(3).toString(), "X7");
+    EXPECT_EQ(lot->mFindWafer("nope", true, &out), -1);
+    EXPECT_EQ(out.at(1).toLong(), -1);
+}
+
+TEST(Lookup, PickingByWaferCoordinates) {
+    auto lot = MakeLot(1, 1, 1, 3);
+    lot->wcenx = 300;
+    lot->wceny = 300;
+    cField* f = lot->Wafers().At(1)->Fields().At(1);
+    // site 6 at (1000, 0) in the field: wafer (11000, 15000) plus the centre
+    EXPECT_EQ(f->mFindSite(11300, 15300, 20), 6);
+    EXPECT_EQ(f->mFindSite(11300 + 15, 15300, 20), 6);  // wcenx/30 = 10 is below 20
+    EXPECT_EQ(f->mFindSite(11300 + 15, 15300, 5), -1);
+    EXPECT_EQ(f->mFindSite(11300 + 8, 15300, 5), 6);    // wcenx/30 = 10 is above 5
+    f->sites().Item(6)->setCull(true);
+    EXPECT_EQ(f->mFindSite(11300, 15300, 20), -1);
+    f->sites().Item(6)->setCull(false);
+    Datam hit = f->mFindPoint(11300, 15300, 20);
+    EXPECT_EQ(hit.at(2).toLong(), 6);
+    EXPECT_EQ(hit.at(3).toLong(), 1);
+    EXPECT_TRUE(hit.at(4).toBool());
+    EXPECT_EQ(hit.at(1).toString(), "WW1F1");
+    // field coordinates are the second try, unless forbidden
+    EXPECT_EQ(f->mFindPoint(0, 0, 1).at(2).toLong(), 5);
+    EXPECT_FALSE(f->mFindPoint(0, 0, 1, true).at(4).toBool());
+    EXPECT_FALSE(f->mFindPoint(99999, 99999, 1).at(4).toBool());
+}
+
+TEST(Lifecycle, FieldRemovedWhileWaferViewHoldsItsSites) {
+    auto lot = cLot::create();
+    bool isNew;
+    cWafer* w = lot->AddWafer("A", isNew);
+    Ref<cSite> s = cSite::New();
+    s->setNumberKey(1);
+    w->AddPoint(s, std::make_unique<cPoint>());
+    ASSERT_EQ(s->parent(), w->Fields().At(1));
+    w->Fields().Remove(1);
+    EXPECT_EQ(s->parent(), nullptr);  // no dangling link
+    EXPECT_EQ(w->SitesWafer().Item(1), s.get());
+    EXPECT_EQ(s->WaferKey(), "");
+}
