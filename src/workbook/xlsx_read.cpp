@@ -530,7 +530,16 @@ public:
 
 private:
     bool tag(const char*& p, const char* end, bool last);
+    int fastCell(const char*& p, const char* end);
+    bool startCell(std::string_view r, std::string_view s, std::string_view t, bool selfClosing);
     bool startTag(std::string_view name, const AttrList& at, bool selfClosing);
+    // The text of <v> where it lies whole in the input: no copy.
+    void keepView() {
+        if (viewActive_) {
+            text_.assign(view_);
+            viewActive_ = false;
+        }
+    }
     void endTag(std::string_view name);
     bool commitCell();
     bool place(int row, int col, Value v, uint16_t style);
@@ -551,6 +560,8 @@ private:
     char type_ = 'n';
     uint16_t style_ = 0;
     std::string text_;
+    std::string_view view_;
+    bool viewActive_ = false;
     size_t cells_ = 0;
 };
 
@@ -558,25 +569,111 @@ inline bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == 
 
 size_t SheetScanner::feed(const char* begin, const char* end, bool last) {
     const char* p = begin;
+    auto stop = [&](const char* at) {
+        keepView();
+        return static_cast<size_t>(at - begin);
+    };
     while (p < end && !done_) {
         if (*p != '<') {
             const char* q = static_cast<const char*>(std::memchr(p, '<', static_cast<size_t>(end - p)));
             if (!q) q = end;
-            if (textTarget_) text_.append(p, static_cast<size_t>(q - p));
+            if (textTarget_) {
+                if (textTarget_ == 1 && text_.empty() && !viewActive_ && q != end) {
+                    view_ = std::string_view(p, static_cast<size_t>(q - p));
+                    viewActive_ = true;
+                } else {
+                    keepView();
+                    text_.append(p, static_cast<size_t>(q - p));
+                }
+            }
             p = q;
             continue;
         }
+        // The common tags of the cell table, unprefixed, take a short road.
+        if (inSheetData_ && !inIs_ && end - p >= 4) {
+            char c1 = p[1];
+            if (c1 == 'v' && p[2] == '>') {
+                if (inCell_) {
+                    textTarget_ = 1;
+                    text_.clear();
+                    viewActive_ = false;
+                }
+                p += 3;
+                continue;
+            }
+            if (c1 == '/' && p[3] == '>') {
+                if (p[2] == 'v') {
+                    if (textTarget_ == 1) hasV_ = true;
+                    textTarget_ = 0;
+                    p += 4;
+                    continue;
+                }
+                if (p[2] == 'c') {
+                    p += 4;
+                    if (inCell_) {
+                        inCell_ = false;
+                        if (!commitCell()) done_ = true;
+                    }
+                    viewActive_ = false;
+                    continue;
+                }
+            }
+            if (c1 == 'c' && p[2] == ' ') {
+                const char* save = p;
+                int k = fastCell(p, end);
+                if (k > 0) continue;
+                if (k == 0) {
+                    if (error_.empty() && last) error_ = "the XML ends inside a tag";
+                    return stop(save);
+                }
+            }
+        }
         const char* save = p;
         if (!tag(p, end, last)) {
-            if (!error_.empty()) return static_cast<size_t>(save - begin);
-            // incomplete: wait for more
-            if (last) {
-                error_ = "the XML ends inside a tag";
-            }
-            return static_cast<size_t>(save - begin);
+            // incomplete: wait for more, unless this was all
+            if (error_.empty() && last) error_ = "the XML ends inside a tag";
+            return stop(save);
         }
     }
-    return static_cast<size_t>(p - begin);
+    return stop(p);
+}
+
+// <c r=".." s=".." t=".."> with plain attributes: 1 done, 0 incomplete or
+// failed (error_), -1 for the general road.
+int SheetScanner::fastCell(const char*& p, const char* end) {
+    const char* s = p + 3;
+    std::string_view r, st, t;
+    for (;;) {
+        while (s < end && IsSpace(*s)) ++s;
+        if (s >= end) return 0;
+        if (*s == '>') {
+            p = s + 1;
+            return startCell(r, st, t, false) ? 1 : 0;
+        }
+        if (*s == '/') {
+            if (s + 1 >= end) return 0;
+            if (s[1] != '>') return -1;
+            p = s + 2;
+            return startCell(r, st, t, true) ? 1 : 0;
+        }
+        const char* a0 = s;
+        while (s < end && *s != '=' && !IsSpace(*s) && *s != '>' && *s != '/') ++s;
+        if (s >= end) return 0;
+        if (*s != '=' || s + 1 >= end) return -1;
+        size_t alen = static_cast<size_t>(s - a0);
+        char q = *++s;
+        if (q != '"' && q != '\'') return -1;
+        const char* v0 = ++s;
+        const char* qe = static_cast<const char*>(std::memchr(s, q, static_cast<size_t>(end - s)));
+        if (!qe) return 0;
+        if (alen == 1) {
+            std::string_view v(v0, static_cast<size_t>(qe - v0));
+            if (*a0 == 'r') r = v;
+            else if (*a0 == 's') st = v;
+            else if (*a0 == 't') t = v;
+        }
+        s = qe + 1;
+    }
 }
 
 bool SheetScanner::tag(const char*& p, const char* end, bool last) {
@@ -673,36 +770,35 @@ bool ParseRef(std::string_view r, int& row, int& col) {
     return c >= 1 && c <= kMaxCols && rr >= 1 && rr <= kMaxRows;
 }
 
-bool SheetScanner::startTag(std::string_view name, const AttrList& at, bool selfClosing) {
+bool SheetScanner::startCell(std::string_view r, std::string_view s, std::string_view t, bool selfClosing) {
+    if (inCell_) return fail("a cell inside a cell");
+    int rr = row_, cc = nextCol_;
+    if (!r.empty() && !ParseRef(r, rr, cc)) return fail("bad cell reference '" + std::string(r) + "'");
+    if (rr < 1) return fail("a cell outside a row");
+    if (cc > kMaxCols) return fail("a cell beyond column XFD");
+    row_ = rr;
+    col_ = cc;
+    nextCol_ = cc + 1;
+    style_ = 0;
+    if (!s.empty()) {
+        unsigned v = 0;
+        auto res = std::from_chars(s.data(), s.data() + s.size(), v);
+        if (res.ec == std::errc() && v < im_.styles.size()) style_ = static_cast<uint16_t>(v);
+    }
+    type_ = t.empty() ? 'n' : t == "s" ? 's' : t == "str" ? 'r' : t == "inlineStr" ? 'i' : t == "b" ? 'b'
+          : t == "e" ? 'e' : t == "d" ? 'd' : 'n';
+    text_.clear();
+    viewActive_ = false;
+    hasV_ = false;
+    if (selfClosing) return style_ == 0 || place(row_, col_, Value(), style_);
+    inCell_ = true;
+    return true;
+}
+
+bool SheetScanner::startTag(
+std::string_view name, const AttrList& at, bool selfClosing) {
     if (inSheetData_) {
-        if (name == "c") {
-            if (inCell_) return fail("a cell inside a cell");
-            std::string_view r = at.get("r");
-            int rr = row_, cc = nextCol_;
-            if (!r.empty() && !ParseRef(r, rr, cc)) return fail("bad cell reference '" + std::string(r) + "'");
-            if (rr < 1) return fail("a cell outside a row");
-            row_ = rr;
-            col_ = cc;
-            nextCol_ = cc + 1;
-            std::string_view s = at.get("s");
-            style_ = 0;
-            if (!s.empty()) {
-                unsigned v = 0;
-                auto res = std::from_chars(s.data(), s.data() + s.size(), v);
-                if (res.ec == std::errc() && v < im_.styles.size()) style_ = static_cast<uint16_t>(v);
-            }
-            std::string_view t = at.get("t");
-            type_ = t.empty() ? 'n' : t == "s" ? 's' : t == "str" ? 'r' : t == "inlineStr" ? 'i' : t == "b" ? 'b'
-                  : t == "e" ? 'e' : t == "d" ? 'd' : 'n';
-            text_.clear();
-            hasV_ = false;
-            if (selfClosing) {
-                if (style_ && !place(row_, col_, Value(), style_)) return false;
-                return true;
-            }
-            inCell_ = true;
-            return true;
-        }
+        if (name == "c") return startCell(at.get("r"), at.get("s"), at.get("t"), selfClosing);
         if (name == "v" && inCell_) {
             textTarget_ = 1;
             text_.clear();
@@ -827,14 +923,16 @@ bool SheetScanner::place(int row, int col, Value v, uint16_t style) {
 
 bool SheetScanner::commitCell() {
     Value v;
+    std::string_view text = viewActive_ ? view_ : std::string_view(text_);
+    viewActive_ = false;
     auto txt = [&]() {
-        return text_.find_first_of("&_\r") == std::string::npos ? Value(text_) : Value(Unescape(text_));
+        return text.find_first_of("&_\r") == std::string_view::npos ? Value(text) : Value(Unescape(text));
     };
     switch (type_) {
     case 'n':
         if (hasV_) {
-            const char* b = text_.data();
-            const char* e = b + text_.size();
+            const char* b = text.data();
+            const char* e = b + text.size();
             while (b < e && IsSpace(*b)) ++b;
             while (e > b && IsSpace(e[-1])) --e;
             if (b == e) break;
@@ -850,9 +948,9 @@ bool SheetScanner::commitCell() {
     case 's':
         if (hasV_) {
             size_t idx = 0;
-            auto res = std::from_chars(text_.data(), text_.data() + text_.size(), idx);
+            auto res = std::from_chars(text.data(), text.data() + text.size(), idx);
             if (res.ec != std::errc() || idx >= im_.sst.size())
-                return fail("cell " + CellAddress(row_, col_) + " refers to shared string " + text_ + " of " +
+                return fail("cell " + CellAddress(row_, col_) + " refers to shared string " + std::string(text) + " of " +
                             std::to_string(im_.sst.size()));
             v = im_.sst[idx];
         }
@@ -862,18 +960,18 @@ bool SheetScanner::commitCell() {
         if (hasV_) v = txt();
         break;
     case 'b':
-        if (hasV_) v = Value(text_ == "1" || text_ == "true");
+        if (hasV_) v = Value(text == "1" || text == "true");
         break;
     case 'e':
         if (hasV_) {
-            int32_t code = ErrorCode(text_);
+            int32_t code = ErrorCode(text);
             v = Value::error(code ? code : xlErrNA);
         }
         break;
     case 'd':
         if (hasV_) {
             double serial = 0;
-            if (ParseIsoDate(text_, serial)) v = Value::date(serial);
+            if (ParseIsoDate(text, serial)) v = Value::date(serial);
             else v = txt();
         }
         break;
