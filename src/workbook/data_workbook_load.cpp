@@ -232,6 +232,19 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
     p.chk = 6;
     // The sheet is read in blocks of rows (one range transfer each) so that
     // the whole table never stands in memory beside the tree.
+    // A sheet whose part cannot be read says why, rather than reading as empty.
+    if (Status ls = ws->load(); !ls) {
+        p.msg = ls.failure().text;
+        closeApps();
+        return -1;
+    }
+    if (Worksheet* sitesSheet = wb->sheet("Sites")) {
+        if (Status ls = sitesSheet->load(); !ls) {
+            p.msg = ls.failure().text;
+            closeApps();
+            return -1;
+        }
+    }
     const Area area = DataSheetArea(ws, quiet);
     if (area.empty()) {
         p.msg = std::string(LoadResString(resNoDataRows)) + " (" + wb->name() + ")";

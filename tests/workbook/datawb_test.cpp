@@ -310,6 +310,29 @@ TEST_F(DataWorkbook, BadInputGivesItsMessageAndLeavesTheFile) {
         ASSERT_TRUE((*wb3)->saveAs((dir / "EmptySites.xlsx").string()).ok());
         cases.push_back({"EmptySites.xlsx", "", LoadResString(resSitesSheetEmpty)});
     }
+    if (fs::exists("/usr/bin/python3")) {
+        // The data sheet's part (the largest sheet) cut in the middle of its
+        // XML; the package itself stays sound.
+        fs::path script = dir / "malform.py";
+        std::ofstream(script) << "import zipfile, sys\n"
+                                 "src = zipfile.ZipFile(sys.argv[1])\n"
+                                 "dst = zipfile.ZipFile(sys.argv[2], 'w', zipfile.ZIP_DEFLATED)\n"
+                                 "sheets = [i for i in src.infolist() if i.filename.startswith('xl/worksheets/sheet')]\n"
+                                 "big = max(sheets, key=lambda i: i.file_size).filename\n"
+                                 "for i in src.infolist():\n"
+                                 "    data = src.read(i.filename)\n"
+                                 "    if i.filename == big:\n"
+                                 "        data = b'<worksheet><sheetData><row r=\"1\"><c r=\"B1\"><v>1</v></c></row><row'\n"
+                                 "    dst.writestr(i, data)\n"
+                                 "dst.close()\n";
+        std::string bad = save(spec, "Malformed");
+        std::string tmp = (dir / "Malformed.tmp").string();
+        std::string cmd = "/usr/bin/python3 " + script.string() + " " + bad + " " + tmp;
+        if (std::system(cmd.c_str()) == 0) {
+            fs::rename(tmp, bad);
+            cases.push_back({"Malformed.xlsx", "", ""});
+        }
+    }
     for (Case& c : cases) {
         std::string path = (dir / c.file).string();
         if (!c.bytes.empty()) {
