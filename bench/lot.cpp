@@ -102,6 +102,8 @@ void BM_BuildLot(benchmark::State& st) {
         if (lot->TotalPoints() != kPoints) st.SkipWithError("wrong point count");
     }
     st.counters["heap_bytes_per_point"] = perPoint;
+    st.counters["sizeof_point"] = sizeof(cPoint);
+    st.counters["sizeof_site"] = sizeof(cSite);
     st.counters["rss_bytes_per_point"] = rssPerPoint;
     Report(st);
 }

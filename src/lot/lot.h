@@ -100,7 +100,6 @@ public:
     void setNumberKey(const Value& key) { key_ = key; }
     int32_t Number() const { return number_; }  // position in the site
     void setNumber(int32_t n) { number_ = n; }
-    int32_t SerialNumber = 0;  // from the lot's running counter
 
     // links
     cSite* parent() const { return parent_; }
@@ -126,8 +125,6 @@ public:
     float ThresholdZ = 0, ThresholdMin = 0;
     Value ThresholdMax;
     Value Pform;
-    int32_t pColor = 0;
-    bool Cull_byMouse = false;
 
     bool cull() const { return cull_; }
     // Culling/restoring moves the site's and field's TotalPointsCount by one
@@ -178,11 +175,19 @@ public:
 
 private:
     friend class cSite;
+    // (members ordered for a compact object: 232 bytes)
     Value key_;
     cSite* parent_ = nullptr;
     cLot* lot_ = nullptr;
-    int32_t number_ = 0;
+
+public:
+    int32_t pColor = 0;
+    int32_t SerialNumber = 0;  // from the lot's running counter
+    bool Cull_byMouse = false;
+
+private:
     bool cull_ = false;
+    int32_t number_ = 0;
 };
 
 // ---------------------------------------------------------------- Points
@@ -191,7 +196,6 @@ private:
 class Points {
 public:
     Points() = default;
-    explicit Points(cSite* owner) : owner_(owner) {}
     Points(const Points&) = delete;
     Points& operator=(const Points&) = delete;
     Points(Points&&) noexcept = default;
@@ -230,8 +234,6 @@ public:
 
 private:
     friend class cSite;
-    void setOwner(cSite* s) { owner_ = s; }
-    cSite* owner_ = nullptr;
     std::unique_ptr<cPoint> first_;
     std::unique_ptr<std::vector<std::unique_ptr<cPoint>>> rest_;
 };
@@ -323,7 +325,7 @@ private:
     friend class Ref<cSite>;
     friend class cPoint;
     friend class cField;
-    cSite() : points_(this) {}
+    cSite() = default;
 
     uint32_t refs_ = 0;
     int32_t numberKey_ = 0;
@@ -332,7 +334,7 @@ private:
     int32_t family_ = 0;
     bool cull_ = false;
     bool hasSerial_ = false;
-    Value familyName_;
+    uint16_t familyName_ = 0;  // index into the process-wide family name table, 0 none
     cField* parent_ = nullptr;
     zorv::Points points_;
     std::unique_ptr<cSiteExtra> extra_;

@@ -370,8 +370,25 @@ void cSite::setFamily(long family) {
         if (l->FamilyTotal() < family) l->FamilyTotal(family);
 }
 
+namespace {
+// Family names are few and repeat on every site: one table for the process.
+std::vector<std::string>& familyNameTable() {
+    static std::vector<std::string> names{std::string()};
+    return names;
+}
+uint16_t internFamilyName(std::string_view name) {
+    if (name.empty()) return 0;
+    auto& t = familyNameTable();
+    for (size_t i = 1; i < t.size(); ++i)
+        if (t[i] == name) return static_cast<uint16_t>(i);
+    if (t.size() >= 65535) return 0;
+    t.emplace_back(name);
+    return static_cast<uint16_t>(t.size() - 1);
+}
+}  // namespace
+
 std::string cSite::FamilyName() {
-    if (familyName_.isString() && !familyName_.str().empty()) return std::string(familyName_.str());
+    if (familyName_ != 0) return familyNameTable()[familyName_];
     switch (family_) {
         case 1: return "IsoLine";
         case 2: return "DensePack";
@@ -381,7 +398,7 @@ std::string cSite::FamilyName() {
     }
 }
 
-void cSite::setFamilyName(std::string_view name) { familyName_ = Value(name); }
+void cSite::setFamilyName(std::string_view name) { familyName_ = internFamilyName(name); }
 
 void cSite::setCull(bool c) {
     if (c == cull_) return;
