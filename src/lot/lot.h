@@ -722,8 +722,10 @@ public:
     // Over wafers not culled; SitesWafer with bySitesWafer, else fields.
     cSite* GetSite(long key, bool bySitesWafer = false) const;
     cSite* GetSite(float x, float y, bool bySitesWafer = false) const;
-    cWafer* SetToWaferNumber(long n) const;
-    cField* SetToFieldNumber(cWafer* w, long n) const;
+    // Position on a wafer (field) by its Number: sets CurrentWaferKey
+    // (CurrentFieldKey); nullptr when there is none.
+    cWafer* SetToWaferNumber(long n);
+    cField* SetToFieldNumber(cWafer* w, long n);
     int TotalWafers() const { return wafers_.Count(); }
     // Points in use (not culled); culled points counted into *culled. With
     // recount, walks the tree and rebuilds the running counters first. Reports
@@ -764,7 +766,8 @@ public:
     // Family of the site with this key (-1 when none).
     long GetFamily(long siteKey) const;
 
-    // ---- access (tables in display units: stored / 1000; culled skipped)
+    // ---- access (tables in display units: stored / 1000, locations in mm;
+    // culled objects skipped; the missing mark -999.9 is written unscaled)
     Datam GetData(bool byField = true, bool byWaferSites = false, bool withExposure = false);
     // absolute: columns 6, 7 are "Xabsolute (mm)", "Yabsolute"; area row 1:
     // x1, y1, x2, y2 relative to the wafer centre.

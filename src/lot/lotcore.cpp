@@ -174,16 +174,23 @@ cSite* cLot::GetSite(float x, float y, bool bySitesWafer) const {
     return nullptr;
 }
 
-cWafer* cLot::SetToWaferNumber(long n) const {
+cWafer* cLot::SetToWaferNumber(long n) {
     for (cWafer* w : wafers_)
-        if (w->Number() == n) return w;
+        if (w->Number() == n) {
+            CurrentWaferKey = w->KeyName;
+            return w;
+        }
     return nullptr;
 }
 
-cField* cLot::SetToFieldNumber(cWafer* w, long n) const {
+cField* cLot::SetToFieldNumber(cWafer* w, long n) {
     if (!w) return nullptr;
     for (cField* f : w->Fields())
-        if (f->Number == n) return f;
+        if (f->Number == n) {
+            CurrentWaferKey = w->KeyName;
+            CurrentFieldKey = f->NumberKey;
+            return f;
+        }
     return nullptr;
 }
 
