@@ -216,19 +216,40 @@ Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups) {
     const int r0 = FirstData(sorted, 1), c0 = FirstData(sorted, 2), cu = sorted.colUb();
     const int total = sorted.rowUb() - r0 + 1;
 
-    // Centre each group's rows by their column means.
+    // Centre each group's rows by their column means, in place (the means
+    // of mat_center: cells read as 32-bit floats, the missing mark left out;
+    // every numeric cell has the mean subtracted).
     p.chk = 2;
     int r = r0;
     for (int g = 1; g <= groups && r <= sorted.rowUb(); ++g) {
         const int cnt = uniq(g, 2).toLong();
-        const int r1 = std::min(sorted.rowUb(), r + cnt - 1);
-        Datam part(r1 - r + 1, cu, 0, 0);
-        for (int i = r; i <= r1; ++i)
-            for (int c = c0; c <= cu; ++c) part(i - r + 1, c) = sorted(i, c);
-        part = mat_center(part, c0, cu);
-        for (int i = r; i <= r1; ++i)
-            for (int c = c0; c <= cu; ++c) sorted(i, c) = part(i - r + 1, c);
+        const int r1 = std::min(sorted.rowUb(), r + std::max(cnt, 1) - 1);
+        for (int c = c0; c <= cu; ++c) {
+            double sum = 0;
+            int n = 0;
+            for (int i = r; i <= r1; ++i) {
+                const Value& v = sorted(i, c);
+                double x;
+                if (v.isDate()) {
+                    x = v.toDouble();
+                } else {
+                    if (IsBlank(v) || !v.isNumericPlain()) continue;
+                    const float f = v.toSingle();
+                    if (f == kMissingValue) continue;
+                    x = f;
+                }
+                sum += x;
+                ++n;
+            }
+            const double mean = n ? sum / n : 0.0;
+            for (int i = r; i <= r1; ++i) {
+                Value& v = sorted(i, c);
+                if (IsBlank(v) || !v.isNumericPlain()) continue;
+                v = Value(v.toDouble() - mean);
+            }
+        }
         r = r1 + 1;
+        if (g % 100 == 0 && CheckEscKey()) return Datam();
     }
     if (CheckEscKey()) return Datam();
     dof = total - groups - 1;
