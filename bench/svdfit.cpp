@@ -1,7 +1,7 @@
 // svdfit_std on tall designs: the Datam entry (cells of tagged values) and
 // the array entry, centred and scaled, range cull 0 (four sigma), so that the
 // Gaussian noise gives the usual two or three passes.
-//   bench_svdfit --benchmark_filter=. --benchmark_min_time=1
+//   bench_svdfit --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
 #include <cmath>
