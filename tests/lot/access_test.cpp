@@ -256,3 +256,33 @@ TEST(Tables, FieldSurfaceGrid) {
     EXPECT_DOUBLE_EQ(g(1, 2).toDouble(), 2.0);
     EXPECT_TRUE(g(2, 2).isEmpty());
 }
+
+TEST(Tables, GetDataOnTheWaferSiteRoad) {
+    auto lot = cLot::create();
+    lot->DataSource(6);  // wafer site data
+    lot->ValueV_Name = std::string("T");
+    lot->DieSizeX = lot->DieSizeY = 10000;
+    bool isNew;
+    cWafer* w = lot->AddWafer("1", isNew);
+    const float xs[] = {-26000, 4000, 31000};
+    for (int k = 1; k <= 3; ++k) {
+        Ref<cSite> s = cSite::New();
+        s->setNumberKey(k);
+        s->LocationX = xs[k - 1];
+        s->LocationY = 14000;
+        w->SitesWafer().Add(s, std::to_string(k));
+        auto p = std::make_unique<cPoint>();
+        p->ValueV = 250.0f * k;
+        w->AddPoint(s, std::move(p));
+    }
+    lot->CalcWaferPositions();  // abs = location + half a die
+    w->SitesWafer().Item(2)->setCull(true);
+    Datam d = lot->GetData(false, true);
+    ASSERT_EQ(d.rowUb(), 2);
+    EXPECT_EQ(d(1, 1).toString(), "W1");
+    EXPECT_DOUBLE_EQ(d(1, 3).toDouble(), -2);  // -21000 / 10000 rounded
+    EXPECT_DOUBLE_EQ(d(2, 3).toDouble(), 4);   // 36000 / 10000
+    EXPECT_DOUBLE_EQ(d(2, 4).toDouble(), 2);   // 19000 / 10000
+    EXPECT_DOUBLE_EQ(d(2, 5).toDouble(), 0.75);
+    EXPECT_EQ(d(0, 13).toString(), "Family");  // scalar data
+}
