@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 
 #include "app/proc.h"
 #include "app/report.h"
@@ -87,7 +88,8 @@ struct Work {
     int rows = 0;  // compacted rows
     const double* x = nullptr;
     const double* y = nullptr;
-    std::vector<double> xbuf, ybuf;
+    std::unique_ptr<double[]> xbuf;  // uninitialised: every cell is written
+    std::vector<double> ybuf;
     std::vector<int32_t> src;  // source row (1-based) of each compacted row
     std::vector<uint8_t> excluded;  // n + 1 flags
     bool hasEmpty = false;
@@ -569,9 +571,18 @@ int termColumns(const Datam& mitp) {
     return mitp.colUb();
 }
 
+// Fills a cell of a freshly made table: an empty value holds nothing to
+// release, so the number is constructed in its place (a million-row output
+// costs a third of the assignment).
+template <class T>
+inline void putNew(Value& cell, T x) {
+    ::new (static_cast<void*>(&cell)) Value(x);
+}
+
 Datam toVec(const std::vector<double>& v) {
     Datam d(static_cast<int>(v.size()), 1, 0, 1);
-    for (size_t i = 0; i < v.size(); ++i) d(static_cast<int>(i) + 1, 1) = Value(v[i]);
+    Value* p = d.data();
+    for (size_t i = 0; i < v.size(); ++i) putNew(p[i + 1], v[i]);
     return d;
 }
 
@@ -585,9 +596,10 @@ Datam toMat(const std::vector<double>& a, int rows, int cols) {
 
 Datam residVec(const std::vector<double>& r, const std::vector<int32_t>& rows) {
     Datam d(static_cast<int>(r.size()), 1, 0, 0);
+    Value* p = d.data() + 2;  // row 1, column 0
     for (size_t i = 0; i < r.size(); ++i) {
-        d(static_cast<int>(i) + 1, 0) = Value(rows[i]);
-        d(static_cast<int>(i) + 1, 1) = Value(r[i]);
+        putNew(p[2 * i], rows[i]);
+        putNew(p[2 * i + 1], r[i]);
     }
     return d;
 }
@@ -650,14 +662,14 @@ SvdFitArrays svdfit_std(const double* x, const double* y, int n, int m, float to
         wk.x = x;  // nothing to compact: work on the caller's arrays
         wk.y = y;
     } else {
-        wk.xbuf.resize(rows * m);
+        wk.xbuf.reset(new double[rows * m]);
         wk.ybuf.resize(rows);
         for (size_t k = 0; k < rows; ++k) {
             const size_t i = static_cast<size_t>(wk.src[k] - 1);
             wk.ybuf[k] = y[i];
-            std::copy(x + i * m, x + (i + 1) * m, wk.xbuf.begin() + static_cast<std::ptrdiff_t>(k * m));
+            std::copy(x + i * m, x + (i + 1) * m, wk.xbuf.get() + k * m);
         }
-        wk.x = wk.xbuf.data();
+        wk.x = wk.xbuf.get();
         wk.y = wk.ybuf.data();
     }
     for (size_t k = 0, e = rows * m; k < e; ++k)
@@ -702,18 +714,19 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
         }
         wk.rows = static_cast<int>(wk.src.size());
         const size_t rows = static_cast<size_t>(wk.rows);
-        wk.xbuf.resize(rows * m);
-        double* xb = wk.xbuf.data();
+        wk.xbuf.reset(new double[rows * m]);
+        double* xb = wk.xbuf.get();
         const Value* base = mitp.data();
         const size_t stride = mitp.stride();
         const int mcols = std::min(m, mitp.colUb());
+        const bool partial = mcols < m || mitp.colLb() > 1;  // some term columns missing
         for (size_t k = 0; k < rows; ++k) {
             const int r = wk.src[k];
             double* xr = xb + k * m;
-            std::fill(xr, xr + m, kNaN);
-            if (r < mitp.rowLb() || r > mitp.rowUb()) {
+            if (partial || r < mitp.rowLb() || r > mitp.rowUb()) {
+                std::fill(xr, xr + m, kNaN);
                 wk.hasEmpty = true;
-                continue;
+                if (r < mitp.rowLb() || r > mitp.rowUb()) continue;
             }
             const Value* row = base + static_cast<size_t>(r - mitp.rowLb()) * stride;
             for (int j = std::max(1, mitp.colLb()); j <= mcols; ++j) {
@@ -721,9 +734,8 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
                 if (v != v) wk.hasEmpty = true;
                 xr[j - 1] = v;
             }
-            if (mcols < m || mitp.colLb() > 1) wk.hasEmpty = true;
         }
-        wk.x = wk.xbuf.data();
+        wk.x = wk.xbuf.get();
         wk.y = wk.ybuf.data();
         runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
     }
@@ -748,8 +760,9 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
     res.curMse = out.curMse;
     if (!out.excluded.empty()) {
         res.excluded = Datam(static_cast<int>(out.excluded.size()) - 1, 1, 0, 1);
+        Value* p = res.excluded.data();
         for (size_t i = 1; i < out.excluded.size(); ++i)
-            res.excluded(static_cast<int>(i), 1) = Value(static_cast<int32_t>(out.excluded[i]));
+            putNew(p[i], static_cast<int32_t>(out.excluded[i]));
     }
     return res;
 }
