@@ -250,12 +250,21 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
             wceny = ContainerHeight / 2.0;
         }
     }
+    // A lot with all features has Family at 14 and the exposure at 15 to 19;
+    // a vector lot (V, H, Z in 6 to 8) has the exposure at 9 to 13, and
+    // Family follows it.
     const int nFeat = LineWidthType ? 8 : 3;
-    const int famCol = 6 + nFeat;
-    int last = famCol;
-    const int expCol = famCol + 1;
-    if (withExposure) last = expCol + 4;
-    const int serialCol = last + 1;
+    int famCol, expCol;
+    if (LineWidthType) {
+        famCol = 6 + nFeat;
+        expCol = famCol + 1;
+    } else {
+        expCol = 6 + nFeat;
+        famCol = withExposure ? expCol + 5 : expCol;
+    }
+    const int last0 = std::max(famCol, withExposure ? expCol + 4 : 0);
+    int last = last0;
+    const int serialCol = last0 + 1;
     if (withSerial) last = serialCol;
     Datam d(static_cast<int>(n), last, 0, 0);
     d(0, 0) = Value(GetPlotFeatureTypeName());

@@ -8,7 +8,9 @@
 //
 // Ownership runs down the tree: the lot owns its wafers, a wafer its fields, a
 // site its points (unique_ptr). Sites are shared between their field's `sites`
-// and their wafer's `SitesWafer` through an intrusive count (Ref<cSite>).
+// and their wafer's `SitesWafer` through an intrusive count (Ref<cSite>); a
+// site added to SitesWafer also stands in its field's `sites`, so walks over
+// the fields see every site.
 // Parent links are plain back-pointers; Kill() empties a subtree explicitly
 // (with its status texts) and the destructors do the rest. Lots are held by
 // std::shared_ptr (create with cLot::create()), since transforms can hand
@@ -773,6 +775,9 @@ public:
     // x1, y1, x2, y2 relative to the wafer centre.
     Datam GetDataFull(const Datam* area = nullptr, bool absolute = false);
     // locationForm 0 "Xloc", 1 "Radius", 2 "Xabsolute", 3 "Radius Abs".
+    // Features from column 6 (V, H, Z; all eight on a line-width lot), then
+    // "Family" and the exposure ("Focus" .. "PCo": 15-19 with all features,
+    // 9-13 before "Family" on a vector lot), "Serial" (site SerialNumber) last.
     Datam GetDataMatrix(int locationForm = 0, bool withExposure = false, bool withSerial = false,
                         const Datam* area = nullptr, double screenScale = 0);
     Datam GetPlotFeatureData(long& count, std::string& name);

@@ -141,10 +141,13 @@ TEST(Tables, GetDataMatrixColumnsAndLocations) {
     EXPECT_EQ(m(0, 0).toString(), "Fitted");
     EXPECT_EQ(m(0, 4).toString(), "Xloc (mm)");
     EXPECT_EQ(m(0, 6).toString(), "X");
-    EXPECT_EQ(m(0, 9).toString(), "Family");
-    EXPECT_EQ(m(0, 10).toString(), "Focus");
-    EXPECT_EQ(m(0, 14).toString(), "PCo");
+    EXPECT_EQ(m(0, 8).toString(), "Length");
+    EXPECT_EQ(m(0, 9).toString(), "Focus");  // 9 to 13 on a vector lot
+    EXPECT_EQ(m(0, 13).toString(), "PCo");
+    EXPECT_EQ(m(0, 14).toString(), "Family");
     EXPECT_EQ(m(0, 15).toString(), "Serial");
+    EXPECT_EQ(m.colUb(), 15);
+    EXPECT_EQ(lot->GetDataMatrix()(0, 9).toString(), "Family");
     ASSERT_EQ(m.rowUb(), 18);
     EXPECT_EQ(m(10, 2).toString(), "WW1F2");
     EXPECT_DOUBLE_EQ(m(1, 4).toDouble(), -1.0);  // site 1 at (-1000, -1000) um
