@@ -22,7 +22,10 @@ public:
         boxes += m + "\n";
         return 0;
     }
+    void status(const std::string& t) override { status_ = t; }
+    std::string currentStatus() const override { return status_; }
     std::string boxes;
+    std::string status_;
 };
 
 std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataType) {
@@ -185,4 +188,42 @@ TEST_F(DataWorkbookOps, UnitsGoBackToTheSitesSheet) {
     ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.boxes;
     EXPECT_EQ(lot->ValueV_Units, 1);
     EXPECT_EQ(lot->ValueH_units, 2);
+}
+
+TEST_F(DataWorkbookOps, DataSheetFoundByNameCommentOrAnswer) {
+    auto wb = Workbook::create((dir / "Find.xlsx").string(), "Sheet1");
+    wb->addSheet("LOT7_extra");
+    wb->addSheet("Other");
+    wb->sheet("Other")->setComment(1, 1, "DataSheet");
+    // Exact name first, then a name that begins with it, any case.
+    EXPECT_EQ(GetDataSheet(wb.get(), "lot7_EXTRA", true)->name(), "LOT7_extra");
+    EXPECT_EQ(GetDataSheet(wb.get(), "Lot7.xls", true)->name(), "LOT7_extra");
+    // Not by name: the "DataSheet" comment (not in quiet mode).
+    EXPECT_EQ(GetDataSheet(wb.get(), "Missing", false)->name(), "Other");
+    // Quiet: the question about the first sheet; No ends with no sheet.
+    rep.boxes.clear();
+    EXPECT_EQ(GetDataSheet(wb.get(), "Missing", true), nullptr);
+    EXPECT_NE(rep.boxes.find("Cannot locate data sheet:'Missing' in workbook:'Find.xlsx'\r\n"
+                             "Use data from sheet: Sheet1 instead?"),
+              std::string::npos)
+        << rep.boxes;
+    EXPECT_EQ(StatusText(), " Aborting data load...");
+
+    // A reference that is no longer open is opened again from its folder.
+    std::string path = MakeWorkbook(dir, "Checked", 1);
+    WorkbookPtr gone;
+    ASSERT_EQ(CheckExcel(gone, dir.string(), "Checked"), 1) << rep.boxes;
+    ASSERT_TRUE(gone);
+    EXPECT_EQ(gone->name(), "Checked.xlsx");
+    WorkbookPtr same = gone;
+    EXPECT_EQ(CheckExcel(same, "", ""), 1);
+    EXPECT_EQ(same, gone);
+
+    // A second index entry for the same sheet renews its row.
+    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "first"), 1) << rep.boxes;
+    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "second"), 1) << rep.boxes;
+    Worksheet* ix = gone->sheet("Index");
+    ASSERT_TRUE(ix);
+    EXPECT_EQ(ix->cell(3, 3).toString(), "second");
+    EXPECT_TRUE(ix->cell(4, 1).isEmpty());
 }
