@@ -1,6 +1,7 @@
 #include "lot/keyed.h"
 
 #include <cctype>
+#include <cmath>
 #include <cstring>
 
 namespace zorv {
@@ -75,6 +76,12 @@ bool KeyEqual(const Value& a, const Value& b) {
 
 size_t KeyHash(const Value& key) {
     if (key.type() == VType::Long) return mix(static_cast<uint64_t>(static_cast<int64_t>(key.toLong())));
+    if (key.isNumberType()) {
+        // a whole number stands for the same key as its Long form
+        const double d = key.toDouble();
+        if (d == std::floor(d) && d >= INT32_MIN && d <= INT32_MAX)
+            return mix(static_cast<uint64_t>(static_cast<int64_t>(d)));
+    }
     std::string text;
     std::string_view s;
     if (key.isString()) {

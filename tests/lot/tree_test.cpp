@@ -392,3 +392,26 @@ TEST(Lifecycle, FieldRemovedWhileWaferViewHoldsItsSites) {
     EXPECT_EQ(w->SitesWafer().Item(1), s.get());
     EXPECT_EQ(s->WaferKey(), "");
 }
+
+TEST(Keys, KeyFormsAgree) {
+    EXPECT_EQ(MakeKey("12").type(), VType::Long);
+    EXPECT_EQ(MakeKey("012").type(), VType::String);  // not the canonical text of 12
+    EXPECT_FALSE(KeyEqual(MakeKey("012"), MakeKey("12")));
+    EXPECT_TRUE(KeyEqual(MakeKey("w1f2"), MakeKey("W1F2")));
+    EXPECT_EQ(KeyHash(MakeKey("w1f2")), KeyHash(MakeKey("W1F2")));
+    EXPECT_TRUE(KeyEqual(Value(2.0), MakeKey("2")));
+    EXPECT_EQ(KeyHash(Value(2.0)), KeyHash(MakeKey("2")));
+    EXPECT_EQ(KeyText(MakeKey(-7L)), "-7");
+    // past the linear size the hashed index answers the same
+    cField f;
+    for (int k = 1; k <= 50; ++k) {
+        Ref<cSite> s = cSite::New();
+        s->setNumberKey(k * 3);
+        f.sites().Add(s);
+    }
+    EXPECT_EQ(f.sites().Item("99")->NumberKey(), 99);
+    EXPECT_EQ(f.sites().Item("98"), nullptr);
+    f.sites().Remove(1);
+    EXPECT_EQ(f.sites().Item("3"), nullptr);
+    EXPECT_EQ(f.sites().Item("6")->NumberKey(), 6);
+}
