@@ -514,3 +514,24 @@ TEST_F(DataWorkbook, WithoutFieldSplitAWaferHoldsOneFieldAndItsSitesWafer) {
         EXPECT_EQ(points, 36);  // nine fields' rows of each site number join one site
     }
 }
+
+TEST_F(DataWorkbook, ImproperDataSheetsAreRefused) {
+    SampleSpec spec;
+    spec.wafers = 1;
+    SampleTables t = MakeSampleTables(spec);
+    SampleTables narrow = t;
+    narrow.data = Datam(5, 1, 0, 0);
+    narrow.data(0, 1) = "Wafer";
+    for (int r = 1; r <= 5; ++r) narrow.data(r, 1) = static_cast<int32_t>(1);
+    std::string path = saveTables(narrow, (dir / "Narrow.xlsx").string());
+    std::shared_ptr<cLot> lot;
+    EXPECT_LT(GetExcelWBLot(path, "", lot), 1);
+    EXPECT_NE(Boxes().find("Improper worksheet setup. Only 2 columns of data."), std::string::npos) << Boxes();
+
+    SampleTables noHead = t;
+    for (int c = 1; c <= 4; ++c) noHead.data(0, c) = "Col" + std::to_string(c);
+    path = saveTables(noHead, (dir / "NoHead.xlsx").string());
+    rep.boxes.clear();
+    EXPECT_LT(GetExcelWBLot(path, "", lot), 1);
+    EXPECT_NE(Boxes().find("This is not a proper format data sheet."), std::string::npos) << Boxes();
+}
