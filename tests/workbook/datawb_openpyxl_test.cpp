@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "app/report.h"
+#include "lot/lot.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
 
@@ -95,4 +96,73 @@ TEST(DataWorkbookOpenpyxl, SaveDataWorkbookReadsBackInOpenpyxl) {
     std::string out((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(rc, 0) << out;
     EXPECT_NE(out.find("OK"), std::string::npos) << out;
+}
+
+namespace {
+const char* kWriter = R"PY(
+import sys, datetime, openpyxl
+wb = openpyxl.Workbook()
+s = wb.active
+s.title = "Sites"
+s.append(["Sites", "X_DIE_SIZE", "Y_DIE_SIZE", "TEST", "X_LOC", "Y_LOC", "FAMILY", "CD_UNITS"])
+s.append([None, 20, 30, 1, -1.5, 2.5, "Dense", "nm"])
+s.append([None, 20, 30, 2, 1.5, -2.5, "Iso", None])
+i = wb.create_sheet("Information")
+rows = [("Data Type", "CDsem"), ("Data Table", "PyLot"), ("Inspection", "x"), ("Device", "d"), ("Level", "l"),
+        ("DieSizeX", 20), ("DieSizeY", 30)]
+for r in rows: i.append(list(r))
+for k in range(len(rows) + 1, 20): i.append(["Key%d" % k, None])
+i.append(["Date", datetime.datetime(2025, 3, 14, 0, 0)])
+i.append(["Title", None]); i.append(["Comments", "made by openpyxl"]); i.append(["Exposure Tool", "T1"])
+i.append(["MeasureTime", datetime.time(9, 26, 53)])
+i.append(["WaferSize", 300])
+d = wb.create_sheet("PyLot")
+d.append([None, "Wafer", "Test", "Diex", "Diey", "CD", "Height"])
+for w in ("A01", "A02"):
+    for dx in (-1, 0, 1):
+        for t in (1, 2):
+            d.append([None, w, t, dx, 0, 0.05 + 0.01 * dx + 0.001 * t, 0.2 if w == "A01" else None])
+wb.save(sys.argv[1])
+)PY";
+}  // namespace
+
+TEST(DataWorkbookOpenpyxl, WorkbookWrittenByOpenpyxlLoadsIntoALot) {
+    if (std::system("/usr/bin/python3 -c 'import openpyxl' 2>/dev/null") != 0) GTEST_SKIP() << "no openpyxl";
+    fs::path dir = fs::path(ZORV_TEST_TMP) / "datawb_openpyxl_writer";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    fs::path script = dir / "write.py";
+    std::ofstream(script) << kWriter;
+    std::string path = (dir / "PyLot.xlsx").string();
+    ASSERT_EQ(std::system(("/usr/bin/python3 " + script.string() + " " + path).c_str()), 0);
+    StreamReporter quiet(stderr);
+    SetReporter(&quiet);
+    Workbooks::CloseAll();
+    std::shared_ptr<cLot> lot;
+    int rc = GetExcelWBLot(path, "", lot);
+    Workbooks::CloseAll();
+    SetReporter(nullptr);
+    ASSERT_EQ(rc, 1);
+    EXPECT_EQ(lot->DataSource(), 2);
+    EXPECT_TRUE(lot->LineWidthType);
+    EXPECT_EQ(lot->DateMeasured, "2025-03-14");
+    EXPECT_EQ(lot->TimeMeasured, "09:26:53");
+    EXPECT_FLOAT_EQ(lot->WaferSize, 300000);
+    EXPECT_EQ(lot->ValueV_Name, "CD");
+    EXPECT_EQ(lot->ValueV_Units, 2);
+    ASSERT_EQ(lot->Wafers().Count(), 2);
+    EXPECT_EQ(lot->Wafers().At(1)->KeyName, "A01");
+    cWafer* w = lot->Wafers().At(2);
+    ASSERT_EQ(w->Fields().Count(), 3);
+    cField* f = w->Fields().At(3);
+    EXPECT_FLOAT_EQ(f->DieX, 1);
+    ASSERT_EQ(f->sites().Count(), 2);
+    cSite* s = f->sites().Item(2);
+    EXPECT_FLOAT_EQ(s->LocationX, 1500);
+    EXPECT_FLOAT_EQ(s->LocationY, -2500);
+    EXPECT_EQ(s->FamilyName(), "Iso");
+    cPoint* p = s->Points().Item(1);
+    ASSERT_TRUE(p);
+    EXPECT_NEAR(p->ValueV, (0.05 + 0.01 + 0.002) * 1000, 1e-3);
+    EXPECT_EQ(p->ValueH, -999.9f);  // the blank Height of wafer A02
 }
