@@ -627,11 +627,31 @@ Status WorkbookImpl::write(Workbook& wb, const std::string& path) {
         for (auto& p : plan)
             if (!ids.insert(p.sheetId).second) p.sheetId = ++maxSheetId, ids.insert(p.sheetId);
     }
-    // VML idmap numbers of written sheets must not meet those of copied ones
+    // VML idmap numbers (and so shape ids) of written sheets must not meet
+    // those of the drawings copied as they stand.
     if (vmlCount) {
-        int base = orig ? static_cast<int>(wb.sheets_.size()) : 0;
-        for (auto& p : plan)
-            if (p.vmlNumber) p.vmlNumber += base;
+        std::set<int> used;
+        for (auto& p : plan) {
+            if (!p.copy || p.vml.empty() || !orig || orig->find(p.vml) < 0) continue;
+            std::string v;
+            if (!orig->readAll(p.vml, v, 64u << 20)) continue;
+            for (size_t k = v.find("idmap"); k != std::string::npos; k = v.find("idmap", k + 5)) {
+                size_t d = v.find("data=\"", k);
+                if (d == std::string::npos || d > v.find('>', k)) continue;
+                for (size_t i = d + 6; i < v.size() && v[i] != '"';) {
+                    int n = std::atoi(v.c_str() + i);
+                    if (n > 0) used.insert(n);
+                    size_t comma = v.find_first_of(",\"", i);
+                    i = comma == std::string::npos || v[comma] == '"' ? v.size() : comma + 1;
+                }
+            }
+        }
+        int next = 1;
+        for (auto& p : plan) {
+            if (!p.vmlNumber) continue;
+            while (used.count(next)) ++next;
+            p.vmlNumber = next++;
+        }
     }
 
     // Shared strings and the styles that dates without a date format get

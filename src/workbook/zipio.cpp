@@ -2,7 +2,11 @@
 
 #include <zip.h>
 
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
 
 namespace zorv::xlsx {
 
@@ -180,9 +184,65 @@ int64_t ZipReader::Stream::read(char* buf, size_t n) {
 
 namespace {
 
+// Runs a generator on a second thread, a few pieces ahead, so that making
+// the XML and deflating it overlap.
+class Producer {
+public:
+    explicit Producer(ZipWriter::Generator gen) : gen_(std::move(gen)), th_([this] { run(); }) {}
+    ~Producer() {
+        {
+            std::lock_guard<std::mutex> l(mu_);
+            stop_ = true;
+        }
+        cv_.notify_all();
+        th_.join();
+    }
+    // 1 a piece in out, 0 at the end, -1 when the generator failed.
+    int next(std::string& out) {
+        std::unique_lock<std::mutex> l(mu_);
+        cv_.wait(l, [&] { return !q_.empty() || finished_; });
+        if (!q_.empty()) {
+            out.swap(q_.front());
+            q_.pop_front();
+            cv_.notify_all();
+            return 1;
+        }
+        return failed_ ? -1 : 0;
+    }
+
+private:
+    void run() {
+        bool failed = false;
+        try {
+            for (bool more = true; more;) {
+                std::string piece;
+                more = gen_(piece);
+                std::unique_lock<std::mutex> l(mu_);
+                cv_.wait(l, [&] { return q_.size() < 4 || stop_; });
+                if (stop_) break;
+                if (!piece.empty()) q_.push_back(std::move(piece));
+                cv_.notify_all();
+            }
+        } catch (...) {
+            failed = true;
+        }
+        std::lock_guard<std::mutex> l(mu_);
+        failed_ = failed;
+        finished_ = true;
+        cv_.notify_all();
+    }
+
+    ZipWriter::Generator gen_;
+    std::mutex mu_;
+    std::condition_variable cv_;
+    std::deque<std::string> q_;
+    bool stop_ = false, finished_ = false, failed_ = false;
+    std::thread th_;  // last: starts when the rest is ready
+};
+
 struct GenSource {
     std::function<ZipWriter::Generator()> make;
-    ZipWriter::Generator gen;
+    std::unique_ptr<Producer> prod;
     std::string buf;
     size_t pos = 0;
     bool done = false;
@@ -196,7 +256,8 @@ zip_int64_t GenCallback(void* ud, void* data, zip_uint64_t len, zip_source_cmd_t
     switch (cmd) {
     case ZIP_SOURCE_OPEN:
         try {
-            g->gen = g->make();
+            g->prod.reset();
+            g->prod = std::make_unique<Producer>(g->make());
         } catch (...) {
             zip_error_set(&g->err, ZIP_ER_MEMORY, 0);
             return -1;
@@ -208,28 +269,28 @@ zip_int64_t GenCallback(void* ud, void* data, zip_uint64_t len, zip_source_cmd_t
     case ZIP_SOURCE_READ: {
         char* out = static_cast<char*>(data);
         zip_uint64_t n = 0;
-        try {
-            while (n < len) {
-                if (g->pos == g->buf.size()) {
-                    if (g->done) break;
-                    g->buf.clear();
-                    g->pos = 0;
-                    if (!g->gen(g->buf)) g->done = true;
-                    continue;
+        while (n < len) {
+            if (g->pos == g->buf.size()) {
+                if (g->done || !g->prod) break;
+                g->buf.clear();
+                g->pos = 0;
+                int k = g->prod->next(g->buf);
+                if (k < 0) {
+                    zip_error_set(&g->err, ZIP_ER_INTERNAL, 0);
+                    return -1;
                 }
-                size_t k = std::min<size_t>(len - n, g->buf.size() - g->pos);
-                std::memcpy(out + n, g->buf.data() + g->pos, k);
-                g->pos += k;
-                n += k;
+                if (k == 0) g->done = true;
+                continue;
             }
-        } catch (...) {
-            zip_error_set(&g->err, ZIP_ER_INTERNAL, 0);
-            return -1;
+            size_t k = std::min<size_t>(len - n, g->buf.size() - g->pos);
+            std::memcpy(out + n, g->buf.data() + g->pos, k);
+            g->pos += k;
+            n += k;
         }
         return static_cast<zip_int64_t>(n);
     }
     case ZIP_SOURCE_CLOSE:
-        g->gen = nullptr;
+        g->prod.reset();
         std::string().swap(g->buf);
         return 0;
     case ZIP_SOURCE_STAT: {

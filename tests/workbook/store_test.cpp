@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
 
 #include "workbook/store.h"
 
@@ -518,4 +519,49 @@ TEST(WorkbookXlsx, ReadsPrefixesInlineStringsAndLegacyErrors) {
     auto x = Workbook::open(ole);
     ASSERT_FALSE(x);
     EXPECT_NE(x.failure().text.find("fake.xls is not a readable .xls workbook"), std::string::npos) << x.failure().text;
+}
+
+TEST(WorkbookXlsx, CommentDrawingsOfCopiedAndNewSheetsDoNotClash) {
+    std::string path = Tmp("vml.xlsx");
+    fs::remove(path);
+    {
+        auto wb = Workbook::create(path, "A");
+        wb->sheet(1)->setComment(1, 1, "DATASHEET");
+        ASSERT_TRUE(wb->save());
+    }
+    for (int round = 0; round < 2; ++round) {
+        auto r = Workbook::open(path, Workbook::Load::Lazy);
+        ASSERT_TRUE(r);
+        Worksheet* ws = (*r)->addSheet(round == 0 ? "B" : "C");
+        ws->setComment(2, 2, "BATCHFILE", round == 1);
+        ASSERT_TRUE((*r)->save());
+    }
+    // Every VML drawing has its own idmap number.
+    int err = 0;
+    zip_t* z = zip_open(path.c_str(), ZIP_RDONLY, &err);
+    ASSERT_NE(z, nullptr);
+    std::set<std::string> ids;
+    int drawings = 0;
+    for (zip_int64_t i = 0; i < zip_get_num_entries(z, 0); ++i) {
+        std::string name = zip_get_name(z, static_cast<zip_uint64_t>(i), 0);
+        if (name.find(".vml") == std::string::npos) continue;
+        ++drawings;
+        zip_stat_t st;
+        zip_stat_index(z, static_cast<zip_uint64_t>(i), 0, &st);
+        std::string text(st.size, '\0');
+        zip_file_t* f = zip_fopen_index(z, static_cast<zip_uint64_t>(i), 0);
+        zip_fread(f, text.data(), st.size);
+        zip_fclose(f);
+        size_t d = text.find("data=\"");
+        ASSERT_NE(d, std::string::npos);
+        ids.insert(text.substr(d + 6, text.find('"', d + 6) - d - 6));
+    }
+    zip_close(z);
+    EXPECT_EQ(drawings, 3);
+    EXPECT_EQ(ids.size(), 3u);
+    auto r = Workbook::open(path);
+    ASSERT_TRUE(r) << r.failure().message();
+    EXPECT_EQ((*r)->sheet("A")->comment(1, 1)->text, "DATASHEET");
+    EXPECT_FALSE((*r)->sheet("B")->comment(2, 2)->visible);
+    EXPECT_TRUE((*r)->sheet("C")->comment(2, 2)->visible);
 }
