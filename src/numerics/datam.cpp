@@ -81,7 +81,8 @@ void Datam::redim(int rowUb, int colUb, int rowLb, int colLb, bool preserve) {
             cells_.swap(next);
         }
     } else {
-        cells_.assign(nr * nc, Value());
+        cells_.clear();
+        cells_.resize(nr * nc);  // default-constructed: no per-cell copy
         if (dims_ == 0) dims_ = 2;
     }
     if (dims_ == 0) dims_ = 2;
