@@ -889,7 +889,7 @@ void SheetScanner::endTag(std::string_view name) {
         hasV_ = true;
         textTarget_ = 0;
     } else if (name == "row") {
-        if (static_cast<size_t>(row_) <= d_.rows.size()) {
+        if (row_ >= 1 && static_cast<size_t>(row_) <= d_.rows.size()) {
             rowWidth_ = static_cast<int>(d_.rows[static_cast<size_t>(row_) - 1].v.size());
         }
     } else if (name == "sheetData") {

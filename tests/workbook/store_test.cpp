@@ -511,6 +511,12 @@ TEST(WorkbookXlsx, ReadsPrefixesInlineStringsAndLegacyErrors) {
     EXPECT_EQ(ws.cell(2, 4).type(), VType::Date);
     EXPECT_DOUBLE_EQ(ws.cell(2, 4).toDouble(), 45352.5);
 
+    // A stray end of row before any row (found by the fuzzer) is no crash.
+    MakeSheetZip(p, "<worksheet><sheetData></row><row r=\"1\"><c r=\"A1\"><v>1</v></c></row></sheetData></worksheet>");
+    auto stray = Workbook::open(p);
+    ASSERT_TRUE(stray) << stray.failure().message();
+    EXPECT_DOUBLE_EQ((*stray)->sheet(1)->cell(1, 1).toDouble(), 1.0);
+
     // An OLE2 file that is no workbook goes to the legacy reader and fails there.
     std::string ole = Tmp("fake.xls");
     std::string bytes("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8);
