@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/regional.h"
+#include "app/text.h"
 
 namespace zorv {
 
@@ -102,15 +103,6 @@ struct Num {
     bool zero = true;
     Dec dec;
 };
-
-bool ieq(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
 
 // Splits at ";" outside quotes and escapes.
 std::vector<std::string_view> splitSections(std::string_view p) {
@@ -341,9 +333,9 @@ bool isDateLetter(char c) {
 
 // Length of an AM/PM token at i ("AM/PM", "A/P", "AMPM"), 0 if none.
 size_t ampmAt(std::string_view s, size_t i) {
-    if (ieq(s.substr(i, 5), "AM/PM")) return 5;
-    if (ieq(s.substr(i, 4), "AMPM")) return 4;
-    if (ieq(s.substr(i, 3), "A/P")) return 3;
+    if (IEquals(s.substr(i, 5), "AM/PM")) return 5;
+    if (IEquals(s.substr(i, 4), "AMPM")) return 4;
+    if (IEquals(s.substr(i, 3), "A/P")) return 3;
     return 0;
 }
 
@@ -473,7 +465,7 @@ std::string renderDateTokens(const std::vector<DTok>& toks, double serial) {
             case DTok::AmPm: {
                 const bool pm = t.hour >= 12;
                 const std::string& w = k.text;
-                if (ieq(w, "AMPM")) out += pm ? "PM" : "AM";
+                if (IEquals(w, "AMPM")) out += pm ? "PM" : "AM";
                 else if (w.size() == 3) out += pm ? w[2] : w[0];  // A/P, a/p
                 else out += pm ? w.substr(3, 2) : w.substr(0, 2);  // AM/PM, am/pm
                 break;
@@ -496,7 +488,7 @@ bool sectionIsDate(std::string_view s) {
             i = j;
         } else if (c == '\\') {
             ++i;
-        } else if (isDateLetter(c) || ampmAt(s, i) || ieq(s.substr(i, 5), "ttttt")) {
+        } else if (isDateLetter(c) || ampmAt(s, i) || IEquals(s.substr(i, 5), "ttttt")) {
             return true;
         }
     }
@@ -531,7 +523,7 @@ Named namedFormat(std::string_view p, std::string_view& expanded) {
         {"Short Time", Named::Date, "hh:mm"},
     };
     for (const Entry& e : table)
-        if (ieq(p, e.name)) {
+        if (IEquals(p, e.name)) {
             expanded = e.pattern;
             return e.kind == Named::None ? Named::None : e.kind;
         }

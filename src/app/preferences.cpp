@@ -6,19 +6,11 @@
 
 #include "app/identity.h"
 #include "app/settings.h"
+#include "app/text.h"
 
 namespace zorv {
 
 namespace {
-
-bool ieq(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
 
 int toTwips(int px) { return px * kTwipsPerPixel; }
 int toPixels(const std::string& twips, int fallback) {
@@ -141,7 +133,7 @@ const std::vector<PreferenceDefault>& PreferenceDefaults() {
 
 std::string PreferenceDefaultValue(const std::string& section, const std::string& key) {
     for (const PreferenceDefault& p : PreferenceDefaults())
-        if (ieq(p.section, section) && ieq(p.key, key)) return p.value ? p.value : "";
+        if (IEquals(p.section, section) && IEquals(p.key, key)) return p.value ? p.value : "";
     return {};
 }
 
@@ -153,7 +145,7 @@ void ResetPreferences(const std::string& section) {
     if (section.empty()) return;
     std::vector<std::pair<std::string, std::string>> values;
     for (const PreferenceDefault& p : PreferenceDefaults())
-        if (p.value && ieq(p.section, section)) values.emplace_back(p.key, p.value);
+        if (p.value && IEquals(p.section, section)) values.emplace_back(p.key, p.value);
     SaveSettings(ApplicationTitle(), section, values, true);
 }
 

@@ -16,6 +16,7 @@
 
 #include "app/format.h"
 #include "app/regional.h"
+#include "app/text.h"
 
 namespace zorv {
 
@@ -36,15 +37,6 @@ struct Section {
 struct Store {
     std::vector<Section> sections;
 };
-
-bool ieq(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
 
 int hexVal(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -126,7 +118,7 @@ Store parse(const std::string& text) {
             const std::string app = decodeName(body.substr(0, sep));
             const std::string name = decodeName(body.substr(sep + 1));
             for (Section& s : st.sections)
-                if (ieq(s.app, app) && ieq(s.name, name)) cur = &s;
+                if (IEquals(s.app, app) && IEquals(s.name, name)) cur = &s;
             if (!cur) {
                 st.sections.push_back({app, name, {}});
                 cur = &st.sections.back();
@@ -140,7 +132,7 @@ Store parse(const std::string& text) {
         const std::string value = decodeValue(line.substr(eq + 1));
         bool found = false;
         for (auto& kv : cur->keys)
-            if (ieq(kv.first, key)) {
+            if (IEquals(kv.first, key)) {
                 kv.second = value;
                 found = true;
             }
@@ -207,7 +199,7 @@ const Store& loadCached(const std::string& path) {
 
 const Section* findSection(const Store& st, std::string_view app, std::string_view section) {
     for (const Section& s : st.sections)
-        if (ieq(s.app, app) && ieq(s.name, section)) return &s;
+        if (IEquals(s.app, app) && IEquals(s.name, section)) return &s;
     return nullptr;
 }
 
@@ -296,7 +288,7 @@ std::string GetSetting(const std::string& app, const std::string& section, const
     const Section* s = findSection(loadCached(path), app, section);
     if (!s) return def;
     for (const auto& kv : s->keys)
-        if (ieq(kv.first, key)) return kv.second;
+        if (IEquals(kv.first, key)) return kv.second;
     return def;
 }
 
@@ -319,7 +311,7 @@ void SaveSetting(const std::string& app, const std::string& section, const std::
             s = &st.sections.back();
         }
         for (auto& kv : s->keys)
-            if (ieq(kv.first, key)) {
+            if (IEquals(kv.first, key)) {
                 if (kv.second == value) return false;
                 kv.second = value;
                 return true;
@@ -346,7 +338,7 @@ void SaveSettings(const std::string& app, const std::string& section,
             if (key.empty()) continue;
             bool found = false;
             for (auto& kv : s->keys)
-                if (ieq(kv.first, key)) {
+                if (IEquals(kv.first, key)) {
                     kv.second = value;
                     found = true;
                 }
@@ -360,7 +352,7 @@ void DeleteSetting(const std::string& app, const std::string& section, const std
     modify([&](Store& st) {
         bool changed = false;
         for (auto it = st.sections.begin(); it != st.sections.end();) {
-            if (!ieq(it->app, app) || (!section.empty() && !ieq(it->name, section))) {
+            if (!IEquals(it->app, app) || (!section.empty() && !IEquals(it->name, section))) {
                 ++it;
                 continue;
             }
@@ -371,7 +363,7 @@ void DeleteSetting(const std::string& app, const std::string& section, const std
             }
             auto& keys = it->keys;
             for (auto k = keys.begin(); k != keys.end();) {
-                if (ieq(k->first, key)) {
+                if (IEquals(k->first, key)) {
                     k = keys.erase(k);
                     changed = true;
                 } else {
@@ -388,8 +380,8 @@ float GetSettingRegional(const std::string& app, const std::string& section,
                          const std::string& key, const std::string& def, std::string_view format) {
     std::string text = GetSetting(app, section, key, def);
     if (text.empty()) return 0;
-    if (ieq(text, "True")) return -1;
-    if (ieq(text, "False")) return 0;
+    if (IEquals(text, "True")) return -1;
+    if (IEquals(text, "False")) return 0;
     char decimal = '.', thousands = ',';
     if (GetRegionalSeparators(decimal, thousands))
         text = FixRegionalNumber(text, decimal, thousands, true);

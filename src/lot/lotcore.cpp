@@ -4,17 +4,13 @@
 
 #include "app/proc.h"
 #include "app/report.h"
+#include "app/text.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 
 namespace zorv {
 
 namespace {
-std::string upper(std::string_view s) {
-    std::string u(s);
-    for (char& c : u) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return u;
-}
 bool allDigits(std::string_view s) {
     if (s.empty()) return false;
     for (char c : s)
@@ -80,11 +76,11 @@ long cLot::FamilyTotal() {
 // ---------------------------------------------------------------- structure
 
 int cLot::mFindWafer(std::string_view name, bool keyToo, Datam* out) const {
-    const std::string u = upper(name);
+    const std::string u = Upper(name);
     int pos = 0;
     for (cWafer* w : wafers_) {
         ++pos;
-        if (upper(w->WaferID) == u || (keyToo && upper(w->KeyName) == u)) {
+        if (Upper(w->WaferID) == u || (keyToo && Upper(w->KeyName) == u)) {
             if (out) {
                 *out = Datam::array1(3, 1);
                 out->at(1) = Value(int32_t(pos));
@@ -304,10 +300,10 @@ std::string cLot::GetPlotFeatureName(int feature) const {
 }
 
 int cLot::GetPlotFeature(std::string_view name) const {
-    const std::string u = upper(name);
+    const std::string u = Upper(name);
     for (int f = -1; f <= 9; ++f) {
         const std::string n = GetPlotFeatureName(f);
-        if (!n.empty() && upper(n) == u) return f;
+        if (!n.empty() && Upper(n) == u) return f;
     }
     return -1;
 }
@@ -385,7 +381,7 @@ void cLot::UpdateUnits(const Datam& table, bool replace) {
     if (!table.isArray() || table.dims() != 2) return;
     int cVar = -1, cUnits = -1;
     for (int c = table.colLb(); c <= table.colUb(); ++c) {
-        const std::string h = upper(table(table.rowLb(), c).toString());
+        const std::string h = Upper(table(table.rowLb(), c).toString());
         if (h == "VARIABLE") cVar = c;
         else if (h == "UNITS") cUnits = c;
     }
@@ -395,10 +391,10 @@ void cLot::UpdateUnits(const Datam& table, bool replace) {
     const int saved = plotFeature_;
     const long savedUnits = plotFeatureUnits_;
     for (int r = table.rowLb() + 1; r <= table.rowUb(); ++r) {
-        const std::string var = upper(table(r, cVar).toString());
+        const std::string var = Upper(table(r, cVar).toString());
         if (var.empty()) continue;
         for (int f = 1; f <= 8; ++f) {
-            if (upper(GetPlotFeatureName(f)) != var) continue;
+            if (Upper(GetPlotFeatureName(f)) != var) continue;
             long* u = FeatureUnitsField(f);
             if (!replace && *u != 0) break;
             plotFeature_ = f;

@@ -5,6 +5,7 @@
 
 #include "app/proc.h"
 #include "app/report.h"
+#include "app/text.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 
@@ -25,12 +26,6 @@ int findSiteIn(const List& list, float x, float y, int& number, long family) {
         }
     }
     return -1;
-}
-
-std::string upper(std::string_view s) {
-    std::string u(s);
-    for (char& c : u) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return u;
 }
 
 // "W", wafer number, "F", field number
@@ -346,12 +341,12 @@ cWafer* Wafers::Item(const Value& index) const {
     } else if (index.isString()) {
         if (cWafer* w = list_.byKey(MakeKey(index.str()))) return w;
     }
-    const std::string t = upper(index.isString() ? std::string(index.str()) : index.toString());
+    const std::string t = Upper(index.isString() ? std::string(index.str()) : index.toString());
     double d = 0;
     const bool numeric = index.isNumberType() || (index.isString() && ParseNumber(index.str(), d));
     if (index.isNumberType()) d = index.toDouble();
     for (cWafer* w : list_) {
-        if (upper(w->WaferID) == t || upper(w->KeyName) == t) return w;
+        if (Upper(w->WaferID) == t || Upper(w->KeyName) == t) return w;
         if (numeric && w->Number() == d) return w;
     }
     if (numeric && d > n) return list_.at(n);

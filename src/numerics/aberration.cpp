@@ -7,6 +7,7 @@
 #include "app/format.h"
 #include "app/proc.h"
 #include "app/report.h"
+#include "app/text.h"
 #include "numerics/lsq.h"
 
 namespace zorv {
@@ -81,18 +82,6 @@ double vecValue(const Datam& d, int i, bool* ok) {
 
 int vecUb(const Datam& d) { return d.isArray() ? d.rowUb() : 0; }
 
-void replaceAll(std::string& s, std::string_view from, std::string_view to) {
-    std::string out;
-    size_t pos = 0, hit;
-    while ((hit = s.find(from, pos)) != std::string::npos) {
-        out.append(s, pos, hit - pos);
-        out.append(to);
-        pos = hit + from.size();
-    }
-    out.append(s, pos, std::string::npos);
-    s = std::move(out);
-}
-
 // Concatenates " +" coefficient text for each non-zero coefficient, then
 // folds the sign runs and trims the ends; "0" when nothing is left.
 std::string modelText(AberrationBasis b, const Datam& coef, int terms, bool shortForm) {
@@ -110,10 +99,10 @@ std::string modelText(AberrationBasis b, const Datam& coef, int terms, bool shor
             s += t->text;
         }
     }
-    replaceAll(s, "+-", "-");
-    replaceAll(s, "-+", "-");
-    replaceAll(s, "+ -", "-");
-    replaceAll(s, "- +", "-");
+    ReplaceAll(s, "+-", "-");
+    ReplaceAll(s, "-+", "-");
+    ReplaceAll(s, "+ -", "-");
+    ReplaceAll(s, "- +", "-");
     size_t b0 = s.find_first_not_of(' ');
     if (b0 != std::string::npos && s[b0] == '+') b0 = s.find_first_not_of(' ', b0 + 1);
     const size_t e = s.find_last_not_of(" +");

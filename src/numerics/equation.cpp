@@ -9,6 +9,7 @@
 
 #include "app/format.h"
 #include "app/proc.h"
+#include "app/text.h"
 #include "numerics/tickformat.h"
 
 
@@ -73,20 +74,6 @@ inline char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
 bool isNameChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
-
-void replaceAll(std::string& s, std::string_view from, std::string_view to) {
-    if (s.find(from) == std::string::npos) return;
-    std::string out;
-    out.reserve(s.size());
-    size_t pos = 0, hit;
-    while ((hit = s.find(from, pos)) != std::string::npos) {
-        out.append(s, pos, hit - pos);
-        out.append(to);
-        pos = hit + from.size();
-    }
-    out.append(s, pos, std::string::npos);
-    s = std::move(out);
-}
 
 // ---- tokens --------------------------------------------------------------
 
@@ -392,8 +379,8 @@ std::string NormaliseEquationLine(std::string_view text) {
 
 void clsEquation::setEquation(std::string_view text) {
     std::string s = NormaliseEquationLine(text);
-    replaceAll(s, "+-", "-");
-    replaceAll(s, "+ -", "-");
+    ReplaceAll(s, "+-", "-");
+    ReplaceAll(s, "+ -", "-");
     for (char& c : s) c = lower(c);
     text_ = std::move(s);
     needParse_ = true;
@@ -706,9 +693,9 @@ double numberOf(std::string_view text) {
 std::string FormatEquation(std::string_view text, std::string_view format, int digits) {
     const bool perNumber = format == "-1";
     std::string s = NormaliseEquationLine(text);
-    replaceAll(s, "+-", "-");
-    replaceAll(s, "-+", "-");
-    replaceAll(s, "+ -", "-");
+    ReplaceAll(s, "+-", "-");
+    ReplaceAll(s, "-+", "-");
+    ReplaceAll(s, "+ -", "-");
 
     std::string out;
     out.reserve(s.size() + 32);

@@ -9,6 +9,7 @@
 
 #include "app/proc.h"
 #include "app/report.h"
+#include "app/text.h"
 
 namespace zorv {
 
@@ -72,11 +73,6 @@ bool ArithOf(const Value& v, double& out) {
         return true;
     }
     return NumericOf(v, out);
-}
-
-std::string Upper(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
 }
 
 // "0.000000" form of a value taken as a 32-bit float.

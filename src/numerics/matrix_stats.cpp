@@ -6,6 +6,7 @@
 
 #include "app/proc.h"
 #include "app/report.h"
+#include "app/text.h"
 #include "numerics/matrix.h"
 
 namespace zorv {
@@ -15,8 +16,7 @@ namespace {
 enum class Stat { SS, Sum, RMSS, Mean, SEM, Maximum, Range, Count, Minimum, StDev, Variance, MinMax, Unknown };
 
 Stat StatOf(std::string_view name) {
-    std::string u(name);
-    for (char& c : u) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    const std::string u = Upper(name);
     if (u == "SS" || u == "SUM OF SQUARES" || u == "SUMSQUARES") return Stat::SS;
     if (u == "SUM") return Stat::Sum;
     if (u == "RMSS") return Stat::RMSS;

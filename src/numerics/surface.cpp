@@ -6,6 +6,7 @@
 
 #include "app/proc.h"
 #include "app/report.h"
+#include "app/text.h"
 
 namespace zorv {
 
@@ -118,18 +119,6 @@ void fillLine(Line line, int from, int to, const std::vector<double>& coord, dou
 
 std::string num(double v) { return NumberToText(v); }
 
-void replaceAll(std::string& s, std::string_view from, std::string_view to) {
-    std::string out;
-    size_t pos = 0, hit;
-    while ((hit = s.find(from, pos)) != std::string::npos) {
-        out.append(s, pos, hit - pos);
-        out.append(to);
-        pos = hit + from.size();
-    }
-    out.append(s, pos, std::string::npos);
-    s = std::move(out);
-}
-
 }  // namespace
 
 int surf_interpolate2(Datam& grid, double& zmin, double& zmax, const Datam& mask) {
@@ -233,7 +222,7 @@ int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
     const double c = C * sy + D * ox * sy;
     const double d = D * sx * sy;
     std::string text = num(a) + " + " + num(b) + " * X + " + num(c) + " * Y + " + num(d) + " * X * Y";
-    replaceAll(text, "+ -", "- ");
+    ReplaceAll(text, "+ -", "- ");
     SetStatusText("Surface Model: " + text);
     if (model) *model = text;
 

@@ -6,66 +6,22 @@
 #include <string>
 #include <string_view>
 
+#include "app/text.h"
 #include "numerics/datam.h"
 #include "numerics/value.h"
 
 namespace zorv::dwb {
 
-inline char up(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 32) : c; }
-inline char low(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
-
-inline std::string Upper(std::string_view s) {
-    std::string r(s);
-    for (char& c : r) c = up(c);
-    return r;
-}
-inline std::string Lower(std::string_view s) {
-    std::string r(s);
-    for (char& c : r) c = low(c);
-    return r;
-}
-inline bool IEquals(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (up(a[i]) != up(b[i])) return false;
-    return true;
-}
-inline bool IStartsWith(std::string_view s, std::string_view prefix) {
-    return s.size() >= prefix.size() && IEquals(s.substr(0, prefix.size()), prefix);
-}
-inline bool IContains(std::string_view s, std::string_view part) {
-    if (part.empty()) return true;
-    for (size_t i = 0; i + part.size() <= s.size(); ++i)
-        if (IEquals(s.substr(i, part.size()), part)) return true;
-    return false;
-}
-inline bool IEndsWith(std::string_view s, std::string_view suffix) {
-    return s.size() >= suffix.size() && IEquals(s.substr(s.size() - suffix.size()), suffix);
-}
-
-// Replace of the original language: every occurrence, left to right, no rescan.
-inline std::string Replace(std::string_view s, std::string_view from, std::string_view to) {
-    if (from.empty()) return std::string(s);
-    std::string r;
-    r.reserve(s.size());
-    size_t i = 0;
-    while (true) {
-        size_t j = s.find(from, i);
-        if (j == std::string_view::npos) break;
-        r.append(s.substr(i, j - i));
-        r.append(to);
-        i = j + from.size();
-    }
-    r.append(s.substr(i));
-    return r;
-}
-
-inline std::string Trim(std::string_view s) {
-    size_t a = 0, b = s.size();
-    while (a < b && (s[a] == ' ' || s[a] == '\t')) ++a;
-    while (b > a && (s[b - 1] == ' ' || s[b - 1] == '\t')) --b;
-    return std::string(s.substr(a, b - a));
-}
+using ::zorv::IContains;
+using ::zorv::IEndsWith;
+using ::zorv::IEquals;
+using ::zorv::IStartsWith;
+using ::zorv::Lower;
+using ::zorv::Replace;
+using ::zorv::Trim;
+using ::zorv::Upper;
+inline char up(char c) { return UpChar(c); }
+inline char low(char c) { return LowChar(c); }
 
 // Text of a cell (CStr); error cells read as "".
 inline std::string CellText(const Value& v) { return v.isError() ? std::string() : v.toString(); }
