@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "app/format.h"
+#include "common/comma_locale.h"
 #include "app/identity.h"
 #include "app/mru.h"
 #include "app/preferences.h"
@@ -205,22 +206,7 @@ TEST_F(SettingsTest, RegionalNumbersUseThePointWhateverTheMachine) {
 TEST_F(SettingsTest, CommaDecimalCLocaleChangesNothing) {
     // Qt sets the C locale from the environment; a German user gets ","
     // from printf and strtod. Build such a locale if the system has none.
-    const char* names[] = {"de_DE.UTF-8", "de_DE.utf8", "de_DE"};
-    bool ok = false;
-    for (const char* n : names)
-        if (std::setlocale(LC_ALL, n)) { ok = true; break; }
-    if (!ok && std::system("command -v localedef >/dev/null 2>&1") == 0) {
-        const fs::path loc = fs::path(ZORV_TEST_TMP) / "locale";
-        fs::create_directories(loc);
-        const bool built = fs::exists(loc / "de_DE.UTF-8" / "LC_NUMERIC");
-        const std::string cmd =
-            built ? std::string("true")
-                  : "localedef -i de_DE -f UTF-8 '" + (loc / "de_DE.UTF-8").string() + "' >/dev/null 2>&1";
-        if (std::system(cmd.c_str()) == 0) {
-            ::setenv("LOCPATH", loc.c_str(), 1);
-            ok = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
-        }
-    }
+    const bool ok = zorv::testing::UseCommaLocale();
     if (!ok) GTEST_SKIP() << "no locale with a comma decimal separator on this machine";
     ASSERT_EQ(std::string(std::localeconv()->decimal_point), ",");
     SaveSettingRegional("A", "S", "v", 0.6);
@@ -229,8 +215,7 @@ TEST_F(SettingsTest, CommaDecimalCLocaleChangesNothing) {
     const float back = GetSettingRegional("A", "S", "v", "");
     const float text = GetSettingRegional("A", "S", "text", "");
     const std::string formatted = Format(1234.56, "0,000.00");
-    std::setlocale(LC_ALL, "C");
-    ::unsetenv("LOCPATH");
+    zorv::testing::RestoreCLocale();
     EXPECT_EQ(stored, "0.6");
     EXPECT_FLOAT_EQ(back, 0.6f);
     EXPECT_FLOAT_EQ(text, 1234.5f);

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <clocale>
+#include "common/comma_locale.h"
 
 #include "numerics/datam.h"
 #include "numerics/value.h"
@@ -72,15 +72,15 @@ TEST(Datam, BoundsRedimAndOneDim) {
 TEST(Value, NumberTextIgnoresTheCLocale) {
     // The GUI toolkit sets LC_NUMERIC from the environment; a German user must
     // still read "0.6" as 0.6.
-    const char* names[] = {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8"};
-    const char* set = nullptr;
-    for (const char* n : names)
-        if ((set = std::setlocale(LC_NUMERIC, n))) break;
-    if (!set) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    if (!zorv::testing::UseCommaLocale())
+        GTEST_SKIP() << "no locale with a decimal comma on this machine";
     double v = 0;
-    EXPECT_TRUE(ParseNumber("0.6", v));
+    const bool parsed = ParseNumber("0.6", v);
+    const std::string half = NumberToText(0.5);
+    const std::string small = Value(1.25e-7).toString();
+    zorv::testing::RestoreCLocale();
+    EXPECT_TRUE(parsed);
     EXPECT_DOUBLE_EQ(v, 0.6);
-    EXPECT_EQ(NumberToText(0.5), "0.5");
-    EXPECT_EQ(Value(1.25e-7).toString(), "1.25E-07");
-    std::setlocale(LC_NUMERIC, "C");
+    EXPECT_EQ(half, "0.5");
+    EXPECT_EQ(small, "1.25E-07");
 }
