@@ -441,6 +441,8 @@ public:
             return err_.empty();
         }
         piece.swap(q_.front());
+        // the used buffer goes back to the inflater: no fresh pages per piece
+        if (free_.size() < 3) free_.push_back(std::move(q_.front()));
         q_.pop_front();
         cv_.notify_all();
         return true;
@@ -468,6 +470,13 @@ private:
     void run() {
         for (;;) {
             std::string piece;
+            {
+                std::lock_guard<std::mutex> l(mu_);
+                if (!free_.empty()) {
+                    piece.swap(free_.back());
+                    free_.pop_back();
+                }
+            }
             bool ok = readPiece(piece);
             std::unique_lock<std::mutex> l(mu_);
             if (!ok || piece.empty() || stop_) {
@@ -492,6 +501,7 @@ private:
     std::mutex mu_;
     std::condition_variable cv_;
     std::deque<std::string> q_;
+    std::vector<std::string> free_;
     bool done_ = false, stop_ = false;
     std::string err_;
 };
