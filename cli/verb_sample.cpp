@@ -26,16 +26,16 @@ int runSample(const std::vector<std::string>& args) {
         std::fprintf(stderr, "Usage: zorv-cli sample-workbook OUT.xlsx [options]\n");
         return 2;
     }
-    SampleSpec spec;
-    spec.wafers = IntOption(args, "--wafers", 2);
-    spec.fieldsX = spec.fieldsY = IntOption(args, "--fields", 3);
-    spec.sitesX = spec.sitesY = IntOption(args, "--sites", 2);
-    spec.values = IntOption(args, "--values", 3);
-    spec.dataType = IntOption(args, "--type", 1);
-    spec.blankEvery = IntOption(args, "--blank-every", 0);
-    spec.excludedRows = IntOption(args, "--excluded", 0);
-    spec.waferSizeMm = IntOption(args, "--wafer-size", 0);
-    spec.families = OptionValue(args, "--families");
+    SampleSpec shape;
+    shape.wafers = IntOption(args, "--wafers", 2);
+    shape.fieldsX = shape.fieldsY = IntOption(args, "--fields", 3);
+    shape.sitesX = shape.sitesY = IntOption(args, "--sites", 2);
+    shape.values = IntOption(args, "--values", 3);
+    shape.dataType = IntOption(args, "--type", 1);
+    shape.blankEvery = IntOption(args, "--blank-every", 0);
+    shape.excludedRows = IntOption(args, "--excluded", 0);
+    shape.waferSizeMm = IntOption(args, "--wafer-size", 0);
+    shape.families = OptionValue(args, "--families");
     std::string out = pos[0];
     std::string name = OptionValue(args, "--name");
     if (name.empty()) {
@@ -44,9 +44,9 @@ int runSample(const std::vector<std::string>& args) {
         size_t dot = name.rfind('.');
         if (dot != std::string::npos) name.resize(dot);
     }
-    spec.dataTable = name;
-    spec.workbookPath = out;
-    SampleTables t = MakeSampleTables(spec);
+    shape.dataTable = name;
+    shape.workbookPath = out;
+    SampleTables t = MakeSampleTables(shape);
     std::string saved;
     if (SaveData(t.data, t.excluded, t.sites, t.information, "Sample workbook", &saved) < 1) return 1;
     std::printf("%s\n", saved.c_str());

@@ -18,10 +18,10 @@ double SampleValue(int wafer, int dieX, int dieY, int site, int j) {
 
 int SampleDieIndex(int i, int n) { return i - (n - 1) / 2; }
 
-void SampleSiteXY(const SampleSpec& spec, int s, double& x, double& y) {
-    int i = (s - 1) % spec.sitesX, k = (s - 1) / spec.sitesX;
-    x = (i - (spec.sitesX - 1) / 2.0) * spec.siteStep;
-    y = ((spec.sitesY - 1) / 2.0 - k) * spec.siteStep;
+void SampleSiteXY(const SampleSpec& shape, int s, double& x, double& y) {
+    int i = (s - 1) % shape.sitesX, k = (s - 1) / shape.sitesX;
+    x = (i - (shape.sitesX - 1) / 2.0) * shape.siteStep;
+    y = ((shape.sitesY - 1) / 2.0 - k) * shape.siteStep;
 }
 
 const char* SampleValueName(int j, int dataType) {
@@ -31,23 +31,23 @@ const char* SampleValueName(int j, int dataType) {
     return (dataType == 2 || dataType == 3 ? cd : overlay)[k];
 }
 
-SampleTables MakeSampleTables(const SampleSpec& spec) {
+SampleTables MakeSampleTables(const SampleSpec& shape) {
     SampleTables t;
-    const int nv = std::clamp(spec.values, 1, 8);
-    const int nSites = spec.sitesX * spec.sitesY;
-    const long rows = static_cast<long>(spec.wafers) * spec.fieldsX * spec.fieldsY * nSites;
+    const int nv = std::clamp(shape.values, 1, 8);
+    const int nSites = shape.sitesX * shape.sitesY;
+    const long rows = static_cast<long>(shape.wafers) * shape.fieldsX * shape.fieldsY * nSites;
     const int cols = 4 + nv;
     t.data = Datam(static_cast<int>(rows), cols, 0, 0);
     t.data(0, 1) = "Wafer";
     t.data(0, 2) = "Test";
     t.data(0, 3) = "Diex";
     t.data(0, 4) = "Diey";
-    for (int j = 0; j < nv; ++j) t.data(0, 5 + j) = SampleValueName(j, spec.dataType);
+    for (int j = 0; j < nv; ++j) t.data(0, 5 + j) = SampleValueName(j, shape.dataType);
     long r = 0;
-    for (int w = 1; w <= spec.wafers; ++w)
-        for (int fy = 0; fy < spec.fieldsY; ++fy)
-            for (int fx = 0; fx < spec.fieldsX; ++fx) {
-                int dx = SampleDieIndex(fx, spec.fieldsX), dy = SampleDieIndex(fy, spec.fieldsY);
+    for (int w = 1; w <= shape.wafers; ++w)
+        for (int fy = 0; fy < shape.fieldsY; ++fy)
+            for (int fx = 0; fx < shape.fieldsX; ++fx) {
+                int dx = SampleDieIndex(fx, shape.fieldsX), dy = SampleDieIndex(fy, shape.fieldsY);
                 for (int s = 1; s <= nSites; ++s) {
                     ++r;
                     Value* row = t.data.data() + static_cast<size_t>(r) * (cols + 1);
@@ -56,16 +56,16 @@ SampleTables MakeSampleTables(const SampleSpec& spec) {
                     row[3] = static_cast<int32_t>(dx);
                     row[4] = static_cast<int32_t>(dy);
                     for (int j = 0; j < nv; ++j) {
-                        if (j == 0 && spec.blankEvery > 0 && r % spec.blankEvery == 0) continue;
+                        if (j == 0 && shape.blankEvery > 0 && r % shape.blankEvery == 0) continue;
                         row[5 + j] = SampleValue(w, dx, dy, s, j);
                     }
                 }
             }
 
-    t.excluded = Datam(spec.excludedRows, cols, 0, 0);
+    t.excluded = Datam(shape.excludedRows, cols, 0, 0);
     for (int c = 1; c <= cols; ++c) t.excluded(0, c) = t.data(0, c);
     t.excluded(0, 0) = "Orig.\r\nRow";
-    for (int i = 1; i <= spec.excludedRows; ++i) {
+    for (int i = 1; i <= shape.excludedRows; ++i) {
         t.excluded(i, 0) = static_cast<int32_t>(rows + i);
         t.excluded(i, 1) = static_cast<int32_t>(1);
         t.excluded(i, 2) = static_cast<int32_t>(1);
@@ -75,9 +75,9 @@ SampleTables MakeSampleTables(const SampleSpec& spec) {
     }
 
     std::vector<std::string> fams;
-    for (size_t a = 0; !spec.families.empty();) {
-        size_t b = spec.families.find(',', a);
-        fams.push_back(spec.families.substr(a, b == std::string::npos ? std::string::npos : b - a));
+    for (size_t a = 0; !shape.families.empty();) {
+        size_t b = shape.families.find(',', a);
+        fams.push_back(shape.families.substr(a, b == std::string::npos ? std::string::npos : b - a));
         if (b == std::string::npos) break;
         a = b + 1;
     }
@@ -92,12 +92,12 @@ SampleTables MakeSampleTables(const SampleSpec& spec) {
     int uc = 6;
     if (!fams.empty()) t.sites(0, uc++) = "FAMILY";
     const int firstUnit = uc;
-    for (int j = 0; j < nv; ++j) t.sites(0, uc + j) = std::string(SampleValueName(j, spec.dataType)) + "_UNITS";
+    for (int j = 0; j < nv; ++j) t.sites(0, uc + j) = std::string(SampleValueName(j, shape.dataType)) + "_UNITS";
     for (int s = 1; s <= nSites; ++s) {
         double x, y;
-        SampleSiteXY(spec, s, x, y);
-        t.sites(s, 1) = spec.dieSizeX;
-        t.sites(s, 2) = spec.dieSizeY;
+        SampleSiteXY(shape, s, x, y);
+        t.sites(s, 1) = shape.dieSizeX;
+        t.sites(s, 2) = shape.dieSizeY;
         t.sites(s, 3) = static_cast<int32_t>(s);
         t.sites(s, 4) = x;
         t.sites(s, 5) = y;
@@ -107,16 +107,16 @@ SampleTables MakeSampleTables(const SampleSpec& spec) {
 
     t.information = Datam(kInformationKeyCount, 1, 1, 0);
     for (int i = 1; i <= kInformationKeyCount; ++i) t.information(i, 0) = kInformationKeys[i - 1];
-    t.information(infoDataType, 1) = static_cast<int32_t>(spec.dataType);
-    t.information(infoDataTable, 1) = spec.dataTable;
+    t.information(infoDataType, 1) = static_cast<int32_t>(shape.dataType);
+    t.information(infoDataTable, 1) = shape.dataTable;
     t.information(infoInspection, 1) = "Sample inspection";
-    t.information(infoDieSizeX, 1) = spec.dieSizeX;
-    t.information(infoDieSizeY, 1) = spec.dieSizeY;
-    t.information(infoDieXarray, 1) = spec.fieldsX % 2 == 0 ? -0.5 : 0.0;
-    t.information(infoDieYarray, 1) = spec.fieldsY % 2 == 0 ? -0.5 : 0.0;
+    t.information(infoDieSizeX, 1) = shape.dieSizeX;
+    t.information(infoDieSizeY, 1) = shape.dieSizeY;
+    t.information(infoDieXarray, 1) = shape.fieldsX % 2 == 0 ? -0.5 : 0.0;
+    t.information(infoDieYarray, 1) = shape.fieldsY % 2 == 0 ? -0.5 : 0.0;
     t.information(infoFlatLocation, 1) = "DOWN";
     t.information(infoMetrologynom, 1) = "SampleTool 9000";
-    t.information(infoLot, 1) = spec.dataTable;
+    t.information(infoLot, 1) = shape.dataTable;
     t.information(infoDate, 1) = "2026-11-02";
     t.information(infoComments, 1) = "Synthetic sample lot";
     t.information(infoExposureTool, 1) = "Scanner A";
@@ -127,9 +127,9 @@ SampleTables MakeSampleTables(const SampleSpec& spec) {
     t.information(infoFocusStep, 1) = 0.05;
     t.information(infoDose, 1) = 20.0;
     t.information(infoDoseStep, 1) = 0.5;
-    t.information(infoWorkBookPath, 1) = spec.workbookPath;
-    t.information(infoFilePath, 1) = spec.dataTable + ".txt";
-    if (spec.waferSizeMm > 0) t.information(infoWaferSize, 1) = spec.waferSizeMm;
+    t.information(infoWorkBookPath, 1) = shape.workbookPath;
+    t.information(infoFilePath, 1) = shape.dataTable + ".txt";
+    if (shape.waferSizeMm > 0) t.information(infoWaferSize, 1) = shape.waferSizeMm;
     return t;
 }
 

@@ -33,8 +33,8 @@ double SampleValue(int wafer, int dieX, int dieY, int site, int j);
 // Die index of field i (0-based) along an axis of n fields.
 int SampleDieIndex(int i, int n);
 // Site location (mm) of site number s (1-based).
-void SampleSiteXY(const SampleSpec& spec, int s, double& x, double& y);
-SampleTables MakeSampleTables(const SampleSpec& spec);
+void SampleSiteXY(const SampleSpec& shape, int s, double& x, double& y);
+SampleTables MakeSampleTables(const SampleSpec& shape);
 // The value headers of the sample columns.
 const char* SampleValueName(int j, int dataType);
 

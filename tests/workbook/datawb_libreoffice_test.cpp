@@ -49,12 +49,12 @@ TEST(DataWorkbookLibreOffice, SaveDataWorkbookOpensInLibreOffice) {
     fs::create_directories(dir / "profile");
     StreamReporter quiet(stderr);
     SetReporter(&quiet);
-    SampleSpec spec;
-    spec.dataTable = "LoLot";
-    spec.workbookPath = (dir / "LoLot.xlsx").string();
-    spec.blankEvery = 3;
-    spec.excludedRows = 2;
-    SampleTables t = MakeSampleTables(spec);
+    SampleSpec shape;
+    shape.dataTable = "LoLot";
+    shape.workbookPath = (dir / "LoLot.xlsx").string();
+    shape.blankEvery = 3;
+    shape.excludedRows = 2;
+    SampleTables t = MakeSampleTables(shape);
     std::string saved;
     ASSERT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
     Workbooks::CloseAll();

@@ -75,12 +75,12 @@ TEST(DataWorkbookOpenpyxl, SaveDataWorkbookReadsBackInOpenpyxl) {
     fs::create_directories(dir);
     StreamReporter quiet(stderr);
     SetReporter(&quiet);
-    SampleSpec spec;
-    spec.dataTable = "OpenPy";
-    spec.workbookPath = (dir / "OpenPy.xlsx").string();
-    spec.blankEvery = 2;
-    spec.excludedRows = 3;
-    SampleTables t = MakeSampleTables(spec);
+    SampleSpec shape;
+    shape.dataTable = "OpenPy";
+    shape.workbookPath = (dir / "OpenPy.xlsx").string();
+    shape.blankEvery = 2;
+    shape.excludedRows = 3;
+    SampleTables t = MakeSampleTables(shape);
     std::string saved;
     ASSERT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
     Workbooks::CloseAll();

@@ -29,12 +29,12 @@ public:
 };
 
 std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataType) {
-    SampleSpec spec;
-    spec.wafers = 1;
-    spec.dataType = dataType;
-    spec.dataTable = name;
-    spec.workbookPath = (dir / (name + ".xlsx")).string();
-    SampleTables t = MakeSampleTables(spec);
+    SampleSpec shape;
+    shape.wafers = 1;
+    shape.dataType = dataType;
+    shape.dataTable = name;
+    shape.workbookPath = (dir / (name + ".xlsx")).string();
+    SampleTables t = MakeSampleTables(shape);
     std::string saved;
     EXPECT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
     Workbooks::CloseAll();

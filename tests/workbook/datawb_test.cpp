@@ -48,11 +48,11 @@ protected:
         Workbooks::CloseAll();
         SetReporter(nullptr);
     }
-    std::string save(SampleSpec spec, const std::string& name = "Lot1") {
-        spec.dataTable = name;
-        spec.workbookPath = (dir / (name + ".xlsx")).string();
-        SampleTables t = MakeSampleTables(spec);
-        return saveTables(t, spec.workbookPath);
+    std::string save(SampleSpec shape, const std::string& name = "Lot1") {
+        shape.dataTable = name;
+        shape.workbookPath = (dir / (name + ".xlsx")).string();
+        SampleTables t = MakeSampleTables(shape);
+        return saveTables(t, shape.workbookPath);
     }
     std::string saveTables(SampleTables& t, const std::string& path) {
         t.information(infoWorkBookPath, 1) = path;
@@ -95,16 +95,16 @@ std::string ReadBytes(const std::string& path) {
 }  // namespace
 
 TEST_F(DataWorkbook, RoundTripGivesTheLotTheTablesDescribe) {
-    SampleSpec spec;
-    spec.wafers = 3;
-    spec.fieldsX = 4;
-    spec.fieldsY = 3;
-    spec.sitesX = 3;
-    spec.sitesY = 2;
-    spec.values = 5;
-    spec.blankEvery = 7;
-    spec.families = "Iso,Dense,Via";
-    std::string path = save(spec);
+    SampleSpec shape;
+    shape.wafers = 3;
+    shape.fieldsX = 4;
+    shape.fieldsY = 3;
+    shape.sitesX = 3;
+    shape.sitesY = 2;
+    shape.values = 5;
+    shape.blankEvery = 7;
+    shape.families = "Iso,Dense,Via";
+    std::string path = save(shape);
     std::shared_ptr<cLot> lot;
     WBLotTables t;
     ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << Boxes();
@@ -145,13 +145,13 @@ TEST_F(DataWorkbook, RoundTripGivesTheLotTheTablesDescribe) {
         int dx = static_cast<int>(r.f->DieX), dy = static_cast<int>(r.f->DieY);
         int s = r.s->NumberKey();
         double x, y;
-        SampleSiteXY(spec, s, x, y);
+        SampleSiteXY(shape, s, x, y);
         EXPECT_NEAR(r.s->LocationX, x * 1000, 1e-3);
         EXPECT_NEAR(r.s->LocationY, y * 1000, 1e-3);
         EXPECT_NEAR(r.f->LocationX, dx * 26000.0, 1e-3);
         float* slots[] = {&r.p->ValueV, &r.p->ValueH, &r.p->ValueZ, &r.p->Slope, &r.p->Pitch};
         for (int j = 0; j < 5; ++j) {
-            if (j == 0 && row % spec.blankEvery == 0) {
+            if (j == 0 && row % shape.blankEvery == 0) {
                 EXPECT_EQ(*slots[0], -999.9f);
                 ++blanks;
                 continue;
@@ -163,7 +163,7 @@ TEST_F(DataWorkbook, RoundTripGivesTheLotTheTablesDescribe) {
         // the site's absolute position: field centre plus site
         EXPECT_NEAR(r.s->LocationXabs, dx * 26000.0 - 0.5 * 26000 + 13000 + x * 1000, 0.05);
     }
-    EXPECT_EQ(blanks, static_cast<long>(pts.size()) / spec.blankEvery);
+    EXPECT_EQ(blanks, static_cast<long>(pts.size()) / shape.blankEvery);
     // Information comes back as the key table.
     ASSERT_TRUE(t.information.isArray());
     EXPECT_EQ(t.information(1, 1).toString(), "Data Type");
@@ -172,10 +172,10 @@ TEST_F(DataWorkbook, RoundTripGivesTheLotTheTablesDescribe) {
 }
 
 TEST_F(DataWorkbook, DerivedZAndFieldExposureRunningOn) {
-    SampleSpec spec;
-    spec.values = 2;  // V and H only
-    spec.wafers = 1;
-    std::string path = save(spec, "Overlay2");
+    SampleSpec shape;
+    shape.values = 2;  // V and H only
+    shape.wafers = 1;
+    std::string path = save(shape, "Overlay2");
     std::shared_ptr<cLot> lot;
     ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
     EXPECT_EQ(lot->valueZ_Name, "Length");
@@ -190,8 +190,8 @@ TEST_F(DataWorkbook, DerivedZAndFieldExposureRunningOn) {
         ++k;
     }
 
-    spec.dataType = 4;  // focus: Z is the mean, named "Mean"
-    path = save(spec, "Focus2");
+    shape.dataType = 4;  // focus: Z is the mean, named "Mean"
+    path = save(shape, "Focus2");
     ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
     EXPECT_EQ(lot->DataSource(), 4);
     EXPECT_EQ(lot->valueZ_Name, "Mean");
@@ -200,24 +200,24 @@ TEST_F(DataWorkbook, DerivedZAndFieldExposureRunningOn) {
 }
 
 TEST_F(DataWorkbook, WaferSizeGivenOrEstimated) {
-    SampleSpec spec;
-    spec.wafers = 1;
-    spec.waferSizeMm = 150;
+    SampleSpec shape;
+    shape.wafers = 1;
+    shape.waferSizeMm = 150;
     std::shared_ptr<cLot> lot;
-    ASSERT_EQ(GetExcelWBLot(save(spec, "Given150"), "", lot), 1) << Boxes();
+    ASSERT_EQ(GetExcelWBLot(save(shape, "Given150"), "", lot), 1) << Boxes();
     EXPECT_FLOAT_EQ(lot->WaferSize, 150000);
     EXPECT_FLOAT_EQ(lot->CullRadiusSetting, 75000);
     // No size: 5 fields of 33 mm, range 4 plus three dies = 231 mm -> 300 mm.
-    spec.waferSizeMm = 0;
-    spec.fieldsX = spec.fieldsY = 5;
-    ASSERT_EQ(GetExcelWBLot(save(spec, "Estimated"), "", lot), 1) << Boxes();
+    shape.waferSizeMm = 0;
+    shape.fieldsX = shape.fieldsY = 5;
+    ASSERT_EQ(GetExcelWBLot(save(shape, "Estimated"), "", lot), 1) << Boxes();
     EXPECT_FLOAT_EQ(lot->WaferSize, 300000);
 }
 
 TEST_F(DataWorkbook, RowsSkippedSilentlyAndFiveEmptyWaferNamesStop) {
-    SampleSpec spec;
-    spec.wafers = 2;
-    SampleTables t = MakeSampleTables(spec);
+    SampleSpec shape;
+    shape.wafers = 2;
+    SampleTables t = MakeSampleTables(shape);
     const int rows = t.data.rowUb();  // 72
     t.data(3, 2) = static_cast<int32_t>(99);  // beyond the Sites table: left out
     t.data(4, 3) = "x";                       // DieX not numeric: left out
@@ -229,7 +229,7 @@ TEST_F(DataWorkbook, RowsSkippedSilentlyAndFiveEmptyWaferNamesStop) {
     EXPECT_EQ(AllPoints(*lot).size(), 39u - 2);  // rows 1..39 less the two skipped
     EXPECT_LT(AllPoints(*lot).size(), static_cast<size_t>(rows));
     // Four empty names in a row do not stop it.
-    SampleTables u = MakeSampleTables(spec);
+    SampleTables u = MakeSampleTables(shape);
     for (int r = 40; r < 44; ++r) u.data(r, 1) = Value();
     path = saveTables(u, (dir / "Four.xlsx").string());
     ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << Boxes();
@@ -237,9 +237,9 @@ TEST_F(DataWorkbook, RowsSkippedSilentlyAndFiveEmptyWaferNamesStop) {
 }
 
 TEST_F(DataWorkbook, NoWaferHeaderShiftsTheColumns) {
-    SampleSpec spec;
-    spec.wafers = 2;
-    SampleTables t = MakeSampleTables(spec);
+    SampleSpec shape;
+    shape.wafers = 2;
+    SampleTables t = MakeSampleTables(shape);
     // Wafer names in column A without a header, Test in B: one column left.
     Datam d(t.data.rowUb(), t.data.colUb() - 1, 0, 0);
     for (int r = 0; r <= d.rowUb(); ++r)
@@ -259,11 +259,11 @@ TEST_F(DataWorkbook, NoWaferHeaderShiftsTheColumns) {
 }
 
 TEST_F(DataWorkbook, LongNameIsCutAndFoundAgain) {
-    SampleSpec spec;
-    spec.wafers = 1;
+    SampleSpec shape;
+    shape.wafers = 1;
     const std::string name = "A_very_long_lot_name_of_forty_chars_1234";
     ASSERT_EQ(name.size(), 40u);
-    std::string path = save(spec, name);
+    std::string path = save(shape, name);
     {
         Result<WorkbookPtr> wb = Workbook::open(path);
         ASSERT_TRUE(wb.ok());
@@ -277,9 +277,9 @@ TEST_F(DataWorkbook, LongNameIsCutAndFoundAgain) {
 }
 
 TEST_F(DataWorkbook, BadInputGivesItsMessageAndLeavesTheFile) {
-    SampleSpec spec;
-    spec.wafers = 1;
-    std::string good = save(spec, "Good");
+    SampleSpec shape;
+    shape.wafers = 1;
+    std::string good = save(shape, "Good");
     std::string goodBytes = ReadBytes(good);
 
     struct Case {
@@ -297,7 +297,7 @@ TEST_F(DataWorkbook, BadInputGivesItsMessageAndLeavesTheFile) {
         (*wb)->removeSheet("Sites");
         ASSERT_TRUE((*wb)->saveAs((dir / "NoSites.xlsx").string()).ok());
         cases.push_back({"NoSites.xlsx", "", LoadResString(resNoSitesSheet)});
-        std::string emptyData = save(spec, "EmptyData");
+        std::string emptyData = save(shape, "EmptyData");
         auto wb2 = Workbook::open(emptyData);
         ASSERT_TRUE(wb2.ok());
         (*wb2)->sheet("EmptyData")->clear();
@@ -325,7 +325,7 @@ TEST_F(DataWorkbook, BadInputGivesItsMessageAndLeavesTheFile) {
                                  "        data = b'<worksheet><sheetData><row r=\"1\"><c r=\"B1\"><v>1</v></c></row><row'\n"
                                  "    dst.writestr(i, data)\n"
                                  "dst.close()\n";
-        std::string bad = save(spec, "Malformed");
+        std::string bad = save(shape, "Malformed");
         std::string tmp = (dir / "Malformed.tmp").string();
         std::string cmd = "/usr/bin/python3 " + script.string() + " " + bad + " " + tmp;
         if (std::system(cmd.c_str()) == 0) {
@@ -378,9 +378,9 @@ TEST_F(DataWorkbook, NamingRules) {
 }
 
 TEST_F(DataWorkbook, SaveArrayAndIndex) {
-    SampleSpec spec;
-    spec.wafers = 1;
-    std::string path = save(spec, "Indexed");
+    SampleSpec shape;
+    shape.wafers = 1;
+    std::string path = save(shape, "Indexed");
     WorkbookPtr wb;
     Worksheet* ws = nullptr;
     ASSERT_EQ(OpenExcelWorksheet(path, wb, &ws, false), 1);
@@ -459,9 +459,9 @@ TEST_F(DataWorkbook, GeometryHelpers) {
 }
 
 TEST_F(DataWorkbook, LayoutTablesAreRead) {
-    SampleSpec spec;
-    spec.wafers = 2;
-    std::string path = save(spec, "WithLayout");
+    SampleSpec shape;
+    shape.wafers = 2;
+    std::string path = save(shape, "WithLayout");
     {
         auto wb = Workbook::open(path);
         ASSERT_TRUE(wb.ok());
@@ -499,9 +499,9 @@ TEST_F(DataWorkbook, LayoutTablesAreRead) {
 }
 
 TEST_F(DataWorkbook, WithoutFieldSplitAWaferHoldsOneFieldAndItsSitesWafer) {
-    SampleSpec spec;
-    spec.wafers = 2;
-    std::string path = save(spec, "NoSplit");
+    SampleSpec shape;
+    shape.wafers = 2;
+    std::string path = save(shape, "NoSplit");
     std::shared_ptr<cLot> lot;
     ASSERT_EQ(GetExcelWBLot(path, "", lot, nullptr, false, false), 1) << Boxes();
     ASSERT_EQ(lot->Wafers().Count(), 2);
@@ -516,9 +516,9 @@ TEST_F(DataWorkbook, WithoutFieldSplitAWaferHoldsOneFieldAndItsSitesWafer) {
 }
 
 TEST_F(DataWorkbook, ImproperDataSheetsAreRefused) {
-    SampleSpec spec;
-    spec.wafers = 1;
-    SampleTables t = MakeSampleTables(spec);
+    SampleSpec shape;
+    shape.wafers = 1;
+    SampleTables t = MakeSampleTables(shape);
     SampleTables narrow = t;
     narrow.data = Datam(5, 1, 0, 0);
     narrow.data(0, 1) = "Wafer";
