@@ -102,14 +102,21 @@ float* cPoint::FeatureSlot(int feature, int dataType) {
     }
 }
 
-float cPoint::GetPlotFeatureValue(float& val1, float& val2, float& val3, int feature) {
-    int dt = 0;
-    if (cLot* l = pointLot(*this)) {
+namespace {
+// The lot's plot feature stands in for ePlotFeatureLot; the data type is the
+// lot's (0 without a lot).
+int resolveFeature(const cPoint& p, int& feature) {
+    if (cLot* l = pointLot(p)) {
         if (feature == ePlotFeatureLot) feature = l->PlotFeature();
-        dt = l->PLotDataType;
-    } else if (feature == ePlotFeatureLot) {
-        feature = 0;
+        return l->PLotDataType;
     }
+    if (feature == ePlotFeatureLot) feature = 0;
+    return 0;
+}
+}  // namespace
+
+float cPoint::GetPlotFeatureValue(float& val1, float& val2, float& val3, int feature) {
+    const int dt = resolveFeature(*this, feature);
     return GetPlotFeatureValue(val1, val2, val3, feature, dt);
 }
 
@@ -147,13 +154,7 @@ float cPoint::GetPlotFeatureValue(float& val1, float& val2, float& val3, int fea
 }
 
 void cPoint::PutPlotFeatureValue(float val1, float val2, float val3, int feature) {
-    int dt = 0;
-    if (cLot* l = pointLot(*this)) {
-        if (feature == ePlotFeatureLot) feature = l->PlotFeature();
-        dt = l->PLotDataType;
-    } else if (feature == ePlotFeatureLot) {
-        feature = 0;
-    }
+    const int dt = resolveFeature(*this, feature);
     PutPlotFeatureValue(val1, val2, val3, feature, dt);
 }
 
@@ -168,13 +169,7 @@ void cPoint::PutPlotFeatureValue(float val1, float val2, float val3, int feature
 }
 
 void cPoint::SetPlotFeatureValue(float val1, float val2, float val3, int feature) {
-    int dt = 0;
-    if (cLot* l = pointLot(*this)) {
-        if (feature == ePlotFeatureLot) feature = l->PlotFeature();
-        dt = l->PLotDataType;
-    } else if (feature == ePlotFeatureLot) {
-        feature = 0;
-    }
+    const int dt = resolveFeature(*this, feature);
     SetPlotFeatureValue(val1, val2, val3, feature, dt);
 }
 
