@@ -31,22 +31,6 @@ const char* dataKindShort(int dt) {
     }
 }
 
-// Walks points not culled, nor their wafer, field or site.
-template <class F>
-void walkPoints(const Wafers& wafers, F&& fn) {
-    for (cWafer* w : wafers) {
-        if (w->cull()) continue;
-        for (cField* f : w->Fields()) {
-            if (f->cull()) continue;
-            for (cSite* s : f->sites()) {
-                if (s->cull()) continue;
-                for (cPoint* p : s->Points())
-                    if (!p->cull()) fn(*w, *f, *s, *p);
-            }
-        }
-    }
-}
-
 struct Area {
     bool on = false;
     double x1 = 0, y1 = 0, x2 = 0, y2 = 0;
@@ -358,7 +342,7 @@ Datam cLot::GetPlotFeatureData(long& count, std::string& name) {
         d(0, 1) = Value(name);
     }
     int r = 0;
-    walkPoints(wafers_, [&](cWafer&, cField&, cSite&, cPoint& pt) {
+    forEachLive([&](cWafer&, cField&, cSite&, cPoint& pt) {
         float v1 = kMissingValue, v2 = kMissingValue, v3 = kMissingValue;
         pt.GetPlotFeatureValue(v1, v2, v3, ePlotFeatureLot);
         ++r;

@@ -736,6 +736,9 @@ public:
     void Recount();
     // Visits every point not culled (nor its wafer, field, site).
     void ForEAch(const std::function<void(cWafer&, cField&, cSite&, cPoint&)>& fn) const;
+    // The same walk, inlined for hot loops.
+    template <class F>
+    void forEachLive(F&& fn) const;
     void Clear();
     void Kill();
 
@@ -825,5 +828,21 @@ private:
     int32_t pointCounter_ = 0;
     bool modified_ = false;
 };
+
+// Walks points not culled, nor their wafer, field or site.
+template <class F>
+void cLot::forEachLive(F&& fn) const {
+    for (cWafer* w : wafers_) {
+        if (w->cull()) continue;
+        for (cField* f : w->Fields()) {
+            if (f->cull()) continue;
+            for (cSite* s : f->sites()) {
+                if (s->cull()) continue;
+                for (cPoint* p : s->Points())
+                    if (!p->cull()) fn(*w, *f, *s, *p);
+            }
+        }
+    }
+}
 
 }  // namespace zorv

@@ -235,17 +235,7 @@ long cLot::TotalPoints(long* culled, bool recount) {
 }
 
 void cLot::ForEAch(const std::function<void(cWafer&, cField&, cSite&, cPoint&)>& fn) const {
-    for (cWafer* w : wafers_) {
-        if (w->cull()) continue;
-        for (cField* f : w->Fields()) {
-            if (f->cull()) continue;
-            for (cSite* s : f->sites()) {
-                if (s->cull()) continue;
-                for (cPoint* p : s->Points())
-                    if (!p->cull()) fn(*w, *f, *s, *p);
-            }
-        }
-    }
+    forEachLive(fn);
 }
 
 void cLot::Clear() {

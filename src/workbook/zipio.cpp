@@ -350,6 +350,18 @@ bool ZipWriter::addCopy(const std::string& name, const ZipReader& from, int64_t 
     return true;
 }
 
+// New and changed parts are deflated at a fast level.
+bool ZipWriter::addDeflated(const std::string& name, zip_source_t* src) {
+    const zip_int64_t idx = zip_file_add(za_, name.c_str(), src, ZIP_FL_ENC_UTF_8);
+    if (idx < 0) {
+        zip_source_free(src);
+        err_ = zip_strerror(za_);
+        return false;
+    }
+    zip_set_file_compression(za_, static_cast<zip_uint64_t>(idx), ZIP_CM_DEFLATE, 1);
+    return setup(idx);
+}
+
 bool ZipWriter::addBytes(const std::string& name, std::string bytes) {
     buffers_.push_back(std::make_unique<std::string>(std::move(bytes)));
     const std::string& b = *buffers_.back();
@@ -358,14 +370,7 @@ bool ZipWriter::addBytes(const std::string& name, std::string bytes) {
         err_ = zip_strerror(za_);
         return false;
     }
-    zip_int64_t idx = zip_file_add(za_, name.c_str(), src, ZIP_FL_ENC_UTF_8);
-    if (idx < 0) {
-        zip_source_free(src);
-        err_ = zip_strerror(za_);
-        return false;
-    }
-    zip_set_file_compression(za_, static_cast<zip_uint64_t>(idx), ZIP_CM_DEFLATE, 1);
-    return setup(idx);
+    return addDeflated(name, src);
 }
 
 bool ZipWriter::addGenerated(const std::string& name, std::function<Generator()> make) {
@@ -377,14 +382,7 @@ bool ZipWriter::addGenerated(const std::string& name, std::function<Generator()>
         err_ = zip_strerror(za_);
         return false;
     }
-    zip_int64_t idx = zip_file_add(za_, name.c_str(), src, ZIP_FL_ENC_UTF_8);
-    if (idx < 0) {
-        zip_source_free(src);
-        err_ = zip_strerror(za_);
-        return false;
-    }
-    zip_set_file_compression(za_, static_cast<zip_uint64_t>(idx), ZIP_CM_DEFLATE, 1);
-    return setup(idx);
+    return addDeflated(name, src);
 }
 
 Status ZipWriter::close() {

@@ -14,6 +14,7 @@
 
 struct zip;
 struct zip_file;
+struct zip_source;
 
 namespace zorv::xlsx {
 
@@ -93,6 +94,7 @@ public:
 private:
     ZipWriter() = default;
     bool setup(int64_t idx);
+    bool addDeflated(const std::string& name, zip_source* src);
     zip* za_ = nullptr;
     std::string path_, err_;
     std::vector<std::unique_ptr<std::string>> buffers_;
