@@ -13,6 +13,24 @@ inline double Round(double x, int n) {
     return std::nearbyint(x * f) / f;
 }
 
+// FindSite's rule: the last site of the list within 0.09 in x and y (after
+// rounding the distance to 3 decimals), of the family unless it is -1.
+// Its position, with its number key in `number`; -1 when none.
+template <class List>
+int findSiteIn(const List& list, float x, float y, int& number, long family) {
+    for (int i = list.Count(); i >= 1; --i) {
+        const auto* s = list.Item(i);
+        if (!s) continue;
+        if (family != -1 && family != s->Family()) continue;
+        if (Round(std::fabs(double(s->LocationX) - x), 3) <= 0.09 &&
+            Round(std::fabs(double(s->LocationY) - y), 3) <= 0.09) {
+            number = s->NumberKey();
+            return i;
+        }
+    }
+    return -1;
+}
+
 // Angle of (x, y) in -pi..pi; x of 0 is taken as 1e-27 so that the
 // arctangent never divides by zero.
 inline double FoldAngle(double x, double y) {

@@ -564,17 +564,7 @@ void cField::setCull(bool c) {
 cLot* cField::ParentLot() const { return wafer_ ? wafer_->parent() : nullptr; }
 
 int cField::FindSite(float x, float y, int& number, long family) const {
-    for (int i = sites_.Count(); i >= 1; --i) {
-        const cSite* s = sites_.Item(i);
-        if (!s) continue;
-        if (family != -1 && family != s->Family()) continue;
-        if (Round(std::fabs(double(s->LocationX) - x), 3) <= 0.09 &&
-            Round(std::fabs(double(s->LocationY) - y), 3) <= 0.09) {
-            number = s->NumberKey();
-            return i;
-        }
-    }
-    return -1;
+    return findSiteIn(sites_, x, y, number, family);
 }
 
 int cField::mFindSite(double x, double y, double letterWidth) const {

@@ -13,20 +13,6 @@ namespace zorv {
 
 namespace {
 
-template <class List>
-int findSiteIn(const List& list, float x, float y, int& number, long family) {
-    for (int i = list.Count(); i >= 1; --i) {
-        const cSite* s = list.Item(i);
-        if (!s) continue;
-        if (family != -1 && family != s->Family()) continue;
-        if (Round(std::fabs(double(s->LocationX) - x), 3) <= 0.09 &&
-            Round(std::fabs(double(s->LocationY) - y), 3) <= 0.09) {
-            number = s->NumberKey();
-            return i;
-        }
-    }
-    return -1;
-}
 
 // "W", wafer number, "F", field number
 std::string FieldKeyText(long wafer, long field) {

@@ -8,6 +8,7 @@
 #include <limits>
 #include <new>
 
+#include "app/regional.h"
 #include "numerics/datam.h"
 
 namespace zorv {
@@ -25,20 +26,6 @@ detail::StrRep* makeStr(std::string_view s) {
 }
 
 bool isBlankChar(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-// Civil date from days since 1970-01-01 (H. Hinnant's algorithm).
-void civilFromDays(long long z, int& y, unsigned& m, unsigned& d) {
-    z += 719468;
-    const long long era = (z >= 0 ? z : z - 146096) / 146097;
-    const unsigned doe = static_cast<unsigned>(z - era * 146097);
-    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const long long yy = static_cast<long long>(yoe) + era * 400;
-    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const unsigned mp = (5 * doy + 2) / 153;
-    d = doy - (153 * mp + 2) / 5 + 1;
-    m = mp < 10 ? mp + 3 : mp - 9;
-    y = static_cast<int>(yy + (m <= 2));
-}
 
 }  // namespace
 
@@ -196,23 +183,17 @@ std::string Value::toString() const {
         case VType::String: return std::string(str());
         case VType::Array: return {};
         case VType::Date: {
-            const double serial = u_.d;
-            const double dayPart = std::floor(serial);
-            long long secs = std::llround((serial - dayPart) * 86400.0);
-            long long days = static_cast<long long>(dayPart);
-            if (secs >= 86400) { secs -= 86400; ++days; }
-            int y;
-            unsigned m, d;
-            civilFromDays(days - 25569, y, m, d);  // 25569 = 1970-01-01
+            const CivilTime ct = CivilFromSerial(u_.d);
+            const bool timeOnly = std::trunc(u_.d) == 0 && u_.d != 0;
+            const bool hasTime = ct.hour || ct.minute || ct.second;
             char buf[48];
-            if (days == 0 && secs != 0)  // a time of day alone, as CStr writes it
-                std::snprintf(buf, sizeof buf, "%02lld:%02lld:%02lld", secs / 3600,
-                              (secs / 60) % 60, secs % 60);
-            else if (secs == 0)
-                std::snprintf(buf, sizeof buf, "%04d-%02u-%02u", y, m, d);
+            if (timeOnly)  // a time of day alone, as CStr writes it
+                std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", ct.hour, ct.minute, ct.second);
+            else if (!hasTime)
+                std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", ct.year, ct.month, ct.day);
             else
-                std::snprintf(buf, sizeof buf, "%04d-%02u-%02u %02lld:%02lld:%02lld", y, m, d,
-                              secs / 3600, (secs / 60) % 60, secs % 60);
+                std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", ct.year, ct.month,
+                              ct.day, ct.hour, ct.minute, ct.second);
             return buf;
         }
     }
