@@ -155,7 +155,7 @@ void BM_OpenpyxlReadOnly(benchmark::State& st) {
     std::string path = BenchFile();
     const char* e = std::getenv("ZORV_OPENPYXL_ROWS");
     long rows = e ? std::atol(e) : 100000;
-    fs::path script = fs::path(__FILE__).parent_path() / "xlsx_openpyxl.py";
+    fs::path script = fs::path(ZORV_BENCH_SOURCE_DIR) / "xlsx_openpyxl.py";
     if (!fs::exists("/usr/bin/python3") || !fs::exists(script)) {
         st.SkipWithError("no /usr/bin/python3 or bench/xlsx_openpyxl.py");
         return;

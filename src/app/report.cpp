@@ -77,8 +77,13 @@ std::string systemInfo() {
 
 int StreamReporter::showBox(const std::string& message, int flags, const std::string& title) {
     (void)flags;
+    // Boxes compose their lines with CR LF; a terminal wants LF alone.
+    std::string text;
+    text.reserve(message.size());
+    for (size_t i = 0; i < message.size(); ++i)
+        if (!(message[i] == '\r' && i + 1 < message.size() && message[i + 1] == '\n')) text += message[i];
     if (!title.empty()) std::fprintf(out_, "%s: ", title.c_str());
-    std::fprintf(out_, "%s\n", message.c_str());
+    std::fprintf(out_, "%s\n", text.c_str());
     std::fflush(out_);
     return 0;
 }

@@ -120,15 +120,8 @@ TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
 }
 
 TEST_F(DataWorkbookOps, CliInfo) {
-    std::string cliPath = std::getenv("ZORV_CLI") ? std::getenv("ZORV_CLI") : "";
-    if (cliPath.empty()) {
-        // The build tree: tests/test_workbook beside cli/zorv-cli.
-        std::error_code ec;
-        fs::path exe = fs::canonical("/proc/self/exe", ec);
-        if (!ec) cliPath = (exe.parent_path().parent_path() / "cli" / "zorv-cli").string();
-    }
-    if (cliPath.empty() || !fs::exists(cliPath)) GTEST_SKIP() << "zorv-cli not found";
-    const char* cli = cliPath.c_str();
+    const char* cli = ZORV_CLI_PATH;
+    ASSERT_TRUE(fs::exists(cli)) << cli;
     std::string sample = std::string(ZORV_DATA_DIR) + "/samples/SampleOverlay.xlsx";
     int rc = 0;
     std::string out = RunCommand(std::string(cli) + " info " + sample + " --json", rc);
