@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -20,7 +21,10 @@ struct CliRun {
 CliRun run(const std::string& args) {
     const fs::path dir = fs::path(ZORV_TEST_TMP) / "cli";
     fs::create_directories(dir);
-    const fs::path errFile = dir / "stderr.txt";
+    // ctest runs each test in its own process, in parallel: names per process.
+    static int calls = 0;
+    const fs::path errFile =
+        dir / ("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++calls) + ".txt");
     const std::string cmd = std::string(ZORV_CLI_PATH) + " " + args + " 2>" + errFile.string();
     CliRun r;
     FILE* p = popen(cmd.c_str(), "r");
@@ -32,11 +36,12 @@ CliRun run(const std::string& args) {
     r.rc = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     std::ifstream in(errFile);
     r.err.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    fs::remove(errFile);
     return r;
 }
 
 bool validJson(const std::string& text) {
-    const fs::path f = fs::path(ZORV_TEST_TMP) / "cli" / "out.json";
+    const fs::path f = fs::path(ZORV_TEST_TMP) / "cli" / ("out-" + std::to_string(getpid()) + ".json");
     std::ofstream(f) << text;
     if (std::system("/usr/bin/python3 -c 'import json' 2>/dev/null") != 0) return true;
     return std::system(("/usr/bin/python3 -c 'import json,sys; json.load(open(sys.argv[1]))' " +

@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <expat.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <xlsxwriter.h>
 #include <zip.h>
 
@@ -37,9 +38,11 @@ bool HaveOpenpyxl() {
 
 // Runs a python script; returns its output lines as key=value pairs.
 std::map<std::string, std::string> RunPython(const std::string& script, const std::string& arg) {
-    std::string py = Tmp("script.py");
+    // Tests run as parallel processes: a script file of their own.
+    const std::string tag = std::to_string(getpid());
+    std::string py = Tmp("script-" + tag + ".py");
     std::ofstream(py) << script;
-    std::string out = Tmp("script.out");
+    std::string out = Tmp("script-" + tag + ".out");
     std::string cmd = std::string(kPython) + " " + py + " '" + arg + "' > " + out + " 2>&1";
     int rc = std::system(cmd.c_str());
     std::map<std::string, std::string> kv;
