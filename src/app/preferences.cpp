@@ -137,8 +137,12 @@ std::string PreferenceDefaultValue(const std::string& section, const std::string
     return {};
 }
 
+std::string PreferenceApplication(const std::string& section) {
+    return IEquals(section, "ToolSettings") ? ProductName() : ApplicationTitle();
+}
+
 std::string GetPreference(const std::string& section, const std::string& key) {
-    return GetSetting(ApplicationTitle(), section, key, PreferenceDefaultValue(section, key));
+    return GetSetting(PreferenceApplication(section), section, key, PreferenceDefaultValue(section, key));
 }
 
 void ResetPreferences(const std::string& section) {
@@ -146,7 +150,7 @@ void ResetPreferences(const std::string& section) {
     std::vector<std::pair<std::string, std::string>> values;
     for (const PreferenceDefault& p : PreferenceDefaults())
         if (p.value && IEquals(p.section, section)) values.emplace_back(p.key, p.value);
-    SaveSettings(ApplicationTitle(), section, values, true);
+    SaveSettings(PreferenceApplication(section), section, values, true);
 }
 
 void SaveWindowRect(const std::string& section, const std::string& prefix, int x, int y, int w,

@@ -17,10 +17,13 @@ struct PreferenceDefault {
 const std::vector<PreferenceDefault>& PreferenceDefaults();
 // Default of one key ("" when none); sections and keys case-insensitive.
 std::string PreferenceDefaultValue(const std::string& section, const std::string& key);
-// GetSetting under ApplicationTitle() with the table's default.
+// Application name a section is kept under: ProductName() for the exposure
+// tool's "ToolSettings" (shared by every run mode), else ApplicationTitle().
+std::string PreferenceApplication(const std::string& section);
+// GetSetting under PreferenceApplication(section) with the table's default.
 std::string GetPreference(const std::string& section, const std::string& key);
 
-// Utility(ResetPreferences): clears the section under ApplicationTitle() and
+// Utility(ResetPreferences): clears the section under its application name and
 // writes the table's defaults of that section.
 void ResetPreferences(const std::string& section);
 

@@ -146,7 +146,8 @@ int MsgBox(const std::string& message, int flags, const std::string& title) {
                                      kCompanyName + "?";
             const int answer = r.showBox(text, vbYesNo | vbCritical, boxTitle);
             if (answer == vbYes) {
-                r.openUrl(std::string("mailto:support@") + "palvex.example" + "?CC=" + "&BCC=" +
+                // Every part is appended as "&name=" after an empty query head.
+                r.openUrl(std::string("mailto:support@") + "palvex.example" + "?" + "&CC=" + "&BCC=" +
                           "&Subject=" + urlEncode(VersionLine()) + "&Body=" +
                           urlEncode(message + "\r\n\r\n" + systemInfo()));
             }

@@ -16,7 +16,58 @@ CloseWorkbooksHook& hook() {
     static CloseWorkbooksHook h;
     return h;
 }
+
+ToolLibraryHook& toolHook() {
+    static ToolLibraryHook h;
+    return h;
+}
+
+std::function<void(bool)>& templateRelease() {
+    static std::function<void(bool)> f;
+    return f;
+}
 }  // namespace
+
+void SetToolLibraryHook(ToolLibraryHook h) { toolHook() = std::move(h); }
+
+int CloseToolLibrary() {
+    Proc p("frmMain(Form_Unload): ");
+    int answer = 0;
+    Guarded(p, [&] {
+        const ToolLibraryHook& h = toolHook();
+        p.chk = 1;
+        if (!h.isOpen || !h.isOpen()) return;
+        if (h.changed && h.changed()) {
+            p.chk = 2;
+            answer = MsgBox(std::string(LoadResString(resToolLibraryChanged)) + "\r\n" +
+                                LoadResString(resSaveToolLibrary),
+                            vbYesNo | vbQuestion, ApplicationTitle());
+            if (answer == vbYes && h.save) h.save();
+        }
+        p.chk = 3;
+        if (h.close) h.close();
+    });
+    return answer;
+}
+
+void SetTemplateLibraryRelease(std::function<void(bool)> release) {
+    templateRelease() = std::move(release);
+}
+
+void ReleaseTemplateLibrary(bool dropLibrary) {
+    if (templateRelease()) templateRelease()(dropLibrary);
+}
+
+bool WorkbookBeforeClose(const std::string& workbookName) {
+    if (Exiting()) {
+        SetStatusText("Workbook " + workbookName + " has been closed.");
+        return false;
+    }
+    MsgBox("Workbook '" + workbookName + "' should not be manually closed .\r\n" +
+               "Please close from within " + ApplicationTitle(),
+           vbInformation, ApplicationTitle());
+    return true;
+}
 
 bool Exiting() { return g_exiting; }
 void SetExiting(bool on) { g_exiting = on; }

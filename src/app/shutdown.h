@@ -30,6 +30,34 @@ void SetCloseWorkbooksHook(CloseWorkbooksHook hook);
 // contain "SHEET" (case-insensitive).
 bool CloseExcelSavesWorkbook(const std::string& workbookName);
 
+// The exposure tool library workbook, as its owner registers it.
+struct ToolLibraryHook {
+    std::function<bool()> isOpen;
+    std::function<bool()> changed;
+    // Saves the library and its workbook.
+    std::function<void()> save;
+    // Closes the workbook and drops the references to it.
+    std::function<void()> close;
+};
+void SetToolLibraryHook(ToolLibraryHook hook);
+
+// At the unload of frmMain: when the library's workbook is open and changed,
+// asks string 2074 and, on a new line, string 2075 (Yes/No) and saves on Yes;
+// then closes it. Returns the answer (0 when nothing was asked).
+int CloseToolLibrary();
+
+// Take-down of the process-wide template library at the unload of frmMain:
+// every template loses its parent and is killed, the entries removed; with
+// dropLibrary (frmMain has no caller) the library itself goes too.
+void SetTemplateLibraryRelease(std::function<void(bool dropLibrary)> release);
+void ReleaseTemplateLibrary(bool dropLibrary);
+
+// xlwb_BeforeClose: a workbook the program holds is being closed. While the
+// program is not exiting the close is refused with a box and the answer is
+// true (cancel); on the exit path the status tells it was closed and the
+// answer is false.
+bool WorkbookBeforeClose(const std::string& workbookName);
+
 // Decides what happens to the open workbooks at exit. Status "Exiting
 // application ...", then an empty status. With workbooks open it asks string
 // 1642 ("Close all workbooks?"), Yes/No/Cancel, titled with the VersionLine:

@@ -158,7 +158,7 @@ void ZorvForm::closeEvent(QCloseEvent* e) {
         return;
     }
     unloading_ = true;
-    if (!isMinimized()) savePlace();
+    if (!unloadSavesPlace_ && !isMinimized()) savePlace();
     formUnload();
     emit unloaded();
     e->accept();

@@ -110,6 +110,9 @@ protected:
     void closeEvent(QCloseEvent* e) override;
 
     bool asksOnClose_ = true;
+    // The window's own unload saves its place at its proper step; the frame
+    // then leaves it out.
+    bool unloadSavesPlace_ = false;
 
 private:
     QWidget* content_ = nullptr;

@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 
 #include "app/identity.h"
+#include "app/strings.h"
 #include "ui/res_strings.h"
 
 namespace zorv::ui {
@@ -22,9 +23,13 @@ frmSplash::frmSplash(QWidget* parent) : QWidget(parent, Qt::SplashScreen | Qt::F
     lblProductName_->setProperty("tag", 1686);
     lblCompany_ = new QLabel(QString::fromUtf8(kCompanyName), this);
     lblCompany_->setObjectName("lblCompany");
-    lblVersion_ = new QLabel("Version " + QString::fromStdString(VersionString()), this);
-    lblVersion_->setObjectName("lblVersion");
+    lblCompany_->setProperty("tag", static_cast<int>(resCompanyName));
     LoadResStrings(this);
+    // The version label joins its caption string to the number.
+    lblVersion_ = new QLabel(QString::fromUtf8(LoadResString(resVersionCaption)) +
+                                 QString::fromStdString(VersionString()),
+                             this);
+    lblVersion_->setObjectName("lblVersion");
 
     QFont f = font();
     f.setPointSizeF(f.pointSizeF() * 1.9);

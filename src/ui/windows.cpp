@@ -31,6 +31,7 @@ FormRefs& forms() {
 // ---------------------------------------------------------------- frmMain
 
 frmMain::frmMain(QWidget* parent) : ZorvForm("frmMain", Q(ApplicationTitle()), parent) {
+    unloadSavesPlace_ = true;
     setMinimumSize(720, 480);
     auto* tabServer = new QTabWidget(contentArea());
     tabServer->setObjectName("tabServer");
@@ -93,24 +94,30 @@ void frmMain::mnuFileExit_Click() {
 }
 
 void frmMain::formUnload() {
-    BusyPointer busy;
-    ResetObjects();
-    if (caller_) caller_->show();
-    // The place of the window is kept by the frame as it closes.
-    SetStatusText("FrmMain: Unloading forms . . .");
-    std::vector<ZorvForm*> open = Forms();
-    for (auto it = open.rbegin(); it != open.rend(); ++it) {
-        ZorvForm* f = *it;
-        if (f == this || f == caller_.data()) continue;
-        f->Unload();
+    QPointer<ZorvForm> caller = caller_;
+    {
+        BusyPointer busy;
+        ResetObjects();
+        if (caller) caller->show();
+        // A called frmMain leaves the library to its caller.
+        ReleaseTemplateLibrary(!caller);
+        if (!isMinimized()) savePlace();
+        CloseToolLibrary();
+        SetStatusText("FrmMain: Unloading forms . . .");
+        std::vector<ZorvForm*> open = Forms();
+        for (auto it = open.rbegin(); it != open.rend(); ++it) {
+            ZorvForm* f = *it;
+            if (f == this || f == caller.data()) continue;
+            f->Unload();
+        }
     }
-    if (caller_) {
-        caller_->setEnabled(true);
-        caller_->show();
-        caller_->Reload();
+    if (caller) {
+        caller->setEnabled(true);
+        caller->show();
+        caller->Reload();
     }
-    SetStatusText("Termination ...");
     if (forms().frmMain == this) forms().frmMain = nullptr;
+    SetStatusText("Termination ...");
 }
 
 // ------------------------------------------------------- workbench windows

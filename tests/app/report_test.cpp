@@ -82,3 +82,38 @@ TEST(Report, StatusAppendAndEscFlag) {
     EXPECT_EQ(VersionLine(), "Zorv Wavefront Engineering ver: 5.1.0");
     SetReporter(nullptr);
 }
+
+TEST(Report, ErrorBoxMailOfferAndItsLink) {
+    struct Mail : Capture {
+        std::vector<std::string> urls;
+        void openUrl(const std::string& u) override { urls.push_back(u); }
+    } c;
+    c.answer = vbYes;
+    SetReporter(&c);
+    EXPECT_EQ(MsgBox("cLot(Kill): \r\nbad chk: 1", vbCritical), vbYes);
+    ASSERT_EQ(c.boxes.size(), 1u);
+    EXPECT_EQ(c.boxes[0].first,
+              "cLot(Kill): \r\nbad chk: 1\r\n\r\nDo you wish to Email this message to Palvex?");
+    EXPECT_EQ(c.boxes[0].second, 20);
+    ASSERT_EQ(c.urls.size(), 1u);
+    const std::string& u = c.urls[0];
+    EXPECT_EQ(u.rfind("mailto:", 0), 0u);
+    size_t at = 0;
+    for (const char* part : {"&CC=", "&BCC=", "&Subject=", "&Body="}) {
+        const size_t f = u.find(part, at);
+        ASSERT_NE(f, std::string::npos) << part;
+        at = f;
+    }
+    // An error inside the box routine itself (from position 4 on) and any other
+    // flags go out plainly, without the offer.
+    c.urls.clear();
+    MsgBox("Utility(MsgBox): \r\nbroken", vbCritical);
+    EXPECT_EQ(c.boxes.back().second, vbCritical);
+    EXPECT_EQ(c.boxes.back().first, "Utility(MsgBox): \r\nbroken");
+    MsgBox("(MsgBox) at the head", vbCritical);
+    EXPECT_EQ(c.boxes.back().second, 20);
+    MsgBox("note", vbCritical | vbYesNo);
+    EXPECT_EQ(c.boxes.back().second, vbCritical | vbYesNo);
+    EXPECT_TRUE(c.urls.size() == 1u);
+    SetReporter(nullptr);
+}

@@ -346,6 +346,19 @@ TEST_F(SettingsTest, ResetPreferencesRestoresTheTableDefaults) {
     EXPECT_EQ(GetSetting("Zorv Main", "Settings", "IgnoreEmpty"), "1");  // other sections stay
 }
 
+TEST_F(SettingsTest, ExposureToolSettingsAreSharedByEveryMode) {
+    // The tool settings live under the product name, not the mode's title.
+    SaveSetting("Zorv Wavefront Engineering", "ToolSettings", "ExposureTool", "Stepper 9");
+    SaveSetting("Zorv Main", "ToolSettings", "ExposureTool", "mode copy");
+    EXPECT_EQ(GetPreference("ToolSettings", "ExposureTool"), "Stepper 9");
+    EXPECT_EQ(GetPreference("ToolSettings", "Notch"), "DOWN");
+    ResetPreferences("ToolSettings");
+    EXPECT_EQ(GetSetting("Zorv Wavefront Engineering", "ToolSettings", "ExposureTool"), "ASM 700");
+    EXPECT_EQ(GetSetting("Zorv Wavefront Engineering", "ToolSettings", "Wavelength"), "193");
+    EXPECT_EQ(GetSetting("Zorv Main", "ToolSettings", "ExposureTool"), "mode copy");
+    EXPECT_EQ(PreferenceApplication("Options"), "Zorv Main");
+}
+
 TEST_F(SettingsTest, WindowRectanglesInTwips) {
     int x = 5, y = 6, w = 300, h = 200;
     EXPECT_FALSE(LoadWindowRect("Settings", "Main", x, y, w, h));

@@ -384,3 +384,39 @@ TEST(CloseExcelRule, SheetWorkbooksCloseWithoutSaving) {
     SetExiting(false);
     EXPECT_FALSE(Exiting());
 }
+
+TEST_F(Startup, ToolLibraryAsksOnlyWhenChangedAndClosesAlways) {
+    int saved = 0, closed = 0;
+    bool changed = false;
+    SetToolLibraryHook({[] { return true; }, [&] { return changed; }, [&] { ++saved; }, [&] { ++closed; }});
+    EXPECT_EQ(CloseToolLibrary(), 0);
+    EXPECT_TRUE(boxes.boxes.empty());
+    EXPECT_EQ(closed, 1);
+    changed = true;
+    boxes.answer = vbNo;
+    EXPECT_EQ(CloseToolLibrary(), vbNo);
+    ASSERT_EQ(boxes.boxes.size(), 1u);
+    EXPECT_EQ(boxes.boxes[0].text, "The Exposure Tool Library has changed!\r\nSave the current library?");
+    EXPECT_EQ(saved, 0);
+    EXPECT_EQ(closed, 2);
+    boxes.answer = vbYes;
+    EXPECT_EQ(CloseToolLibrary(), vbYes);
+    EXPECT_EQ(saved, 1);
+    EXPECT_EQ(closed, 3);
+    SetToolLibraryHook({});
+    EXPECT_EQ(CloseToolLibrary(), 0);  // no library: nothing to do
+}
+
+TEST_F(Startup, WorkbookClosedByHandIsRefusedUnlessExiting) {
+    SetApplicationTitle("Zorv PW");
+    SetExiting(false);
+    EXPECT_TRUE(WorkbookBeforeClose("Lot7.xls"));
+    ASSERT_EQ(boxes.boxes.size(), 1u);
+    EXPECT_EQ(boxes.boxes[0].text,
+              "Workbook 'Lot7.xls' should not be manually closed .\r\nPlease close from within Zorv PW");
+    SetExiting(true);
+    EXPECT_FALSE(WorkbookBeforeClose("Lot7.xls"));
+    EXPECT_EQ(boxes.boxes.size(), 1u);
+    EXPECT_EQ(StatusText(), "Workbook Lot7.xls has been closed.");
+    SetExiting(false);
+}

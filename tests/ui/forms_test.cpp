@@ -178,6 +178,44 @@ TEST_F(FormsUi, MainExitFromACalledMainEndsTheCaller) {
     EXPECT_TRUE(rec.boxes.empty());  // no workbook open, no question
 }
 
+TEST_F(FormsUi, MainUnloadRunsItsStepsInOrder) {
+    SetApplicationTitle("Zorv Main");
+    std::vector<std::string> steps;
+    QPointer<frmMain> m = openForm<frmMain>();
+    QPointer<frmCalibrate> cal = openForm<frmCalibrate>();
+    SetTemplateLibraryRelease([&](bool dropLibrary) {
+        // The caption is reset and the place not yet saved.
+        steps.push_back(std::string("templates ") + (dropLibrary ? "dropped" : "kept") + " caption=" +
+                        m->windowTitle().toStdString() + " place=" +
+                        GetSetting("Zorv Main", "Settings", "MainWidth", "none"));
+    });
+    int saved = 0, closed = 0;
+    SetToolLibraryHook({[] { return true; }, [] { return true; },
+                        [&] { ++saved; },
+                        [&] {
+                            ++closed;
+                            steps.push_back("tool library closed, place " +
+                                            std::string(GetSetting("Zorv Main", "Settings", "MainWidth", "")
+                                                            .empty() ? "missing" : "saved"));
+                        }});
+    rec.answers = {vbYes};
+    ASSERT_TRUE(m->Unload());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    SetTemplateLibraryRelease({});
+    SetToolLibraryHook({});
+    ASSERT_EQ(steps.size(), 2u);
+    EXPECT_EQ(steps[0], "templates dropped caption=Zorv Wavefront Engineering:  place=none");
+    EXPECT_EQ(steps[1], "tool library closed, place saved");
+    ASSERT_EQ(rec.boxes.size(), 1u);
+    EXPECT_EQ(rec.boxes[0].text, "The Exposure Tool Library has changed!\r\nSave the current library?");
+    EXPECT_EQ(rec.boxes[0].flags & 7, vbYesNo);
+    EXPECT_EQ(saved, 1);
+    EXPECT_EQ(closed, 1);
+    // The other windows go after the library is closed.
+    EXPECT_FALSE(cal);
+    EXPECT_FALSE(m);
+}
+
 TEST_F(FormsUi, RecentFilesInTheFileMenu) {
     SetApplicationTitle("Zorv Main");
     SaveSetting("Zorv Main", "Options", "MRUsize", "2");  // frmMain keeps at least 3
