@@ -16,6 +16,8 @@
 #include <QTreeWidget>
 #include <QWidget>
 
+#include "app/identity.h"
+#include "app/settings.h"
 #include "app/strings.h"
 
 namespace zorv::ui {
@@ -42,12 +44,31 @@ bool fromTagOrText(const QObject* o, const QString& text, QString& out) {
     return lookup(text, out);
 }
 
+// A picture box ("pct" name) takes its background from "DisplayBackground",
+// keyed by its name: a colour number as the original keeps it (&HBBGGRR).
+void applyBackground(QWidget* w) {
+    const QString name = w->objectName();
+    if (!name.startsWith("pct")) return;
+    const QString v =
+        QString::fromStdString(GetSetting(ApplicationTitle(), "DisplayBackground", name.toStdString())).trimmed();
+    if (v.isEmpty()) return;
+    bool ok = false;
+    const long long c = v.toLongLong(&ok);
+    if (!ok || c < 0 || c > 0xFFFFFF) return;
+    QPalette pal = w->palette();
+    pal.setColor(QPalette::Window, QColor(static_cast<int>(c & 0xFF), static_cast<int>((c >> 8) & 0xFF),
+                                          static_cast<int>((c >> 16) & 0xFF)));
+    w->setPalette(pal);
+    w->setAutoFillBackground(true);
+}
+
 }  // namespace
 
 int LoadResStrings(QWidget* window) {
     if (!window) return 0;
     int n = 0;
     QString s;
+    for (QWidget* w : window->findChildren<QWidget*>()) applyBackground(w);
     if (lookup(window->windowTitle(), s)) {
         window->setWindowTitle(s);
         ++n;

@@ -9,7 +9,9 @@ namespace zorv::ui {
 
 // Walks the window's controls: labels, buttons, group boxes, menus and their
 // actions, tab captions, tool button tips, list and combo items, table and
-// tree headers, status bar panels. Returns the number of texts replaced.
+// tree headers, status bar panels. Picture boxes (names "pct...") take their
+// background from section "DisplayBackground". Returns the number of texts
+// replaced.
 int LoadResStrings(QWidget* window);
 
 }  // namespace zorv::ui

@@ -347,6 +347,18 @@ TEST_F(FormsUi, LoadResStringsReplacesNumbersOnly) {
     EXPECT_EQ(a->text(), "Close all workbooks?");
 }
 
+TEST_F(FormsUi, PictureBoxesTakeTheirBackgroundFromTheSettings) {
+    SetApplicationTitle("Zorv Main");
+    SaveSetting("Zorv Main", "DisplayBackground", "pctLayout", std::to_string(0x336699));  // &HBBGGRR
+    SaveSetting("Zorv Main", "DisplayBackground", "pctMetrology", "not a colour");
+    QPointer<frmMain> m = openForm<frmMain>();
+    auto* layout = m->findChild<QWidget*>("pctLayout");
+    auto* metro = m->findChild<QWidget*>("pctMetrology");
+    ASSERT_TRUE(layout && metro);
+    EXPECT_EQ(layout->palette().color(QPalette::Window), QColor(0x99, 0x66, 0x33));
+    EXPECT_EQ(metro->palette().color(QPalette::Window), QColor(Qt::white));
+}
+
 TEST_F(FormsUi, WorkbenchKeepsItsPlace) {
     SetApplicationTitle("Zorv PW");
     {
