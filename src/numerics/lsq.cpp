@@ -109,6 +109,9 @@ private:
     // Column means of the active rows; a column whose cells are all equal
     // gets that value exactly, so that it centres to zero.
     void activeMeans(std::vector<double>& mx, double& my) const;
+    // All active cells of column j equal (no empty cells: the fast path);
+    // value gets that value.
+    bool isConstantActive(int j, double& value) const;
     void factorSuperblock(int sb, double* R);
     void mergeFactors(std::vector<double>& Rt);
     // modelled and residuals with coefficients c over the active rows (all
@@ -174,6 +177,24 @@ void FitEngine::activeMeans(std::vector<double>& mx, double& my) const {
     for (int i = 0; i < rows; ++i)
         if (all || active_[i]) sy += wk_.y[i];
     my = nActive_ ? sy / nActive_ : 0.0;
+}
+
+bool FitEngine::isConstantActive(int j, double& value) const {
+    const int rows = wk_.rows, m = wk_.m;
+    bool seen = false;
+    double first = 0;
+    for (int i = 0; i < rows; ++i) {
+        if (!active_[i]) continue;
+        const double v = wk_.x[static_cast<size_t>(i) * m + j];
+        if (!seen) {
+            first = v;
+            seen = true;
+        } else if (v != first) {
+            return false;
+        }
+    }
+    value = first;
+    return seen;
 }
 
 void FitEngine::factorSuperblock(int sb, double* R) {
@@ -423,6 +444,19 @@ void FitEngine::run() {
             // Empty cells stay empty under centring: centre explicitly.
             activeMeans(shift_, yShift_);
             std::fill(dirty_.begin(), dirty_.end(), 1);
+        } else if (lead_ && pass > 0) {
+            // A column that the culls left constant must centre to exactly
+            // zero (weight 1e10, no coefficient); the leading column only
+            // makes it zero up to rounding, so shift it by its value.
+            bool moved = false;
+            for (int j = 0; j < m; ++j) {
+                double v = 0;
+                if (isConstantActive(j, v) && shift_[j] != v) {
+                    shift_[j] = v;
+                    moved = true;
+                }
+            }
+            if (moved) std::fill(dirty_.begin(), dirty_.end(), 1);
         }
         solvePass(c, var);
 

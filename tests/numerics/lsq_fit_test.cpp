@@ -288,6 +288,34 @@ TEST(SvdFit, RankDeficientGivesMinimumNormAndDeadColumnZero) {
     EXPECT_EQ(zeros, 2);
 }
 
+TEST(SvdFit, ColumnLeftConstantByTheCullsIsDead) {
+    // The second term differs only at the two outliers: once they are culled
+    // it is constant, so it must get weight 1e10 and coefficient 0 exactly as
+    // a column constant from the start does.
+    std::mt19937 rng(3);
+    std::normal_distribution<double> nd;
+    std::vector<std::vector<double>> x;
+    std::vector<double> y;
+    for (int i = 0; i < 60; ++i) {
+        const double t = 0.1 * i;
+        x.push_back({t, (i == 5 || i == 6) ? 2.0 : 1.0});
+        y.push_back(1 + 0.5 * t + 0.01 * nd(rng));
+    }
+    y[5] += 5;
+    y[6] -= 5;
+    SvdFit f = svdfit_std(mitpOf(x), vdtpOf(y), 0, true, true, 5, 0);
+    SvdFit g = svdfit_std(mitpOf(x), vdtpOf(y), 0, true, true, 5, 0, true);
+    ASSERT_EQ(f.result, 2);
+    EXPECT_EQ(at(f.colWeights, 2), 1e10);
+    EXPECT_EQ(at(f.coef, 3), 0.0);
+    EXPECT_EQ(at(f.errors, 3), 0.0);
+    for (int j = 1; j <= 3; ++j) {
+        EXPECT_NEAR(at(f.coef, j), at(g.coef, j), 1e-10);
+        EXPECT_NEAR(at(f.errors, j), at(g.errors, j), 1e-10);
+    }
+    EXPECT_NEAR(at(f.coef, 2), 0.5, 0.01);
+}
+
 TEST(SvdFit, EdgeCases) {
     CaptureScope cs;
     // No term column: one-row vectors holding 1, copied to the current ones.
