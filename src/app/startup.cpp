@@ -143,6 +143,7 @@ StartupResult ZorvStartup(StartupHost& host) {
                                                   const std::string& d) { return host.inputBox(pr, t, d); });
                 p.chk = 7;
                 for (const RunMode* m : MatchRunModes(cmd)) {
+                    if (m->window == ModeWindow::DailyMonitor) host.createWindow(*m);
                     SetApplicationTitle(m->title);
                     host.openWindow(*m, m->showAfterLoad);
                     res.opened.push_back(m->window);

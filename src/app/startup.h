@@ -67,6 +67,9 @@ public:
     virtual std::string commandLine() = 0;
     // False when another copy of the program is already running.
     virtual bool acquireInstance() = 0;
+    // Creates the window object of a mode without loading it. Start-up calls
+    // it for the monitor before the title is set (its object exists first).
+    virtual void createWindow(const RunMode& mode) { (void)mode; }
     virtual void showSplash() {}
     virtual void hideSplash() {}
     // Creates and loads the window of a mode, then shows it when asked. The

@@ -13,6 +13,9 @@ namespace zorv::ui {
 
 class ZorvForm;
 
+// Creates (or finds) the window of a kind, keeps it in its global reference.
+ZorvForm* CreateModeWindow(ModeWindow kind);
+
 class QtStartupHost : public StartupHost {
 public:
     // `instanceName` names the lock that keeps a second copy out.
@@ -23,6 +26,7 @@ public:
     bool acquireInstance() override;
     void showSplash() override;
     void hideSplash() override;
+    void createWindow(const RunMode& mode) override { CreateModeWindow(mode.window); }
     void openWindow(const RunMode& mode, bool show) override;
     std::string inputBox(const std::string& prompt, const std::string& title, const std::string& def) override;
 
@@ -37,9 +41,6 @@ private:
     QPointer<frmSplash> splash_;
     bool splashShown_ = false;
 };
-
-// Creates (or finds) the window of a kind, keeps it in its global reference.
-ZorvForm* CreateModeWindow(ModeWindow kind);
 
 // The raw command line of the process: the arguments joined by blanks.
 std::string RawCommandLine(int argc, char** argv);

@@ -49,6 +49,11 @@ struct FakeHost : StartupHost {
     std::vector<std::string> events;
     std::function<void(const RunMode&)> onOpen;
 
+    std::vector<std::string> createdUnderTitle;
+    void createWindow(const RunMode& m) override {
+        events.push_back(std::string("create ") + ModeWindowName(m.window));
+        createdUnderTitle.push_back(ApplicationTitle());
+    }
     std::string commandLine() override { return line; }
     bool acquireInstance() override { return instanceFree; }
     void showSplash() override { events.push_back("splash"); }
@@ -167,6 +172,10 @@ TEST_F(Startup, TwoWordsOpenTwoWindowsLaterTitleStands) {
     EXPECT_EQ(windows(h), (std::vector<ModeWindow>{ModeWindow::Reticle, ModeWindow::DailyMonitor}));
     EXPECT_EQ(r.opened, windows(h));
     EXPECT_EQ(ApplicationTitle(), "Zorv DM");
+    // The monitor's object exists before its title is set; then it is loaded.
+    ASSERT_EQ(h.createdUnderTitle.size(), 1u);
+    EXPECT_EQ(h.createdUnderTitle[0], "Zorv MaskFactor");
+    EXPECT_EQ(h.titleAtOpen[1], "Zorv DM");
 }
 
 TEST_F(Startup, LineWithoutWordOpensNothingQuietly) {
