@@ -82,6 +82,12 @@ double vecValue(const Datam& d, int i, bool* ok) {
 
 int vecUb(const Datam& d) { return d.isArray() ? d.rowUb() : 0; }
 
+// The display text of the terms beyond those it names: the higher orders
+// are shown, as the system always has, with the one generic factor.
+const char* shortFallback(AberrationBasis b) {
+    return b == AberrationBasis::Zernike ? "* Rval * Rval " : "* R ";
+}
+
 // Concatenates " +" coefficient text for each non-zero coefficient, then
 // folds the sign runs and trims the ends; "0" when nothing is left.
 std::string modelText(AberrationBasis b, const Datam& coef, int terms, bool shortForm) {
@@ -90,11 +96,10 @@ std::string modelText(AberrationBasis b, const Datam& coef, int terms, bool shor
         const double c = coef.get(k + 1, 1).toDouble();
         if (c == 0) continue;
         const TermDef* t = term(b, k);
-        if (shortForm && k > 0 && !*t->shortText) continue;
         s += " +";
         s += Format(c, kCoefFormat);
         if (shortForm) {
-            if (k > 0) s += " ", s += t->shortText;
+            if (k > 0) s += " ", s += *t->shortText ? t->shortText : shortFallback(b);
         } else {
             s += t->text;
         }
@@ -223,7 +228,8 @@ const char* AberrationTermText(AberrationBasis b, int k) {
 }
 const char* AberrationShortText(AberrationBasis b, int k) {
     const TermDef* t = term(b, k);
-    return t ? t->shortText : "";
+    if (!t) return "";
+    return k > 0 && !*t->shortText ? shortFallback(b) : t->shortText;
 }
 
 double AberrationTermValue(AberrationBasis b, int k, double r, double t) {

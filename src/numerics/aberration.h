@@ -16,7 +16,8 @@ inline constexpr int kZernikeTerms = 10;   // with the piston
 inline constexpr int kASMLfocusTerms = 12;
 
 // Name, term text of the model, and short display text of term k (0 the
-// piston); empty texts where a term has none.
+// piston, which has no texts); the higher orders share one generic display
+// text ("* Rval * Rval ", "* R ").
 const char* AberrationTermName(AberrationBasis b, int k);
 const char* AberrationTermText(AberrationBasis b, int k);
 const char* AberrationShortText(AberrationBasis b, int k);

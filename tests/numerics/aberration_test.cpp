@@ -134,6 +134,11 @@ TEST(Aberration, ZernikeRecoversPlantedCoefficientsAndTextEvaluates) {
     EXPECT_NE(f.text.find(" * Rval * cos(theta) -0.00299"), std::string::npos) << f.text;
     EXPECT_NE(f.shortText.find("* (Rval * sin(Theta))^2"), std::string::npos);
     EXPECT_EQ(f.shortText.find("Rval^3"), std::string::npos);
+    // The terms beyond the bows are shown with the generic factor.
+    EXPECT_NE(f.shortText.find(" * Rval * Rval "), std::string::npos) << f.shortText;
+    EXPECT_STREQ(AberrationShortText(B::Zernike, 9), "* Rval * Rval ");
+    EXPECT_STREQ(AberrationShortText(B::ASMLfocus, 11), "* R ");
+    EXPECT_STREQ(AberrationShortText(B::ASMLfocus, 5), "* R * R ");
 }
 
 TEST(Aberration, FewerRowsThanTermsUsesTheFirstTerms) {
