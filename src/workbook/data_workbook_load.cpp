@@ -352,7 +352,10 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
         Value t = InfoByKey(info, "ExposureToolType");
         double d;
         if (NumberOf(t, d)) L.ExposureToolType = static_cast<long>(d);
-        else L.ExposureToolType = Upper(Trim(CellText(t))) == "STEPPER" ? 1 : 0;
+        else {
+            const std::string word = Upper(Trim(CellText(t)));
+            L.ExposureToolType = word == "STEPPER" ? 1 : 0;  // "SCANNER" and anything else: 0
+        }
     }
     // 14.
     p.chk = 14;
@@ -509,8 +512,7 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
                 block = ws->range(Area{blockFirst, 1, blockLast, area.col2});
             }
             if ((r - firstRow) % 100 == 0 && r != firstRow) {
-                if ((r - firstRow) % 10000 == 0)
-                    SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
+                SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
                 if (CheckEscKey()) break;
             }
             const Value* rowp = block.data() + static_cast<size_t>(r - blockFirst) * stride - colLb;
@@ -608,8 +610,10 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
                         site->LocationThetaAbs = static_cast<float>(std::atan2(ay, ax));
                         site->WaferX = site->LocationXabs;
                         site->WaferY = site->LocationYabs;
-                        site->setParent(curField);
                     }
+                    // Without the split the wafer's one field is the parent,
+                    // so that the points know their lot.
+                    site->setParent(curField);
                     if (famCol >= 0) {
                         ++famCount[sr.family];
                         site->setFamily(sr.family);

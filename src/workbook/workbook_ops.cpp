@@ -117,6 +117,12 @@ int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet
         }
         workbook = *r;
         if (sheet) *sheet = workbook->activeSheet();
+        if (!workbook->readOnly()) {
+            // Only differing properties are written, so a workbook of ours
+            // stays saved.
+            LogStep("    ...Save Workbook properties.");
+            SetWorkbookProperties(*workbook);
+        }
         LogStep("    ...Workbook: '" + name + "' successfully loaded/saved. ");
         return 1;
     }

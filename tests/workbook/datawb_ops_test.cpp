@@ -167,7 +167,34 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
     EXPECT_NE(text.find("    ...Workbook:  'New_book.xlsx' already exists.  chk:"), std::string::npos) << text;
     // In logging mode the message goes to the log, not to a box.
     EXPECT_NE(text.find("A Zorv Macro Template '.XLT' has not been loaded."), std::string::npos) << text;
+    EXPECT_NE(text.find("    ...Saveas Workbook properties."), std::string::npos) << text;
     EXPECT_EQ(rep.boxes, "");
+
+    // From the file: loaded, its properties written, and a workbook of ours
+    // still counts as saved.
+    wb.reset();
+    again.reset();
+    Workbooks::CloseAll();
+    log = (dir / "RemoteCall2.Log").string();  // the first log stays open
+    fs::remove(log);
+    SetLogging(true);
+    GetLogFile(log);
+    WorkbookPtr fromFile;
+    int rc4 = OpenExcelWorksheet((dir / "New_book.xlsx").string(), fromFile, nullptr, false);
+    SetLogging(false);
+    ASSERT_EQ(rc4, 1);
+    EXPECT_TRUE(fromFile->saved());
+    EXPECT_EQ(fromFile->property("Subject"), "Zorv Wavefront Analysis Data");
+    std::ifstream in2(log);
+    text.assign(std::istreambuf_iterator<char>(in2), std::istreambuf_iterator<char>());
+    size_t load = text.find("    ...Load 'New_book.xlsx' from existing workbook. chk:");
+    size_t props = text.find("    ...Save Workbook properties.");
+    size_t done = text.find("    ...Workbook: 'New_book.xlsx' successfully loaded/saved. ");
+    EXPECT_NE(load, std::string::npos) << text;
+    EXPECT_NE(props, std::string::npos) << text;
+    EXPECT_NE(done, std::string::npos) << text;
+    EXPECT_LT(load, props);
+    EXPECT_LT(props, done);
 }
 
 TEST_F(DataWorkbookOps, UnitsGoBackToTheSitesSheet) {

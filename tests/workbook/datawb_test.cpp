@@ -510,7 +510,13 @@ TEST_F(DataWorkbook, WithoutFieldSplitAWaferHoldsOneFieldAndItsSitesWafer) {
         EXPECT_EQ(w->Fields().At(1)->NumberKey, std::string("W").append(std::to_string(w->Number())).append("F1"));
         ASSERT_EQ(w->SitesWafer().Count(), 4);
         long points = 0;
-        for (cSite* s : w->SitesWafer()) points += s->Points().Count();
+        for (cSite* s : w->SitesWafer()) {
+            points += s->Points().Count();
+            // The wafer's one field is the parent, so the points know their lot.
+            EXPECT_EQ(s->parent(), w->Fields().At(1));
+            EXPECT_EQ(s->ParentWafer(), w);
+            for (cPoint* pt : s->Points()) EXPECT_EQ(pt->ParentLot(), lot.get());
+        }
         EXPECT_EQ(points, 36);  // nine fields' rows of each site number join one site
     }
 }
@@ -534,4 +540,38 @@ TEST_F(DataWorkbook, ImproperDataSheetsAreRefused) {
     rep.boxes.clear();
     EXPECT_LT(GetExcelWBLot(path, "", lot), 1);
     EXPECT_NE(Boxes().find("This is not a proper format data sheet."), std::string::npos) << Boxes();
+}
+
+namespace {
+class StatusRecorder : public CaptureReporter {
+public:
+    void status(const std::string& text) override { texts.push_back(text); }
+    std::vector<std::string> texts;
+};
+}  // namespace
+
+TEST_F(DataWorkbook, LoadShowsItsStepsAndProgressEveryHundredRows) {
+    SampleSpec shape;
+    shape.wafers = 2;
+    shape.fieldsX = shape.fieldsY = 5;  // 2 x 25 fields x 4 sites = 200 rows
+    std::string path = save(shape, "Progress");
+    StatusRecorder st;
+    SetReporter(&st);
+    std::shared_ptr<cLot> lot;
+    int rc = GetExcelWBLot(path, "", lot);
+    SetReporter(&rep);
+    ASSERT_EQ(rc, 1) << Boxes();
+    auto at = [&](const std::string& t) {
+        for (size_t i = 0; i < st.texts.size(); ++i)
+            if (st.texts[i] == t) return static_cast<long>(i);
+        return -1L;
+    };
+    long get = at("Get Progress data..."), first = at("    Zorv Data Upload row 1 of 200"),
+         hundred = at(": Zorv Data Upload: row 100 of 200"), fields = at("Set up Field exposure display values."),
+         done = at("... Upload complete");
+    EXPECT_GE(get, 0);
+    EXPECT_GT(first, get);
+    EXPECT_GT(hundred, first);
+    EXPECT_GT(fields, hundred);
+    EXPECT_GT(done, fields);
 }
