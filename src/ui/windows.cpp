@@ -104,9 +104,11 @@ void frmMain::formUnload() {
         if (!isMinimized()) savePlace();
         CloseToolLibrary();
         SetStatusText("FrmMain: Unloading forms . . .");
-        std::vector<ZorvForm*> open = Forms();
-        for (auto it = open.rbegin(); it != open.rend(); ++it) {
-            ZorvForm* f = *it;
+        // From the last window down to the second: the first one opened (the
+        // mode's own window) stays, and so does the caller.
+        const std::vector<ZorvForm*> open = Forms();
+        for (size_t i = open.size(); i-- > 1;) {
+            ZorvForm* f = open[i];
             if (f == this || f == caller.data()) continue;
             f->Unload();
         }

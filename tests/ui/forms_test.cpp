@@ -178,6 +178,20 @@ TEST_F(FormsUi, MainExitFromACalledMainEndsTheCaller) {
     EXPECT_TRUE(rec.boxes.empty());  // no workbook open, no question
 }
 
+TEST_F(FormsUi, MainUnloadKeepsTheFirstWindowOfTheProcess) {
+    // frmMain opened from the monitor's process: the monitor (first in the
+    // list) stays, the windows opened after it go.
+    QPointer<frmDailyMonitor> dm = openForm<frmDailyMonitor>();
+    QPointer<frmMain> m = openForm<frmMain>();
+    QPointer<frmProcessWindow> pw = openForm<frmProcessWindow>();
+    ASSERT_TRUE(m->Unload());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(m);
+    EXPECT_FALSE(pw);
+    ASSERT_TRUE(dm);
+    EXPECT_EQ(Forms(), std::vector<ZorvForm*>{dm.data()});
+}
+
 TEST_F(FormsUi, MainUnloadRunsItsStepsInOrder) {
     SetApplicationTitle("Zorv Main");
     std::vector<std::string> steps;
