@@ -335,12 +335,12 @@ Datam cLot::GetPlotFeatureData(long& count, std::string& name) {
     long n = TotalPoints();
     Datam d(static_cast<int>(std::max<long>(n, 0)), cols, 0, 0);
     if (vec) {
-        d(0, 1) = Value(name);
+        d(0, 1) = Value("Xreg");
         d(0, 2) = Value("Yreg");
         d(0, 3) = Value("Mean");
-    } else {
-        d(0, 1) = Value(name);
     }
+    // the first column goes under the feature's name, the vector's too
+    d(0, 1) = Value(name);
     int r = 0;
     forEachLive([&](cWafer&, cField&, cSite&, cPoint& pt) {
         float v1 = kMissingValue, v2 = kMissingValue, v3 = kMissingValue;

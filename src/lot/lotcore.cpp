@@ -248,15 +248,14 @@ void cLot::Clear() {
 
 void cLot::Kill() {
     const int total = wafers_.Count();
+    const std::string head = "Remove Lot '" + LotName + "'";
+    if (total <= 1) SetStatusText(head);
     int i = 0;
     for (cWafer* w : wafers_) {
         ++i;
-        std::string t = "Remove Lot '" + LotName + "'";
-        if (total > 1) t += " Wafer: " + std::to_string(i) + " of " + std::to_string(total);
-        SetStatusText(t);
+        if (total > 1) SetStatusText(head + " Wafer: " + std::to_string(i) + " of " + std::to_string(total));
         w->Kill();
     }
-    if (total <= 1) SetStatusText("Remove Lot '" + LotName + "'");
     wafers_.Clear();
     SetStatusText("... Model cleanup", true);
     if (ModelWafer) ModelWafer->Clear();
@@ -307,8 +306,9 @@ std::string cLot::GetPlotFeatureTypeName() const {
 }
 
 void cLot::setPlotFeatureName(std::string_view name) {
+    // -1 is both "None" and "no such feature": only the name "None" selects it.
     const int f = GetPlotFeature(name);
-    if (f >= -1 && !name.empty()) {
+    if (f >= 0 || (f == -1 && Upper(name) == "NONE")) {
         PlotFeature(f);
         PlotFeatureName = GetPlotFeatureName(f);
     } else {

@@ -454,12 +454,8 @@ cPoint* cSite::AddPoint(std::unique_ptr<cPoint> point, std::string_view key) {
 }
 
 cPoint* cSite::GetPoint(const Value& key) const {
-    if (key.isString()) {
-        if (cPoint* p = points_.ItemKey(MakeKey(key.str()))) return p;
-        double d;
-        if (!ParseNumber(key.str(), d)) return nullptr;
-        return points_.Item(static_cast<int>(d));
-    }
+    // A text key is a key only; "3" does not fall back to the third point.
+    if (key.isString()) return points_.ItemKey(MakeKey(key.str()));
     if (cPoint* p = points_.ItemKey(MakeKey(static_cast<long>(key.toLong())))) return p;
     return points_.Item(key.toLong());
 }

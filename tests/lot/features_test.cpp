@@ -113,6 +113,14 @@ TEST(Features, NamesTypesAndSelection) {
     EXPECT_EQ(lot->PlotFeatureName, "Y");
     EXPECT_TRUE(lot->Modified());
     EXPECT_EQ(lot->PlotFeatureMin, -1e9f);
+    // a name that is no feature keeps the selection
+    lot->setPlotFeatureName("Overlay");
+    EXPECT_EQ(lot->PlotFeature(), 2);
+    EXPECT_EQ(lot->PlotFeatureName, "Overlay");
+    lot->setPlotFeatureName("none");
+    EXPECT_EQ(lot->PlotFeature(), -1);
+    EXPECT_EQ(lot->PlotFeatureName, "None");
+    lot->setPlotFeatureName("Y");
 
     lot->PLotDataType = 2;
     EXPECT_EQ(lot->GetPlotFeatureTypeName(), "Residuals");

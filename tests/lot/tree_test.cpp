@@ -143,6 +143,7 @@ TEST(Keys, DuplicatePointKeyIsRepaired) {
     EXPECT_EQ(s->Points().Count(), 3);
     EXPECT_EQ(s->GetPoint(Value("4")), b);
     EXPECT_EQ(s->GetPoint(Value(int32_t(2))), b);  // numeric miss goes by position
+    EXPECT_EQ(s->GetPoint(Value("2")), nullptr);     // a text key is only a key
 
     zorv::Points pts;
     pts.Add(nullptr, "7");
@@ -328,6 +329,15 @@ TEST(Lifecycle, KillReportsAndEmpties) {
     EXPECT_EQ(held->parent(), nullptr);
     EXPECT_EQ(lot->TotalPoints(), 0);
     EXPECT_TRUE(rep.saw("No wafers in lot: T"));
+
+    // one wafer: the lot line alone, once, then the clean-up lines
+    CaptureReporter one;
+    auto single = MakeLot(1, 1, 1, 1);
+    single->Kill();
+    ASSERT_EQ(one.statuses.size(), 3u);
+    EXPECT_EQ(one.statuses[0], "Remove Lot 'T'");
+    EXPECT_EQ(one.statuses[1], "... Model cleanup");
+    EXPECT_EQ(one.statuses[2], "... Graphic links");
 }
 
 TEST(Collections, WafersAddAdoptsABuiltWafer) {
