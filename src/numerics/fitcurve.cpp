@@ -11,6 +11,7 @@
 #include "numerics/equation.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
+#include "numerics/tickformat.h"
 
 namespace zorv {
 
@@ -298,8 +299,8 @@ double LinearCorrelation(const Datam& x, const Datam& y) {
 SigFigParts SigFig(double value, int digits) {
     SigFigParts s;
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%.2E", value);  // "Scientific": 0.00E+00
-    s.scientific = buf;
+    s.scientific = ScientificText(value);  // "Scientific": 0.00E+00
+    std::snprintf(buf, sizeof buf, "%s", s.scientific.c_str());
     const char* dot = std::strchr(buf, '.');
     const char* e = std::strchr(buf, 'E');
     if (!dot || !e) {  // not a finite number

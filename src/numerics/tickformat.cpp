@@ -7,14 +7,37 @@
 
 namespace zorv {
 
+std::string ScientificText(double value) {
+    char buf[64];
+    if (!std::isfinite(value)) {
+        std::snprintf(buf, sizeof buf, "%.2E", value);
+        return buf;
+    }
+    // The 15 significant digits the number's text carries, then rounded to
+    // three half away from zero on those decimal digits: 0.09995 (stored just
+    // below) reads 1.00E-01, as the format function writes it.
+    std::snprintf(buf, sizeof buf, "%.14E", value);
+    const bool neg = buf[0] == '-';
+    const char* d = buf + (neg ? 1 : 0);  // d.dddddddddddddd E+xx
+    const char* e = std::strchr(d, 'E');
+    int exponent = e ? std::atoi(e + 1) : 0;
+    int mant = (d[0] - '0') * 100 + (d[2] - '0') * 10 + (d[3] - '0');
+    if (d[4] >= '5') ++mant;
+    if (mant >= 1000) {
+        mant /= 10;
+        ++exponent;
+    }
+    if (mant == 0) exponent = 0;
+    std::snprintf(buf, sizeof buf, "%s%d.%02dE%c%02d", neg ? "-" : "", mant / 100, mant % 100,
+                  exponent < 0 ? '-' : '+', std::abs(exponent));
+    return buf;
+}
+
 int ScientificExponent(double value) {
     if (!std::isfinite(value) || value == 0) return 0;
-    // The mantissa is rounded to two decimals first, exactly as the text form
-    // rounds it, so 9.996 counts as 1.00E+01.
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.2E", value);
-    const char* e = std::strchr(buf, 'E');
-    return e ? std::atoi(e + 1) : 0;
+    const std::string s = ScientificText(value);
+    const size_t e = s.find('E');
+    return e == std::string::npos ? 0 : std::atoi(s.c_str() + e + 1);
 }
 
 TickFormat CalcTickFormat(double value, int digits) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "app/format.h"
+#include "numerics/lsq.h"
 #include "numerics/tickformat.h"
 
 using namespace zorv;
@@ -22,4 +24,19 @@ TEST(TickFormat, DecimalsFollowTheExponent) {
     EXPECT_EQ(CalcTickFormat(0.09994, 1).decimals, 3);
     EXPECT_EQ(ScientificExponent(1.5e-7), -7);
     EXPECT_EQ(ScientificExponent(-2.5e12), 12);
+}
+
+TEST(TickFormat, ExponentFollowsTheDecimalRoundingOfTheScientificText) {
+    // 0.09995 is stored just below itself; its text rounds to 1.00E-01, so
+    // the exponent is -1 and one digit needs 2 decimals, not 3.
+    EXPECT_EQ(ScientificText(0.09995), "1.00E-01");
+    EXPECT_EQ(ScientificExponent(0.09995), -1);
+    EXPECT_EQ(CalcTickFormat(0.09995, 1).format, "#0.00");
+    EXPECT_EQ(ScientificText(-9.995), "-1.00E+01");
+    EXPECT_EQ(SigFig(0.09995, -99).text, "1.00E-01");
+    EXPECT_EQ(SigFig(0.09995, -99).exponent, -1);
+    // The same text as the format function's "Scientific" over a spread of values.
+    for (double v : {0.0, 1.005, 2.675, 0.00995, 123.456, -4.4449, 1e-300, 6.02214076e23, 999.5,
+                     -0.000123449999, 7.0})
+        EXPECT_EQ(ScientificText(v), Format(v, "Scientific")) << v;
 }
