@@ -12,10 +12,28 @@
 namespace zorv::cli {
 namespace {
 
-int IntOption(const std::vector<std::string>& args, const std::string& name, int def) {
+// A whole number option within [lo, hi]; false (with a message naming the
+// option) for text that is not one.
+bool IntOption(const std::vector<std::string>& args, const std::string& name, int def, int lo, int hi,
+               int& out) {
     std::string v = OptionValue(args, name);
-    return v.empty() ? def : std::atoi(v.c_str());
+    if (v.empty()) {
+        out = def;
+        return true;
+    }
+    char* end = nullptr;
+    long n = std::strtol(v.c_str(), &end, 10);
+    if (end == v.c_str() || *end != '\0' || n < lo || n > hi) {
+        std::fprintf(stderr, "sample-workbook: %s must be a whole number from %d to %d, not '%s'\n",
+                     name.c_str(), lo, hi, v.c_str());
+        return false;
+    }
+    out = static_cast<int>(n);
+    return true;
 }
+
+// Rows below the header that one worksheet holds.
+constexpr long kMaxSheetRows = 1048575;
 
 int runSample(const std::vector<std::string>& args) {
     const std::vector<std::string> valueOptions = {"--wafers", "--fields", "--sites", "--values", "--type",
@@ -27,14 +45,23 @@ int runSample(const std::vector<std::string>& args) {
         return 2;
     }
     SampleSpec shape;
-    shape.wafers = IntOption(args, "--wafers", 2);
-    shape.fieldsX = shape.fieldsY = IntOption(args, "--fields", 3);
-    shape.sitesX = shape.sitesY = IntOption(args, "--sites", 2);
-    shape.values = IntOption(args, "--values", 3);
-    shape.dataType = IntOption(args, "--type", 1);
-    shape.blankEvery = IntOption(args, "--blank-every", 0);
-    shape.excludedRows = IntOption(args, "--excluded", 0);
-    shape.waferSizeMm = IntOption(args, "--wafer-size", 0);
+    int fields = 0, sites = 0, waferSize = 0;
+    if (!IntOption(args, "--wafers", 2, 1, 10000, shape.wafers) ||
+        !IntOption(args, "--fields", 3, 1, 1000, fields) || !IntOption(args, "--sites", 2, 1, 1000, sites) ||
+        !IntOption(args, "--values", 3, 1, 8, shape.values) || !IntOption(args, "--type", 1, 0, 7, shape.dataType) ||
+        !IntOption(args, "--blank-every", 0, 0, 1 << 30, shape.blankEvery) ||
+        !IntOption(args, "--excluded", 0, 0, 1000000, shape.excludedRows) ||
+        !IntOption(args, "--wafer-size", 0, 0, 1000, waferSize))
+        return 2;
+    shape.fieldsX = shape.fieldsY = fields;
+    shape.sitesX = shape.sitesY = sites;
+    shape.waferSizeMm = waferSize;
+    const long long rows = 1LL * shape.wafers * fields * fields * sites * sites;
+    if (rows > kMaxSheetRows) {
+        std::fprintf(stderr, "sample-workbook: %lld rows do not fit one worksheet (at most %ld)\n", rows,
+                     kMaxSheetRows);
+        return 2;
+    }
     shape.families = OptionValue(args, "--families");
     std::string out = pos[0];
     std::string name = OptionValue(args, "--name");

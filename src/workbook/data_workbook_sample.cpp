@@ -31,7 +31,15 @@ const char* SampleValueName(int j, int dataType) {
     return (dataType == 2 || dataType == 3 ? cd : overlay)[k];
 }
 
-SampleTables MakeSampleTables(const SampleSpec& shape) {
+SampleTables MakeSampleTables(const SampleSpec& shapeIn) {
+    // A shape with nothing in it still gives one row, never a negative size.
+    SampleSpec shape = shapeIn;
+    shape.wafers = std::max(1, shape.wafers);
+    shape.fieldsX = std::max(1, shape.fieldsX);
+    shape.fieldsY = std::max(1, shape.fieldsY);
+    shape.sitesX = std::max(1, shape.sitesX);
+    shape.sitesY = std::max(1, shape.sitesY);
+    shape.excludedRows = std::max(0, shape.excludedRows);
     SampleTables t;
     const int nv = std::clamp(shape.values, 1, 8);
     const int nSites = shape.sitesX * shape.sitesY;

@@ -2,6 +2,8 @@
 // bad workbooks.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -134,6 +136,31 @@ TEST_F(DataWorkbookOps, CliInfo) {
     out = RunCommand(std::string(cli) + " info " + bad, rc);
     EXPECT_NE(rc, 0);
     EXPECT_NE(out.find("NotAWorkbook.xlsx"), std::string::npos) << out;
+}
+
+TEST_F(DataWorkbookOps, CliSampleRefusesShapesThatCannotBeMade) {
+    const char* cli = ZORV_CLI_PATH;
+    ASSERT_TRUE(fs::exists(cli)) << cli;
+    const std::string out = (dir / "Refused.xlsx").string();
+    fs::remove(out);
+    // Sizes of nothing or below nothing used to crash the sample maker.
+    for (const char* opts : {"--wafers -3", "--sites 0", "--fields 0", "--values 9", "--wafers abc",
+                             "--fields 1000 --sites 2"}) {
+        int rc = 0;
+        std::string text = RunCommand(std::string(cli) + " sample-workbook " + out + " " + opts, rc);
+        ASSERT_TRUE(WIFEXITED(rc)) << opts << ": " << text;
+        EXPECT_EQ(WEXITSTATUS(rc), 2) << opts << ": " << text;
+        EXPECT_NE(text.find("sample-workbook: "), std::string::npos) << opts << ": " << text;
+    }
+    EXPECT_FALSE(fs::exists(out));
+    // The library side keeps at least one of everything.
+    SampleSpec none;
+    none.wafers = -1;
+    none.sitesX = 0;
+    none.excludedRows = -5;
+    SampleTables t = MakeSampleTables(none);
+    EXPECT_EQ(t.data.rowUb(), 18);  // one wafer, 3 x 3 fields, 1 x 2 sites
+    EXPECT_EQ(t.excluded.rowUb(), 0);
 }
 
 TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
