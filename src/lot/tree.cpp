@@ -684,8 +684,12 @@ cPoint* cField::AddPoint(Ref<cSite>& site, std::unique_ptr<cPoint> point) {
     if (site->NumberKey() == 0) site->setNumberKey(n + 1);
     std::string key = std::to_string(site->NumberKey());
     if (sites_.IndexOf(key) > 0) {
-        site->setNumberKey(n + 1);
-        key = std::to_string(n + 1);
+        // the position's number, or the next free one above it, so that the
+        // site's key and the collection's key stay the same
+        int32_t k = n + 1;
+        while (sites_.IndexOf(std::to_string(k)) > 0) ++k;
+        site->setNumberKey(k);
+        key = std::to_string(k);
     }
     site->setParent(this);
     if (!sites_.Add(site, key)) {

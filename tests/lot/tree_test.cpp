@@ -203,6 +203,34 @@ TEST(Lookup, FieldPointJoinsSiteByPlaceAndSerial) {
     EXPECT_EQ(f->sites().Count(), 2);
     EXPECT_EQ(other->NumberKey(), 2);
     EXPECT_EQ(f->sites().Item("2"), other.get());
+
+    // when count + 1 is taken as well, the next free number: the site's key
+    // and the key it is stored under stay one
+    Ref<cSite> third = cSite::New();
+    third->setNumberKey(3);
+    third->LocationX = 9000;
+    f->AddPoint(third, std::make_unique<cPoint>());  // keys 1, 2, 3
+    Ref<cSite> fourth = cSite::New();
+    fourth->setNumberKey(2);
+    fourth->LocationX = 13000;
+    f->sites().Remove(1);  // keys 2, 3: count + 1 = 3 is taken
+    f->AddPoint(fourth, std::make_unique<cPoint>());
+    EXPECT_EQ(fourth->NumberKey(), 4);
+    EXPECT_EQ(f->sites().Item("4"), fourth.get());
+
+    cWafer* w = lot->Wafers().At(1);
+    for (int k : {2, 3}) {
+        Ref<cSite> s = cSite::New();
+        s->setNumberKey(k);
+        s->LocationX = 1000.0f * k;
+        w->AddPoint(s, std::make_unique<cPoint>());
+    }
+    Ref<cSite> clash = cSite::New();
+    clash->setNumberKey(3);
+    clash->LocationX = 50000;
+    ASSERT_NE(w->AddPoint(clash, std::make_unique<cPoint>()), nullptr);
+    EXPECT_EQ(clash->NumberKey(), 4);
+    EXPECT_EQ(w->SitesWafer().Item("4"), clash.get());
 }
 
 TEST(Lookup, GetSiteExactAndByPosition) {
