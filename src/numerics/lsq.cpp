@@ -414,7 +414,9 @@ void FitEngine::solvePass(std::vector<double>& c, std::vector<double>& var) {
 void FitEngine::run() {
     const int m = wk_.m, rows = wk_.rows;
     out_.threshold = threshold_;
-    if (rows < 2) {
+    // One observation is still fitted (with centring its terms vanish and
+    // the intercept is the value); the count is checked after each cull.
+    if (rows < 1) {
         p_.error("The number  of DEPENDANT(vdtp) observations is <2.");
         out_.result = -1;
         return;

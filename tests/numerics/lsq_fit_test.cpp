@@ -353,15 +353,27 @@ TEST(SvdFit, EdgeCases) {
         EXPECT_NEAR(at(f.coef, 2), 3.0, 1e-12);
         EXPECT_EQ(at(f.errors, 1), 0.0);
     }
-    // A negative threshold becomes 1; one observation is too few.
+    // A negative threshold becomes 1. One observation is still fitted: its
+    // term centres away and the intercept is the value, with no message.
+    // With no observation at all the fit ends with the count message.
     {
         SvdFit f = svdfit_std(mitpOf({{1}, {3}}), vdtpOf({2, 8}), 0, true, true, -4, 0);
         EXPECT_EQ(f.threshold, 1.0f);
         Datam vd = vdtpOf({2, 8});
         vd(2, 1) = Value();
         cs.cap.boxes.clear();
-        SvdFit g = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0);
-        EXPECT_EQ(g.result, -1);
+        for (bool explicitU : {false, true}) {
+            SvdFit g = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0, explicitU);
+            EXPECT_EQ(g.result, 0);
+            EXPECT_EQ(at(g.coef, 1), 2.0);
+            EXPECT_EQ(at(g.coef, 2), 0.0);
+            EXPECT_EQ(at(g.errors, 1), 0.0);  // fewer than 3 residuals
+            EXPECT_EQ(g.excluded.rowUb(), 1);  // n is the last row with a y
+        }
+        EXPECT_TRUE(cs.cap.boxes.empty());
+        vd(1, 1) = Value("n/a");
+        SvdFit h = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0);
+        EXPECT_EQ(h.result, -1);
         ASSERT_EQ(cs.cap.boxes.size(), 1u);
         EXPECT_NE(cs.cap.boxes[0].find("MathUtil(svdfit_std): \r\nThe number  of DEPENDANT(vdtp) "
                                        "observations is <2."),
