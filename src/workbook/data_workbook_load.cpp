@@ -251,6 +251,7 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
         closeApps();
         return -1;
     }
+    SetStatusText(VersionLine() + ": Data Uploaded");
     // 7. Sites and units.
     p.chk = 7;
     int siteStatus = 0;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "app/identity.h"
 #include "app/report.h"
 #include "app/strings.h"
 #include "lot/lot.h"
@@ -566,11 +567,15 @@ TEST_F(DataWorkbook, LoadShowsItsStepsAndProgressEveryHundredRows) {
             if (st.texts[i] == t) return static_cast<long>(i);
         return -1L;
     };
+    long loading = at(VersionLine() + ": Loading 201 lines of data..."),
+         uploaded = at(VersionLine() + ": Data Uploaded");
     long get = at("Get Progress data..."), first = at("    Zorv Data Upload row 1 of 200"),
          hundred = at(": Zorv Data Upload: row 100 of 200"), fields = at("Set up Field exposure display values."),
          done = at("... Upload complete");
     EXPECT_GE(get, 0);
-    EXPECT_GT(first, get);
+    EXPECT_GT(loading, get);
+    EXPECT_GT(uploaded, loading);
+    EXPECT_GT(first, uploaded);
     EXPECT_GT(hundred, first);
     EXPECT_GT(fields, hundred);
     EXPECT_GT(done, fields);
