@@ -520,6 +520,16 @@ TEST_F(DataWorkbook, WithoutFieldSplitAWaferHoldsOneFieldAndItsSitesWafer) {
         }
         EXPECT_EQ(points, 36);  // nine fields' rows of each site number join one site
     }
+    // A clone carries every site and point, and walks over fields see them.
+    const long all = lot->TotalPoints(nullptr, true);
+    EXPECT_EQ(all, 2 * 36);
+    std::shared_ptr<cLot> copy = lot->clone();
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->TotalPoints(nullptr, true), all);
+    for (cWafer* w : copy->Wafers()) {
+        EXPECT_EQ(w->SitesWafer().Count(), 4);
+        EXPECT_EQ(w->Fields().At(1)->sites().Count(), 4);
+    }
 }
 
 TEST_F(DataWorkbook, ImproperDataSheetsAreRefused) {
