@@ -275,7 +275,7 @@ double LinearCorrelation(const Datam& x, const Datam& y) {
     float sx = 0, sy = 0;
     for (int r = r0; r <= x.rowUb(); ++r) {
         double a, b;
-        if (NumericOf(x(r, xc), a) && NumericOf(y.get(r, yc), b)) {
+        if (NumericOf(x.get(r, xc), a) && NumericOf(y.get(r, yc), b)) {
             sx += static_cast<float>(a);
             sy += static_cast<float>(b);
         }
@@ -285,7 +285,7 @@ double LinearCorrelation(const Datam& x, const Datam& y) {
     double sxy = 0, sxx = 0, syy = 0;
     for (int r = r0; r <= x.rowUb(); ++r) {
         double a = 0, b = 0;
-        if (!NumericOf(x(r, xc), a)) a = 0;
+        if (!NumericOf(x.get(r, xc), a)) a = 0;
         if (!NumericOf(y.get(r, yc), b)) b = 0;
         const double dx = a - mx, dy = b - my;
         sxy += dx * dy;

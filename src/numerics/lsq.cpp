@@ -592,7 +592,7 @@ int termColumns(const Datam& mitp) {
     if (!mitp.isArray() || mitp.dims() != 2) return 0;
     const int hr = mitp.rowLb();
     for (int c = mitp.colUb(); c >= mitp.colLb(); --c) {
-        const Value& h = mitp(hr, c);
+        const Value& h = mitp.get(hr, c);  // a table may have no rows at all
         if (!h.isString()) continue;
         std::string s(h.str());
         for (char& ch : s) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
@@ -600,7 +600,7 @@ int termColumns(const Datam& mitp) {
     }
     if (mitp.colCount() <= 1) return mitp.colUb();
     for (int c = mitp.colUb(); c >= 1; --c) {
-        const Value& h = mitp(hr, c);
+        const Value& h = mitp.get(hr, c);
         if (!isBlank(h) && !h.isError()) return c;
     }
     // A table without headers: all its columns.

@@ -432,7 +432,7 @@ Datam mat_delrc(const Datam& m, int index, bool byRow) {
 }
 
 Datam vec_DropEmpty(const Datam& v) {
-    if (!v.isArray() || v.dims() != 2) return {};
+    if (!v.isArray() || v.dims() != 2 || v.colCount() < 1) return {};
     const int c = VecCol(v);
     int n = 0;
     for (int r = v.rowLb(); r <= v.rowUb(); ++r)

@@ -470,7 +470,7 @@ Datam mat_sort(const Datam& m, const Datam& keys, Datam* unique, bool hierarchic
     if (DataRows(m) < 2) {
         if (unique) {
             Datam u(1, 2, 0, 1);
-            u(0, 1) = m.rowLb() == 0 ? m(0, ks[0].col) : Value();
+            u(0, 1) = m.rowLb() == 0 ? m.get(0, ks[0].col) : Value();
             u(0, 2) = Value("Count");
             u(1, 1) = m.get(FirstData(m, 1), ks[0].col);
             u(1, 2) = Value(int32_t(1));

@@ -37,7 +37,7 @@ std::vector<double> coords(const Datam& g, bool rows, int from, int to) {
     bool numeric = header;
     for (int i = from; i <= to && numeric; ++i) {
         double v = 0;
-        numeric = known(rows ? g(i, 0) : g(0, i), v);
+        numeric = known(rows ? g.get(i, 0) : g.get(0, i), v);
         out.push_back(v);
     }
     if (!numeric) {

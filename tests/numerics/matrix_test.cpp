@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "app/report.h"
+#include "numerics/lsq.h"
 #include "numerics/matrix.h"
+#include "numerics/surface.h"
 
 using namespace zorv;
 
@@ -364,4 +366,20 @@ TEST_F(MatrixTest, StdErrColumns) {
     EXPECT_DOUBLE_EQ(m(1, 1).toDouble(), -1);
     EXPECT_DOUBLE_EQ(m(3, 1).toDouble(), 1);
     EXPECT_TRUE(m(4, 1).isEmpty());
+}
+
+// Tables with a header row but no data row, or no column at all, reach the
+// toolkit from empty sheets: every entry point gives its neutral result.
+TEST_F(MatrixTest, TablesWithoutRowsOrColumnsDoNotFail) {
+    const Datam noRows(-1, 3, 0, 0), noCols(3, -1, 0, 0);
+    for (const Datam* t : {&noRows, &noCols}) {
+        Datam u;
+        mat_sort(*t, 1, false, &u);
+        EXPECT_FALSE(vec_DropEmpty(*t).isArray());
+        EXPECT_EQ(LinearCorrelation(*t, *t), 0.0);
+        EXPECT_EQ(svdfit_std(*t, *t, 0, true, true, 3, 0).result, -1);
+        Datam g = *t;
+        double lo = 0, hi = 0;
+        surf_interpolate2(g, lo, hi);
+    }
 }
