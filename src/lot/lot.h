@@ -203,7 +203,7 @@ public:
     Points(Points&&) noexcept = default;
     Points& operator=(Points&&) noexcept = default;
 
-    int Count() const { return first_ ? 1 + (rest_ ? static_cast<int>(rest_->size()) : 0) : 0; }
+    int Count() const { return first_ ? 1 + (rest_ ? static_cast<int>(rest_->items.size()) : 0) : 0; }
     // 1-based position; nullptr out of range.
     cPoint* Item(int pos) const;
     // by key; nullptr when missing
@@ -236,8 +236,16 @@ public:
 
 private:
     friend class cSite;
+    // Points after the first, and a key index once there are many of them
+    // (repeated measurements of one site), so adding stays linear overall.
+    // Keys change only through Add.
+    struct Rest {
+        std::vector<std::unique_ptr<cPoint>> items;
+        KeyIndex index;
+    };
+    const Value& keyAt(size_t i) const;
     std::unique_ptr<cPoint> first_;
-    std::unique_ptr<std::vector<std::unique_ptr<cPoint>>> rest_;
+    std::unique_ptr<Rest> rest_;
 };
 
 // ---------------------------------------------------------------- cSite

@@ -257,15 +257,18 @@ std::unique_ptr<cPoint> cPoint::clone() const {
 
 cPoint* Points::Item(int pos) const {
     if (pos == 1) return first_.get();
-    if (pos < 2 || !rest_ || pos - 2 >= static_cast<int>(rest_->size())) return nullptr;
-    return (*rest_)[pos - 2].get();
+    if (pos < 2 || !rest_ || pos - 2 >= static_cast<int>(rest_->items.size())) return nullptr;
+    return rest_->items[static_cast<size_t>(pos - 2)].get();
+}
+
+const Value& Points::keyAt(size_t i) const {
+    return i == 0 ? first_->NumberKeyValue() : rest_->items[i - 1]->NumberKeyValue();
 }
 
 int Points::IndexOf(const Value& key) const {
-    const int n = Count();
-    for (int i = 1; i <= n; ++i)
-        if (KeyEqual(Item(i)->NumberKeyValue(), key)) return i;
-    return 0;
+    const size_t n = static_cast<size_t>(Count());
+    if (!rest_) return n == 1 && KeyEqual(first_->NumberKeyValue(), key) ? 1 : 0;
+    return rest_->index.find(key, n, [this](size_t i) -> const Value& { return keyAt(i); }) + 1;
 }
 
 cPoint* Points::ItemKey(const Value& key) const { return Item(IndexOf(key)); }
@@ -286,8 +289,10 @@ cPoint* Points::Add(std::unique_ptr<cPoint> point, std::string_view key) {
     if (!first_) {
         first_ = std::move(point);
     } else {
-        if (!rest_) rest_ = std::make_unique<std::vector<std::unique_ptr<cPoint>>>();
-        rest_->push_back(std::move(point));
+        if (!rest_) rest_ = std::make_unique<Rest>();
+        rest_->items.push_back(std::move(point));
+        const size_t count = rest_->items.size() + 1;
+        rest_->index.added(count - 1, count, [this](size_t i) -> const Value& { return keyAt(i); });
     }
     return raw;
 }
@@ -298,15 +303,18 @@ std::unique_ptr<cPoint> Points::Remove(int pos) {
     std::unique_ptr<cPoint> out;
     if (pos == 1) {
         out = std::move(first_);
-        if (rest_ && !rest_->empty()) {
-            first_ = std::move(rest_->front());
-            rest_->erase(rest_->begin());
+        if (rest_ && !rest_->items.empty()) {
+            first_ = std::move(rest_->items.front());
+            rest_->items.erase(rest_->items.begin());
         }
     } else {
-        out = std::move((*rest_)[pos - 2]);
-        rest_->erase(rest_->begin() + (pos - 2));
+        out = std::move(rest_->items[static_cast<size_t>(pos - 2)]);
+        rest_->items.erase(rest_->items.begin() + (pos - 2));
     }
-    if (rest_ && rest_->empty()) rest_.reset();
+    if (rest_ && rest_->items.empty()) rest_.reset();
+    if (rest_)
+        rest_->index.rebuild(rest_->items.size() + 1,
+                             [this](size_t i) -> const Value& { return keyAt(i); });
     return out;
 }
 
