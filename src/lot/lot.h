@@ -90,7 +90,6 @@ struct RangeFields {
 class cPoint {
 public:
     cPoint() = default;  // every value, fitted and residual field at -999.9
-    cPoint(const cPoint&) = delete;
     cPoint& operator=(const cPoint&) = delete;
 
     // identity
@@ -177,6 +176,8 @@ public:
 
 private:
     friend class cSite;
+    // Only clone copies a point (and then drops the links).
+    cPoint(const cPoint&) = default;
     // (members ordered for a compact object: 232 bytes)
     Value key_;
     cSite* parent_ = nullptr;

@@ -229,27 +229,9 @@ void cPoint::FoldBack(int dataKind, bool toRaw) {
 }
 
 std::unique_ptr<cPoint> cPoint::clone() const {
-    auto p = std::make_unique<cPoint>();
-    p->key_ = key_;
-    p->number_ = number_;
-    p->SerialNumber = SerialNumber;
-    p->cull_ = cull_;
-    p->ValueV = ValueV; p->ValueH = ValueH; p->ValueZ = ValueZ;
-    p->ValueV_fit = ValueV_fit; p->ValueH_fit = ValueH_fit; p->ValueZ_fit = ValueZ_fit;
-    p->ValueV_Res = ValueV_Res; p->ValueH_Res = ValueH_Res; p->ValueZ_Res = ValueZ_Res;
-    p->Slope = Slope; p->Slope_fit = Slope_fit; p->Slope_Res = Slope_Res;
-    p->Pitch = Pitch; p->Pitch_fit = Pitch_fit; p->Pitch_Res = Pitch_Res;
-    p->ValueA = ValueA; p->ValueA_fit = ValueA_fit; p->ValueA_Res = ValueA_Res;
-    p->ValueB = ValueB; p->ValueB_fit = ValueB_fit; p->ValueB_Res = ValueB_Res;
-    p->ValueC = ValueC; p->ValueC_fit = ValueC_fit; p->ValueC_Res = ValueC_Res;
-    p->ValueAstig = ValueAstig; p->ValueAstig_fit = ValueAstig_fit; p->ValueAstig_Res = ValueAstig_Res;
-    p->ValueH_Pixel = ValueH_Pixel; p->ValueV_Pixel = ValueV_Pixel; p->valueZ_Pixel = valueZ_Pixel;
-    p->Slope_Pixel = Slope_Pixel; p->Pitch_Pixel = Pitch_Pixel; p->ValueA_Pixel = ValueA_Pixel;
-    p->ValueB_Pixel = ValueB_Pixel; p->ValueC_Pixel = ValueC_Pixel; p->ValueAstig_Pixel = ValueAstig_Pixel;
-    p->ThresholdZ = ThresholdZ; p->ThresholdMin = ThresholdMin; p->ThresholdMax = ThresholdMax;
-    p->Pform = Pform;
-    p->pColor = pColor;
-    p->Cull_byMouse = Cull_byMouse;
+    std::unique_ptr<cPoint> p(new cPoint(*this));
+    p->parent_ = nullptr;
+    p->lot_ = nullptr;
     return p;
 }
 
