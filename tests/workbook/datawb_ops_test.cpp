@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -44,7 +45,8 @@ std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataT
 }
 
 std::string RunCommand(const std::string& cmd, int& rc) {
-    std::string out = (fs::path(ZORV_TEST_TMP) / "datawb_cli_out.txt").string();
+    // ctest runs each test in its own process, side by side: one capture file per process.
+    std::string out = (fs::path(ZORV_TEST_TMP) / ("datawb_cli_out-" + std::to_string(getpid()) + ".txt")).string();
     rc = std::system((cmd + " > " + out + " 2>&1").c_str());
     std::ifstream in(out);
     return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -54,7 +56,8 @@ std::string RunCommand(const std::string& cmd, int& rc) {
 class DataWorkbookOps : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir = fs::path(ZORV_TEST_TMP) / "datawb_ops";
+        dir = fs::path(ZORV_TEST_TMP) / "datawb_ops" /
+              ::testing::UnitTest::GetInstance()->current_test_info()->name();
         fs::create_directories(dir);
         SetReporter(&rep);
         Workbooks::CloseAll();
