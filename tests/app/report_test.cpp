@@ -7,20 +7,14 @@
 #include "app/identity.h"
 #include "app/proc.h"
 #include "app/report.h"
+#include "common/capture_reporter.h"
 
 using namespace zorv;
 
 namespace {
-struct Capture : Reporter {
-    std::vector<std::pair<std::string, int>> boxes;
-    std::string statusText;
-    int answer = vbNo;
-    int showBox(const std::string& m, int f, const std::string&) override {
-        boxes.emplace_back(m, f);
-        return answer;
-    }
-    void status(const std::string& t) override { statusText = t; }
-    std::string currentStatus() const override { return statusText; }
+// Questions answer No unless a test says otherwise.
+struct Capture : zorv::testing::CaptureReporter {
+    Capture() { answer = vbNo; }
 };
 }  // namespace
 
@@ -33,8 +27,8 @@ TEST(Report, ProcExitBlockComposesTagMessageAndCheckpoint) {
         p.msg = "No data.";
     }
     ASSERT_EQ(c.boxes.size(), 1u);
-    EXPECT_EQ(c.boxes[0].first, "cLot(ModelFit): \r\nNo data. chk: 2.5");
-    EXPECT_EQ(c.boxes[0].second, vbInformation);
+    EXPECT_EQ(c.boxes[0], "cLot(ModelFit): \r\nNo data. chk: 2.5");
+    EXPECT_EQ(c.flags[0], vbInformation);
     {
         Proc p("Import(SaveData):  ");
         p.chk = 3;
@@ -42,8 +36,8 @@ TEST(Report, ProcExitBlockComposesTagMessageAndCheckpoint) {
     }
     ASSERT_EQ(c.boxes.size(), 2u);
     // Run-time errors offer the e-mail: flags 20 and the question appended.
-    EXPECT_EQ(c.boxes[1].second, vbYesNo | vbCritical);
-    EXPECT_NE(c.boxes[1].first.find("Disk full chk: 3\r\n\r\nDo you wish to Email"), std::string::npos);
+    EXPECT_EQ(c.flags[1], vbYesNo | vbCritical);
+    EXPECT_NE(c.boxes[1].find("Disk full chk: 3\r\n\r\nDo you wish to Email"), std::string::npos);
     SetReporter(nullptr);
 }
 
@@ -59,7 +53,7 @@ TEST(Report, LoggingModeWritesLogOnceAndAnswersZero) {
     EXPECT_EQ(MsgBox("second", vbCritical), 0);
     SetLogging(false);
     EXPECT_TRUE(c.boxes.empty());
-    EXPECT_EQ(c.statusText, "Remote Call: second");
+    EXPECT_EQ(c.statusText(), "Remote Call: second");
     std::ifstream in(path);
     std::stringstream ss;
     ss << in.rdbuf();
@@ -92,9 +86,9 @@ TEST(Report, ErrorBoxMailOfferAndItsLink) {
     SetReporter(&c);
     EXPECT_EQ(MsgBox("cLot(Kill): \r\nbad chk: 1", vbCritical), vbYes);
     ASSERT_EQ(c.boxes.size(), 1u);
-    EXPECT_EQ(c.boxes[0].first,
+    EXPECT_EQ(c.boxes[0],
               "cLot(Kill): \r\nbad chk: 1\r\n\r\nDo you wish to Email this message to Palvex?");
-    EXPECT_EQ(c.boxes[0].second, 20);
+    EXPECT_EQ(c.flags[0], 20);
     ASSERT_EQ(c.urls.size(), 1u);
     const std::string& u = c.urls[0];
     EXPECT_EQ(u.rfind("mailto:", 0), 0u);
@@ -108,12 +102,12 @@ TEST(Report, ErrorBoxMailOfferAndItsLink) {
     // flags go out plainly, without the offer.
     c.urls.clear();
     MsgBox("Utility(MsgBox): \r\nbroken", vbCritical);
-    EXPECT_EQ(c.boxes.back().second, vbCritical);
-    EXPECT_EQ(c.boxes.back().first, "Utility(MsgBox): \r\nbroken");
+    EXPECT_EQ(c.flags.back(), vbCritical);
+    EXPECT_EQ(c.boxes.back(), "Utility(MsgBox): \r\nbroken");
     MsgBox("(MsgBox) at the head", vbCritical);
-    EXPECT_EQ(c.boxes.back().second, 20);
+    EXPECT_EQ(c.flags.back(), 20);
     MsgBox("note", vbCritical | vbYesNo);
-    EXPECT_EQ(c.boxes.back().second, vbCritical | vbYesNo);
+    EXPECT_EQ(c.flags.back(), vbCritical | vbYesNo);
     EXPECT_TRUE(c.urls.size() == 1u);
     SetReporter(nullptr);
 }

@@ -7,7 +7,7 @@
 #include "lot_fixture.h"
 
 using namespace zorv;
-using zorv::testing::CaptureReporter;
+using zorv::testing::ScopedCapture;
 using zorv::testing::MakeLot;
 
 namespace {
@@ -89,7 +89,7 @@ TEST(GetFEMmatrix, SingleFocusHasOneRowAndCulledFieldsCount) {
 }
 
 TEST(Tables, GetDataColumnsValuesAndCulls) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = MakeLot(1, 1, 1, 2);
     Datam d = lot->GetData(true, false, true);
     ASSERT_TRUE(d.isArray());

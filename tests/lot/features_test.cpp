@@ -6,7 +6,7 @@
 #include "lot_fixture.h"
 
 using namespace zorv;
-using zorv::testing::CaptureReporter;
+using zorv::testing::ScopedCapture;
 using zorv::testing::MakeLot;
 
 TEST(Units, WordListCodesAndNumbers) {
@@ -78,7 +78,7 @@ TEST(Units, UpdateUnitsFromSitesTable) {
 }
 
 TEST(Units, ExtractAndHook) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     EXPECT_EQ(ExtractUnitsOfMeasure("CD (nm) mean"), "nm");
     EXPECT_EQ(ExtractUnitsOfMeasure("CD [um]", "[", "]"), "um");
     EXPECT_EQ(ExtractUnitsOfMeasure("CD"), "");

@@ -5,27 +5,10 @@
 #include <vector>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "lot/lot.h"
 
 namespace zorv::testing {
-
-// Keeps every box and status text instead of printing them.
-class CaptureReporter : public Reporter {
-public:
-    CaptureReporter() { SetReporter(this); }
-    ~CaptureReporter() override { SetReporter(nullptr); }
-    int showBox(const std::string& message, int, const std::string&) override {
-        boxes.push_back(message);
-        return 0;
-    }
-    void status(const std::string& text) override { statuses.push_back(text); }
-    bool saw(const std::string& part) const {
-        for (const auto& b : boxes)
-            if (b.find(part) != std::string::npos) return true;
-        return false;
-    }
-    std::vector<std::string> boxes, statuses;
-};
 
 // A lot of `wafers` wafers, each with fields at die indices (0..nx-1, 0..ny-1)
 // and an n by n grid of sites `pitch` micrometres apart centred on 0, one

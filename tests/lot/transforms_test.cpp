@@ -6,7 +6,7 @@
 #include "lot_fixture.h"
 
 using namespace zorv;
-using zorv::testing::CaptureReporter;
+using zorv::testing::ScopedCapture;
 using zorv::testing::MakeLot;
 
 namespace {
@@ -83,7 +83,7 @@ TEST(Clone, WaferSitesViewFollowsTheClone) {
 }
 
 TEST(Clone, EmptyLotsReport) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = cLot::create();
     EXPECT_EQ(lot->clone(), nullptr);
     EXPECT_TRUE(rep.saw("No wafers in lot."));
@@ -239,7 +239,7 @@ std::shared_ptr<cLot> OffsetLot() {
 }  // namespace
 
 TEST(Fields, CollapseRemoveAndPutBack) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = OffsetLot();
     auto col = lot->CollapseField();
     ASSERT_TRUE(col);
@@ -293,7 +293,7 @@ TEST(Fields, SubFieldAroundTheCentre) {
 }
 
 TEST(Derived, ValuesResidualsAbcAndReticle) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = MakeLot(1, 1, 1, 2);
     auto plus = lot->AddValue2Lot(1.5, 1);
     EXPECT_EQ(point(*plus, 1, 1, 2)->ValueV, 3500);

@@ -4,7 +4,7 @@
 #include "lot_fixture.h"
 
 using namespace zorv;
-using zorv::testing::CaptureReporter;
+using zorv::testing::ScopedCapture;
 using zorv::testing::MakeLot;
 
 TEST(Point, NewPointIsMissingEverywhereAndVectorFallsBackToV) {
@@ -180,7 +180,7 @@ TEST(Lookup, FindSiteToleranceFamilyAndOrder) {
 }
 
 TEST(Lookup, FieldPointJoinsSiteByPlaceAndSerial) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = MakeLot(1, 1, 1, 1);
     cField* f = lot->Wafers().At(1)->Fields().At(1);
     Ref<cSite> none;
@@ -256,7 +256,7 @@ TEST(Lookup, GetSiteExactAndByPosition) {
 }
 
 TEST(Collections, FieldsItemSingleFieldAndKeyRules) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = cLot::create();
     bool isNew = false;
     cWafer* w = lot->AddWafer("A", isNew);
@@ -346,7 +346,7 @@ TEST(Collections, WaferSitesAreTheFieldsSites) {
 }
 
 TEST(Lifecycle, KillReportsAndEmpties) {
-    CaptureReporter rep;
+    ScopedCapture rep;
     auto lot = MakeLot(2, 1, 1, 2);
     Ref<cSite> held = lot->Wafers().At(1)->Fields().At(1)->sites().ref(1);
     lot->Kill();
@@ -358,14 +358,14 @@ TEST(Lifecycle, KillReportsAndEmpties) {
     EXPECT_EQ(lot->TotalPoints(), 0);
     EXPECT_TRUE(rep.saw("No wafers in lot: T"));
 
-    // one wafer: the lot line alone, once, then the clean-up lines
-    CaptureReporter one;
+    // one wafer: the lot line alone, once, then the clean-up lines appended to it
+    ScopedCapture one;
     auto single = MakeLot(1, 1, 1, 1);
     single->Kill();
     ASSERT_EQ(one.statuses.size(), 3u);
     EXPECT_EQ(one.statuses[0], "Remove Lot 'T'");
-    EXPECT_EQ(one.statuses[1], "... Model cleanup");
-    EXPECT_EQ(one.statuses[2], "... Graphic links");
+    EXPECT_EQ(one.statuses[1], "Remove Lot 'T' ... Model cleanup");
+    EXPECT_EQ(one.statuses[2], "Remove Lot 'T' ... Model cleanup ... Graphic links");
 }
 
 TEST(Collections, WafersAddAdoptsABuiltWafer) {

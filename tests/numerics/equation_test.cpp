@@ -4,19 +4,12 @@
 #include <numbers>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "numerics/equation.h"
 
 using namespace zorv;
 
 namespace {
-
-struct Capture : Reporter {
-    std::vector<std::pair<std::string, int>> boxes;
-    int showBox(const std::string& m, int f, const std::string&) override {
-        boxes.emplace_back(m, f);
-        return 0;
-    }
-};
 
 double eval(std::string_view text, std::initializer_list<std::pair<const char*, double>> vars = {},
             bool degrees = false) {
@@ -216,7 +209,7 @@ TEST(Equation, FailuresCarryTheirMessages) {
 }
 
 TEST(Equation, FailureIsReportedOnceUnderTheTag) {
-    Capture c;
+    zorv::testing::CaptureReporter c;
     SetReporter(&c);
     clsEquation e("1/x");
     e.Var("x", 2);
@@ -224,8 +217,8 @@ TEST(Equation, FailureIsReportedOnceUnderTheTag) {
     e.setEquation("(x");
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(e.Solve());
     ASSERT_EQ(c.boxes.size(), 1u);
-    EXPECT_EQ(c.boxes[0].first, "clsEqn(Solve):\r\nUnbalanced parenthesis chk: 1");
-    EXPECT_EQ(c.boxes[0].second, vbInformation);
+    EXPECT_EQ(c.boxes[0], "clsEqn(Solve):\r\nUnbalanced parenthesis chk: 1");
+    EXPECT_EQ(c.flags[0], vbInformation);
     // Recovers once the text is good again.
     e.setEquation("x*3");
     EXPECT_DOUBLE_EQ(e.Solution(), 6);

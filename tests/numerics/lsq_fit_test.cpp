@@ -9,25 +9,12 @@
 #include <vector>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 
 using namespace zorv;
 
 namespace {
-
-struct Capture : Reporter {
-    std::vector<std::string> boxes;
-    int showBox(const std::string& m, int, const std::string& t) override {
-        boxes.push_back(t + "|" + m);
-        return 0;
-    }
-};
-
-struct CaptureScope {
-    Capture cap;
-    CaptureScope() { SetReporter(&cap); }
-    ~CaptureScope() { SetReporter(nullptr); }
-};
 
 // Design table (column 0 a key) and y vector from row-major data.
 Datam mitpOf(const std::vector<std::vector<double>>& x) {
@@ -317,7 +304,7 @@ TEST(SvdFit, ColumnLeftConstantByTheCullsIsDead) {
 }
 
 TEST(SvdFit, EdgeCases) {
-    CaptureScope cs;
+    zorv::testing::ScopedCapture cs;
     // No term column: one-row vectors holding 1, copied to the current ones.
     {
         Datam mitp(5, 0, 0, 0);
@@ -361,7 +348,7 @@ TEST(SvdFit, EdgeCases) {
         EXPECT_EQ(f.threshold, 1.0f);
         Datam vd = vdtpOf({2, 8});
         vd(2, 1) = Value();
-        cs.cap.boxes.clear();
+        cs.boxes.clear();
         for (bool explicitU : {false, true}) {
             SvdFit g = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0, explicitU);
             EXPECT_EQ(g.result, 0);
@@ -370,12 +357,12 @@ TEST(SvdFit, EdgeCases) {
             EXPECT_EQ(at(g.errors, 1), 0.0);  // fewer than 3 residuals
             EXPECT_EQ(g.excluded.rowUb(), 1);  // n is the last row with a y
         }
-        EXPECT_TRUE(cs.cap.boxes.empty());
+        EXPECT_TRUE(cs.boxes.empty());
         vd(1, 1) = Value("n/a");
         SvdFit h = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0);
         EXPECT_EQ(h.result, -1);
-        ASSERT_EQ(cs.cap.boxes.size(), 1u);
-        EXPECT_NE(cs.cap.boxes[0].find("MathUtil(svdfit_std): \r\nThe number  of DEPENDANT(vdtp) "
+        ASSERT_EQ(cs.boxes.size(), 1u);
+        EXPECT_NE(cs.boxes[0].find("MathUtil(svdfit_std): \r\nThe number  of DEPENDANT(vdtp) "
                                        "observations is <2."),
                   std::string::npos);
     }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "numerics/matrix.h"
 
 using namespace zorv;
@@ -156,13 +157,7 @@ protected:
         SetEscPressed(false);
     }
     void TearDown() override { SetReporter(nullptr); }
-    struct Quiet : Reporter {
-        int showBox(const std::string& m, int, const std::string&) override {
-            boxes.push_back(m);
-            return 0;
-        }
-        std::vector<std::string> boxes;
-    } quiet_;
+    zorv::testing::CaptureReporter quiet_;
 };
 
 }  // namespace

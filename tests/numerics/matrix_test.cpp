@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "numerics/surface.h"
@@ -13,29 +14,11 @@ using namespace zorv;
 
 namespace {
 
-struct Capture : Reporter {
-    int showBox(const std::string& m, int flags, const std::string&) override {
-        boxes.push_back(m);
-        lastFlags = flags;
-        return 0;
-    }
-    void status(const std::string& t) override { statusText = t; }
-    std::string currentStatus() const override { return statusText; }
-    std::vector<std::string> boxes;
-    int lastFlags = -1;
-    std::string statusText;
-    bool saw(const std::string& text) const {
-        for (const auto& b : boxes)
-            if (b.find(text) != std::string::npos) return true;
-        return false;
-    }
-};
-
 class MatrixTest : public ::testing::Test {
 protected:
     void SetUp() override { SetReporter(&cap); }
     void TearDown() override { SetReporter(nullptr); }
-    Capture cap;
+    zorv::testing::CaptureReporter cap;
 };
 
 Datam Column(std::initializer_list<Value> values) {
@@ -194,10 +177,10 @@ TEST_F(MatrixTest, ArithmeticSkipsEmptyAndText) {
 
     const Datam shorter = vec_sub(v, Column({Value(1), Value(1), Value(1)}));
     EXPECT_EQ(shorter.rowUb(), 3);
-    EXPECT_EQ(cap.statusText, "Warning: unequal length vectors in Subtraction.");
+    EXPECT_EQ(cap.statusText(), "Warning: unequal length vectors in Subtraction.");
     EXPECT_FALSE(vec_sub(v).isArray());
     EXPECT_TRUE(cap.saw("MathUtility(vec_sub): \r\nSecond vector not submitted."));
-    EXPECT_EQ(cap.lastFlags, vbInformation);
+    EXPECT_EQ(cap.lastFlags(), vbInformation);
 
     EXPECT_EQ(vec_abs(v)(4, 1).toDouble(), 2);
     EXPECT_EQ(vec_sqrt(v)(5, 1).toDouble(), 3);
@@ -319,7 +302,7 @@ TEST_F(MatrixTest, RcStatNamesMarksAndSummary) {
                                   nullptr, nullptr, &has);
     EXPECT_FALSE(has);
     EXPECT_TRUE(none(1, 1).isEmpty());
-    EXPECT_EQ(cap.statusText, "No data in input matrix.");
+    EXPECT_EQ(cap.statusText(), "No data in input matrix.");
 }
 
 TEST_F(MatrixTest, FindColumnAndRowNumber) {

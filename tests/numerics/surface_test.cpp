@@ -4,20 +4,13 @@
 #include <vector>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "numerics/equation.h"
 #include "numerics/surface.h"
 
 using namespace zorv;
 
 namespace {
-
-struct Capture : Reporter {
-    std::vector<std::string> boxes;
-    int showBox(const std::string& m, int, const std::string&) override {
-        boxes.push_back(m);
-        return 0;
-    }
-};
 
 // A grid with X headers xs in row 0 and Y headers ys in column 0, all cells empty.
 Datam makeGrid(const std::vector<double>& xs, const std::vector<double>& ys) {
@@ -126,7 +119,7 @@ TEST(Surface, SubSurfaceThreeCornersGiveAPlaneTwoAreRefused) {
     for (int r = 1; r <= 3; ++r)
         for (int c = 1; c <= 3; ++c) EXPECT_NEAR(g(r, c).toDouble(), plane(X(g, c), Y(g, r)), 1e-12);
 
-    Capture cap;
+    zorv::testing::CaptureReporter cap;
     SetReporter(&cap);
     Datam h = makeGrid({0, 1, 2}, {0, 1, 2});
     h(1, 1) = 1.0;

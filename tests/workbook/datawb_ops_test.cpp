@@ -11,6 +11,7 @@
 #include <string>
 
 #include "app/report.h"
+#include "common/capture_reporter.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
@@ -19,18 +20,6 @@ namespace fs = std::filesystem;
 using namespace zorv;
 
 namespace {
-class Capture : public Reporter {
-public:
-    int showBox(const std::string& m, int, const std::string&) override {
-        boxes += m + "\n";
-        return 0;
-    }
-    void status(const std::string& t) override { status_ = t; }
-    std::string currentStatus() const override { return status_; }
-    std::string boxes;
-    std::string status_;
-};
-
 std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataType) {
     SampleSpec shape;
     shape.wafers = 1;
@@ -67,7 +56,7 @@ protected:
         SetReporter(nullptr);
     }
     fs::path dir;
-    Capture rep;
+    zorv::testing::CaptureReporter rep;
 };
 
 TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
@@ -79,10 +68,10 @@ TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
     EXPECT_TRUE(xlDataTypeCD(a->get()));
     EXPECT_FALSE(xlDataTypeCD(b->get()));
     EXPECT_FALSE(xlDataTypeCD(nullptr));
-    EXPECT_NE(rep.boxes.find("Excel workbook not provided."), std::string::npos);
+    EXPECT_NE(rep.joined().find("Excel workbook not provided."), std::string::npos);
     (*b)->removeSheet("Information");
     EXPECT_FALSE(xlDataTypeCD(b->get()));
-    EXPECT_NE(rep.boxes.find("'Information' data sheet not present."), std::string::npos);
+    EXPECT_NE(rep.joined().find("'Information' data sheet not present."), std::string::npos);
 
     // With no Information sheet the keys are made, die sizes from Sites B2, C2.
     Datam info = GetWorksheetInspection(b->get());
@@ -93,7 +82,7 @@ TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
     EXPECT_EQ((*b)->sheetNames().back(), "Information");
     Datam t;
     EXPECT_EQ(CreateInfoWorksheet(nullptr, t), -1);
-    EXPECT_NE(rep.boxes.find("A workbook reference was not provided."), std::string::npos);
+    EXPECT_NE(rep.joined().find("A workbook reference was not provided."), std::string::npos);
 
     std::vector<std::string> menu(6, "");
     ASSERT_EQ(UpdateSpreadsheets(&menu, a->get()), 1);
@@ -101,18 +90,18 @@ TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
     EXPECT_EQ(menu[2], "OpsCD");
     EXPECT_EQ(menu[5], "Empty");
     EXPECT_EQ(UpdateSpreadsheets(nullptr, a->get()), -1);
-    EXPECT_NE(rep.boxes.find("A form was not provided."), std::string::npos);
+    EXPECT_NE(rep.joined().find("A form was not provided."), std::string::npos);
 }
 
 TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
     std::string path = MakeWorkbook(dir, "OpsGeom", 1);
     std::shared_ptr<cLot> lot;
     WBLotTables t;
-    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << rep.boxes;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << rep.joined();
     lot->DieSizeX = 22000;
     lot->SiteXoffset = -1500;
     lot->WaferSize = 300000;
-    ASSERT_EQ(UpdateXLInformation(t.workbook.get(), lot.get()), 1) << rep.boxes;
+    ASSERT_EQ(UpdateXLInformation(t.workbook.get(), lot.get()), 1) << rep.joined();
     Workbooks::CloseAll();
     auto wb = Workbook::open(path);
     ASSERT_TRUE(wb.ok());
@@ -121,7 +110,7 @@ TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
     EXPECT_DOUBLE_EQ(is->cell(infoSiteXoffset, 2).toDouble(), -1.5);
     EXPECT_DOUBLE_EQ(is->cell(infoWaferSize, 2).toDouble(), 300);
     EXPECT_EQ(UpdateXLInformation(nullptr, lot.get()), -1);
-    EXPECT_NE(rep.boxes.find("Please reload data."), std::string::npos);
+    EXPECT_NE(rep.joined().find("Please reload data."), std::string::npos);
 }
 
 TEST_F(DataWorkbookOps, CliInfo) {
@@ -198,7 +187,7 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
     // In logging mode the message goes to the log, not to a box.
     EXPECT_NE(text.find("A Zorv Macro Template '.XLT' has not been loaded."), std::string::npos) << text;
     EXPECT_NE(text.find("    ...Saveas Workbook properties."), std::string::npos) << text;
-    EXPECT_EQ(rep.boxes, "");
+    EXPECT_TRUE(rep.joined().empty()) << rep.joined();
 
     // From the file: loaded, its properties written, and a workbook of ours
     // still counts as saved.
@@ -230,12 +219,12 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
 TEST_F(DataWorkbookOps, UnitsGoBackToTheSitesSheet) {
     std::string path = MakeWorkbook(dir, "OpsUnits", 1);
     std::shared_ptr<cLot> lot;
-    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.boxes;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.joined();
     EXPECT_EQ(lot->ValueV_Units, 2);  // "nm"
     lot->ValueV_Units = 1;              // Angstrom
-    ASSERT_EQ(lot->UpdateUnits2Workbook(), 1) << rep.boxes;
+    ASSERT_EQ(lot->UpdateUnits2Workbook(), 1) << rep.joined();
     Workbooks::CloseAll();
-    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.boxes;
+    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.joined();
     EXPECT_EQ(lot->ValueV_Units, 1);
     EXPECT_EQ(lot->ValueH_units, 2);
 }
@@ -251,18 +240,18 @@ TEST_F(DataWorkbookOps, DataSheetFoundByNameCommentOrAnswer) {
     // Not by name: the "DataSheet" comment (not in quiet mode).
     EXPECT_EQ(GetDataSheet(wb.get(), "Missing", false)->name(), "Other");
     // Quiet: the question about the first sheet; No ends with no sheet.
-    rep.boxes.clear();
+    rep.clear();
     EXPECT_EQ(GetDataSheet(wb.get(), "Missing", true), nullptr);
-    EXPECT_NE(rep.boxes.find("Cannot locate data sheet:'Missing' in workbook:'Find.xlsx'\r\n"
+    EXPECT_NE(rep.joined().find("Cannot locate data sheet:'Missing' in workbook:'Find.xlsx'\r\n"
                              "Use data from sheet: Sheet1 instead?"),
               std::string::npos)
-        << rep.boxes;
+        << rep.joined();
     EXPECT_EQ(StatusText(), " Aborting data load...");
 
     // A reference that is no longer open is opened again from its folder.
     std::string path = MakeWorkbook(dir, "Checked", 1);
     WorkbookPtr gone;
-    ASSERT_EQ(CheckExcel(gone, dir.string(), "Checked"), 1) << rep.boxes;
+    ASSERT_EQ(CheckExcel(gone, dir.string(), "Checked"), 1) << rep.joined();
     ASSERT_TRUE(gone);
     EXPECT_EQ(gone->name(), "Checked.xlsx");
     WorkbookPtr same = gone;
@@ -270,8 +259,8 @@ TEST_F(DataWorkbookOps, DataSheetFoundByNameCommentOrAnswer) {
     EXPECT_EQ(same, gone);
 
     // A second index entry for the same sheet renews its row.
-    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "first"), 1) << rep.boxes;
-    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "second"), 1) << rep.boxes;
+    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "first"), 1) << rep.joined();
+    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "second"), 1) << rep.joined();
     Worksheet* ix = gone->sheet("Index");
     ASSERT_TRUE(ix);
     EXPECT_EQ(ix->cell(3, 3).toString(), "second");

@@ -14,6 +14,7 @@
 #include "app/identity.h"
 #include "app/report.h"
 #include "app/strings.h"
+#include "common/capture_reporter.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
@@ -21,20 +22,9 @@
 
 namespace fs = std::filesystem;
 using namespace zorv;
+using zorv::testing::CaptureReporter;
 
 namespace {
-
-class CaptureReporter : public Reporter {
-public:
-    int showBox(const std::string& message, int flags, const std::string&) override {
-        boxes.push_back(message);
-        this->flags.push_back(flags);
-        return answer;
-    }
-    std::vector<std::string> boxes;
-    std::vector<int> flags;
-    int answer = vbNo;
-};
 
 class DataWorkbook : public ::testing::Test {
 protected:
@@ -42,6 +32,7 @@ protected:
         dir = fs::path(ZORV_TEST_TMP) / ("datawb_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
         fs::remove_all(dir);
         fs::create_directories(dir);
+        rep.answer = vbNo;
         SetReporter(&rep);
         Workbooks::CloseAll();
     }
@@ -62,11 +53,7 @@ protected:
         Workbooks::CloseAll();  // the loader reads the file, not the open copy
         return saved;
     }
-    std::string Boxes() const {
-        std::string s;
-        for (const auto& b : rep.boxes) s += b + "\n";
-        return s;
-    }
+    std::string Boxes() const { return rep.joined(); }
     fs::path dir;
     CaptureReporter rep;
 };
@@ -553,28 +540,20 @@ TEST_F(DataWorkbook, ImproperDataSheetsAreRefused) {
     EXPECT_NE(Boxes().find("This is not a proper format data sheet."), std::string::npos) << Boxes();
 }
 
-namespace {
-class StatusRecorder : public CaptureReporter {
-public:
-    void status(const std::string& text) override { texts.push_back(text); }
-    std::vector<std::string> texts;
-};
-}  // namespace
-
 TEST_F(DataWorkbook, LoadShowsItsStepsAndProgressEveryHundredRows) {
     SampleSpec shape;
     shape.wafers = 2;
     shape.fieldsX = shape.fieldsY = 5;  // 2 x 25 fields x 4 sites = 200 rows
     std::string path = save(shape, "Progress");
-    StatusRecorder st;
+    CaptureReporter st;
     SetReporter(&st);
     std::shared_ptr<cLot> lot;
     int rc = GetExcelWBLot(path, "", lot);
     SetReporter(&rep);
     ASSERT_EQ(rc, 1) << Boxes();
     auto at = [&](const std::string& t) {
-        for (size_t i = 0; i < st.texts.size(); ++i)
-            if (st.texts[i] == t) return static_cast<long>(i);
+        for (size_t i = 0; i < st.statuses.size(); ++i)
+            if (st.statuses[i] == t) return static_cast<long>(i);
         return -1L;
     };
     long loading = at(VersionLine() + ": Loading 201 lines of data..."),
