@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "lot/lot.h"
 
 using namespace zorv;

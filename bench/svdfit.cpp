@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "numerics/lsq.h"
 
 using namespace zorv;

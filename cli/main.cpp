@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "app/identity.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/report.h"
 #include "json.h"
 #include "verbs.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "json.h"
 #include "lot/lot.h"
 #include "verbs.h"

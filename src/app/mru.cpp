@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "app/identity.h"
+#include "base/identity.h"
 #include "app/settings.h"
 
 namespace zorv {

@@ -4,9 +4,9 @@
 #include <cctype>
 #include <cmath>
 
-#include "app/identity.h"
+#include "base/identity.h"
 #include "app/settings.h"
-#include "app/text.h"
+#include "base/text.h"
 
 namespace zorv {
 

@@ -14,9 +14,9 @@
 #include <mutex>
 #include <sstream>
 
-#include "app/format.h"
-#include "app/regional.h"
-#include "app/text.h"
+#include "base/format.h"
+#include "base/regional.h"
+#include "base/text.h"
 
 namespace zorv {
 

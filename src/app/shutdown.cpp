@@ -2,9 +2,9 @@
 
 #include <cctype>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "app/strings.h"
 
 namespace zorv {

@@ -4,10 +4,10 @@
 #include <cmath>
 #include <exception>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/regional.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/regional.h"
+#include "base/report.h"
 #include "app/settings.h"
 
 namespace zorv {

@@ -8,8 +8,8 @@
 #include <set>
 #include <unordered_set>
 
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <initializer_list>
 
-#include "app/proc.h"
-#include "numerics/value.h"
+#include "base/proc.h"
+#include "base/value.h"
 
 namespace zorv {
 

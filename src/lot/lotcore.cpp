@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "app/proc.h"
-#include "app/report.h"
-#include "app/text.h"
+#include "base/proc.h"
+#include "base/report.h"
+#include "base/text.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 
@@ -47,8 +47,8 @@ void cLot::DataSource(long source) {
 std::string cLot::GetNotchString() const {
     const double n = Round(Notch, 1);
     if (n == 0) return "Right";
-    if (n == Round(3.14159265358979, 1)) return "Left";
-    if (n == Round(3.14159265358979 / 2, 1)) return "Up";
+    if (n == Round(kPi, 1)) return "Left";
+    if (n == Round(kPi / 2, 1)) return "Up";
     return "Down";
 }
 

@@ -5,8 +5,9 @@
 #include <cmath>
 #include <map>
 
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/marks.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 
@@ -14,7 +15,6 @@ namespace zorv {
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
 
 inline void rotate(float& x, float& y, double c, double s) {
     const double nx = x * c - y * s;

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <unordered_map>
 
-#include "app/proc.h"
-#include "app/report.h"
-#include "app/text.h"
+#include "base/proc.h"
+#include "base/report.h"
+#include "base/text.h"
 #include "lot/geom.h"
 #include "lot/lot.h"
 

@@ -4,17 +4,17 @@
 #include <cmath>
 #include <numbers>
 
-#include "app/format.h"
-#include "app/proc.h"
-#include "app/report.h"
-#include "app/text.h"
+#include "base/format.h"
+#include "base/marks.h"
+#include "base/proc.h"
+#include "base/report.h"
+#include "base/text.h"
 #include "numerics/lsq.h"
 
 namespace zorv {
 
 namespace {
 
-constexpr double kPi = std::numbers::pi;
 constexpr const char* kCoefFormat = "#################0.##################";
 
 struct TermDef {

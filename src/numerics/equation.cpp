@@ -7,9 +7,10 @@
 #include <limits>
 #include <numbers>
 
-#include "app/format.h"
-#include "app/proc.h"
-#include "app/text.h"
+#include "base/format.h"
+#include "base/marks.h"
+#include "base/proc.h"
+#include "base/text.h"
 #include "numerics/tickformat.h"
 
 
@@ -18,7 +19,6 @@ namespace zorv {
 namespace {
 
 constexpr const char* kTag = "clsEqn(Solve):";
-constexpr double kPi = std::numbers::pi;
 
 enum Fn : uint8_t {
     F_ABS, F_ARCCOS, F_ARCCOSEC, F_ARCCOSECH, F_ARCCOSH, F_ARCCOTAN, F_ARCCOTANH, F_ARCSEC,

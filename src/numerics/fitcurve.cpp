@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "numerics/equation.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"

@@ -17,8 +17,8 @@
 #include <limits>
 #include <memory>
 
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "numerics/svd.h"
 
 namespace zorv {

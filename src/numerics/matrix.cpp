@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <string>
 
-#include "app/proc.h"
-#include "app/report.h"
-#include "app/text.h"
+#include "base/proc.h"
+#include "base/report.h"
+#include "base/text.h"
 
 namespace zorv {
 

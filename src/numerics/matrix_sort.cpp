@@ -8,8 +8,8 @@
 #include <cstring>
 #include <unordered_map>
 
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "numerics/matrix.h"
 
 namespace zorv {

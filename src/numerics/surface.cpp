@@ -4,9 +4,9 @@
 #include <cmath>
 #include <vector>
 
-#include "app/proc.h"
-#include "app/report.h"
-#include "app/text.h"
+#include "base/proc.h"
+#include "base/report.h"
+#include "base/text.h"
 
 namespace zorv {
 

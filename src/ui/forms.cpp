@@ -13,10 +13,10 @@
 #include <QStatusBar>
 #include <QVBoxLayout>
 
-#include "app/identity.h"
+#include "base/identity.h"
 #include "app/mru.h"
 #include "app/preferences.h"
-#include "app/report.h"
+#include "base/report.h"
 #include "app/settings.h"
 #include "ui/res_strings.h"
 

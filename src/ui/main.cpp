@@ -4,8 +4,8 @@
 #include <QIcon>
 #include <QSessionManager>
 
-#include "app/identity.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/report.h"
 #include "app/startup.h"
 #include "ui/app_startup.h"
 #include "ui/forms.h"

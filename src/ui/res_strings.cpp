@@ -16,7 +16,7 @@
 #include <QTreeWidget>
 #include <QWidget>
 
-#include "app/identity.h"
+#include "base/identity.h"
 #include "app/settings.h"
 #include "app/strings.h"
 

@@ -7,7 +7,7 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
-#include "app/identity.h"
+#include "base/identity.h"
 #include "app/strings.h"
 #include "ui/res_strings.h"
 

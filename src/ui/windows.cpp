@@ -9,8 +9,8 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "app/identity.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/report.h"
 #include "app/settings.h"
 #include "app/shutdown.h"
 #include "app/strings.h"

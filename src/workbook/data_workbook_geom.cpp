@@ -4,10 +4,10 @@
 #include <cmath>
 #include <vector>
 
-#include "app/proc.h"
+#include "base/proc.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 
 namespace zorv {
 

@@ -1,6 +1,6 @@
 // The fixed keys of the Information sheet and the data type words.
 #include "workbook/data_workbook.h"
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 
 namespace zorv {
 

@@ -6,15 +6,15 @@
 #include <unordered_map>
 #include <vector>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/regional.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/regional.h"
+#include "base/report.h"
 #include "app/settings.h"
 #include "app/strings.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 
 namespace zorv {
 

@@ -4,12 +4,12 @@
 #include <cmath>
 #include <filesystem>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/regional.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/regional.h"
+#include "base/report.h"
 #include "workbook/data_workbook.h"
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 
 namespace zorv {
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "app/strings.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 
 namespace zorv {
 

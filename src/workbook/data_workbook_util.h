@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "app/text.h"
-#include "numerics/datam.h"
-#include "numerics/value.h"
+#include "base/text.h"
+#include "base/datam.h"
+#include "base/value.h"
 
 namespace zorv::dwb {
 

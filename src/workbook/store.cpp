@@ -6,7 +6,7 @@
 #include <fstream>
 #include <mutex>
 
-#include "workbook/xlsx_internal.h"
+#include "xlsx_internal.h"
 
 namespace zorv {
 

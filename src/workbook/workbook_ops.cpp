@@ -5,12 +5,12 @@
 #include <filesystem>
 #include <mutex>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/regional.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/regional.h"
+#include "base/report.h"
 #include "app/shutdown.h"
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 
 namespace zorv {
 

@@ -1,7 +1,7 @@
 // Sheet and workbook naming rules.
 #include <string>
 
-#include "workbook/data_workbook_util.h"
+#include "data_workbook_util.h"
 #include "workbook/workbook_ops.h"
 
 namespace zorv {

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "workbook/xlsx_internal.h"
+#include "xlsx_internal.h"
 
 namespace zorv {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "workbook/xlsx_internal.h"
+#include "xlsx_internal.h"
 
 namespace zorv::xlsx {
 

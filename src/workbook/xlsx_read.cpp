@@ -12,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-#include "workbook/xlsx_internal.h"
+#include "xlsx_internal.h"
 
 namespace zorv {
 

@@ -11,8 +11,8 @@
 #include <set>
 #include <unordered_map>
 
-#include "app/identity.h"
-#include "workbook/xlsx_internal.h"
+#include "base/identity.h"
+#include "xlsx_internal.h"
 
 namespace zorv {
 

@@ -2,8 +2,8 @@
 // 15-digit decimal text, half away from zero.
 #include <gtest/gtest.h>
 
-#include "app/format.h"
-#include "app/regional.h"
+#include "base/format.h"
+#include "base/regional.h"
 
 using namespace zorv;
 

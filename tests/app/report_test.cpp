@@ -4,9 +4,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "app/identity.h"
-#include "app/proc.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/proc.h"
+#include "base/report.h"
 #include "common/capture_reporter.h"
 
 using namespace zorv;

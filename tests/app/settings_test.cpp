@@ -9,12 +9,12 @@
 #include <fstream>
 #include <sstream>
 
-#include "app/format.h"
+#include "base/format.h"
 #include "common/comma_locale.h"
-#include "app/identity.h"
+#include "base/identity.h"
 #include "app/mru.h"
 #include "app/preferences.h"
-#include "app/regional.h"
+#include "base/regional.h"
 #include "app/settings.h"
 
 using namespace zorv;

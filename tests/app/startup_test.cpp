@@ -8,8 +8,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "app/identity.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/report.h"
 #include "app/settings.h"
 #include "app/shutdown.h"
 #include "app/startup.h"

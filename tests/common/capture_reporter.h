@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 
 namespace zorv::testing {
 

@@ -10,7 +10,6 @@ using zorv::testing::ScopedCapture;
 using zorv::testing::MakeLot;
 
 namespace {
-constexpr double kPi = 3.14159265358979323846;
 cSite* site(cLot& lot, int w, int f, int s) { return lot.Wafers().At(w)->Fields().At(f)->sites().Item(s); }
 cPoint* point(cLot& lot, int w, int f, int s) { return site(lot, w, f, s)->Points().Item(1); }
 }  // namespace

@@ -4,6 +4,7 @@
 #include <numbers>
 #include <vector>
 
+#include "base/marks.h"
 #include "numerics/aberration.h"
 #include "numerics/equation.h"
 
@@ -11,7 +12,6 @@ using namespace zorv;
 
 namespace {
 
-constexpr double kPi = std::numbers::pi;
 using B = AberrationBasis;
 
 Datam vec(const std::vector<double>& v) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 

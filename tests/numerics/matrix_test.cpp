@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"

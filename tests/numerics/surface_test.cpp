@@ -3,7 +3,7 @@
 #include <cmath>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "common/capture_reporter.h"
 #include "numerics/equation.h"
 #include "numerics/surface.h"

@@ -2,8 +2,8 @@
 
 #include "common/comma_locale.h"
 
-#include "numerics/datam.h"
-#include "numerics/value.h"
+#include "base/datam.h"
+#include "base/value.h"
 
 using namespace zorv;
 

@@ -16,8 +16,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "app/identity.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/report.h"
 #include "app/shutdown.h"
 #include "ui/app_startup.h"
 #include "ui/forms.h"

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
 #include "workbook/store.h"

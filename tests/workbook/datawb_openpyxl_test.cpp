@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string>
 
-#include "app/report.h"
+#include "base/report.h"
 #include "common/capture_reporter.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "app/identity.h"
-#include "app/report.h"
+#include "base/identity.h"
+#include "base/report.h"
 #include "app/strings.h"
 #include "common/capture_reporter.h"
 #include "lot/lot.h"

@@ -1,0 +1,51 @@
+// The desktop program's reporter: boxes as QMessageBox, the status text in
+// the first panel of the active window's status bar, progress in its
+// progress bar, the busy cursor, Esc through an application event filter.
+#pragma once
+
+#include <QObject>
+#include <functional>
+#include <string>
+
+#include "base/report.h"
+
+class QWidget;
+
+namespace zorv::ui {
+
+class GuiReporter : public QObject, public Reporter {
+    Q_OBJECT
+public:
+    explicit GuiReporter(QObject* parent = nullptr);
+    ~GuiReporter() override;
+
+    // Installs this reporter and the Esc filter on the application.
+    void install();
+    void uninstall();
+
+    int showBox(const std::string& message, int flags, const std::string& title) override;
+    void status(const std::string& text) override;
+    std::string currentStatus() const override;
+    void progress(int percent) override;
+    void busy(bool on) override;
+    void beep() override;
+    void openUrl(const std::string& url) override;
+
+    // Box buttons and answers: flags & 7 pick the buttons, flags & 0x70 the
+    // icon, 256/512 the default button.
+    static int answerOf(int standardButton);
+
+    // Beeps count here too (tests of CheckEscKey).
+    int beeps() const { return beeps_; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    QWidget* targetWindow() const;
+    std::string last_;
+    int beeps_ = 0;
+    bool installed_ = false;
+};
+
+}  // namespace zorv::ui
