@@ -204,13 +204,24 @@ std::string ChkText(float chk) {
     return buf;
 }
 
-// Proc's exit block lives here, beside MsgBox.
-std::string Failure::message() const { return tag + "\r\n" + text + " chk: " + ChkText(chk); }
+// The exit block of a procedure lives here, beside MsgBox.
+std::string Failure::message() const { return tag + "\r\n" + text + std::string(chkLabel) + ChkText(chk); }
 
-Failure Proc::failure() const {
+int Failure::boxFlags() const { return runtime ? vbCritical : vbInformation; }
+
+void Report(const Failure& f) {
+    if (f.runtime)
+        MsgBox(f.message(), vbCritical, VersionLine());
+    else
+        MsgBox(f.message(), vbInformation, std::string(kProductName) + " chk: " + ChkText(f.chk));
+}
+
+Failure Proc::failure() {
+    done_ = true;
     Failure f;
     f.tag = tag_;
     f.chk = chk;
+    f.chkLabel = chkLabel_;
     if (err_) {
         f.text = *err_;
         f.runtime = true;
@@ -220,14 +231,22 @@ Failure Proc::failure() const {
     return f;
 }
 
-void Proc::finish() {
+void Proc::report() {
     if (done_) return;
     done_ = true;
-    if (!msg.empty())
-        MsgBox(tag_ + "\r\n" + msg + " chk: " + ChkText(chk), vbInformation,
-               std::string(kProductName) + " chk: " + ChkText(chk));
-    if (err_)
-        MsgBox(tag_ + "\r\n" + *err_ + " chk: " + ChkText(chk), vbCritical, VersionLine());
+    Failure f;
+    f.tag = tag_;
+    f.chk = chk;
+    f.chkLabel = chkLabel_;
+    if (!msg.empty()) {
+        f.text = msg;
+        Report(f);
+    }
+    if (err_) {
+        f.text = *err_;
+        f.runtime = true;
+        Report(f);
+    }
 }
 
 }  // namespace zorv

@@ -32,9 +32,6 @@ struct WorkbookImpl;
 struct SheetSource;
 
 using WorkbookPtr = std::shared_ptr<Workbook>;
-// Success or the failure that took its place.
-using Status = Result<std::monostate>;
-inline Status StatusOk() { return Status(std::monostate{}); }
 
 // Excel's sheet limits.
 constexpr int kMaxRows = 1048576;
