@@ -47,6 +47,7 @@ int CloseToolLibrary() {
         p.chk = 3;
         if (h.close) h.close();
     });
+    p.report();
     return answer;
 }
 
@@ -104,6 +105,7 @@ int CloseExcel() {
             ret = -1;
         }
     });
+    p.report();
     return ret;
 }
 

@@ -114,8 +114,7 @@ void AddStartupObjectBuilder(std::function<void()> build) { builders().push_back
 void ClearStartupObjectBuilders() { builders().clear(); }
 
 StartupResult ZorvStartup(StartupHost& host) {
-    Proc p("ZorvStartup: ");
-    p.quiet();  // start-up reports with the product name as title
+    Proc p("ZorvStartup: ");  // reported below, with the product name as title
     StartupResult res;
     bool splashUp = false;
     try {
@@ -171,7 +170,7 @@ StartupResult ZorvStartup(StartupHost& host) {
         }
     }
     const Failure f = p.failure();
-    if (!f.text.empty()) MsgBox(f.message(), f.runtime ? vbCritical : vbInformation, ProductName());
+    if (!f.text.empty()) MsgBox(f.message(), f.boxFlags(), ProductName());
     SetStatusText("");
     return res;
 }

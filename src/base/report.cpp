@@ -1,5 +1,7 @@
 #include "base/report.h"
 
+#include <algorithm>
+
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -58,8 +60,9 @@ std::string urlEncode(const std::string& s) {
     return out;
 }
 
-// Utility(GetSystemInfo): a short description of the machine for the mail body.
-std::string systemInfo() {
+}  // namespace
+
+std::string GetSystemInfo() {
     struct utsname u {};
     std::string s = VersionLine();
     if (uname(&u) == 0) {
@@ -73,7 +76,6 @@ std::string systemInfo() {
     return s;
 }
 
-}  // namespace
 
 int StreamReporter::showBox(const std::string& message, int flags, const std::string& title) {
     (void)flags;
@@ -149,7 +151,7 @@ int MsgBox(const std::string& message, int flags, const std::string& title) {
                 // Every part is appended as "&name=" after an empty query head.
                 r.openUrl(std::string("mailto:support@") + "palvex.example" + "?" + "&CC=" + "&BCC=" +
                           "&Subject=" + urlEncode(VersionLine()) + "&Body=" +
-                          urlEncode(message + "\r\n\r\n" + systemInfo()));
+                          urlEncode(message + "\r\n\r\n" + GetSystemInfo()));
             }
             return answer;
         }
@@ -181,6 +183,8 @@ void ShowProgress(int percent) {
     CurrentReporter().progress(percent);
 }
 
+void ProgressBar(int percent) { ShowProgress(std::clamp(percent, 0, 100)); }
+
 bool CheckEscKey() {
     if (!st().esc.exchange(false)) return false;
     Reporter& r = CurrentReporter();
@@ -190,13 +194,16 @@ bool CheckEscKey() {
 
 void SetEscPressed(bool pressed) { st().esc = pressed; }
 
-BusyPointer::BusyPointer() {
-    if (st().busyDepth++ == 0) CurrentReporter().busy(true);
+void SetMouse(bool busy) {
+    if (busy) {
+        if (st().busyDepth++ == 0) CurrentReporter().busy(true);
+    } else if (st().busyDepth > 0 && --st().busyDepth == 0) {
+        CurrentReporter().busy(false);
+    }
 }
 
-BusyPointer::~BusyPointer() {
-    if (--st().busyDepth == 0) CurrentReporter().busy(false);
-}
+BusyPointer::BusyPointer() { SetMouse(true); }
+BusyPointer::~BusyPointer() { SetMouse(false); }
 
 std::string ChkText(float chk) {
     char buf[32];

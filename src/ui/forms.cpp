@@ -224,10 +224,10 @@ void ZorvForm::restorePlace() {
 void ZorvForm::setupRecentFiles(const QString& section, int size) {
     mruSection_ = section;
     mruSize_ = size;
-    refreshRecentFiles();
+    MRU_UpdateFromRegistry();
 }
 
-void ZorvForm::refreshRecentFiles() {
+void ZorvForm::MRU_UpdateFromRegistry() {
     for (QAction* a : mruActions_) {
         mnuFile_->removeAction(a);
         a->deleteLater();
@@ -256,7 +256,7 @@ void ZorvForm::refreshRecentFiles() {
 void ZorvForm::registerRecentFile(const QString& path) {
     if (mruSection_.isEmpty()) return;
     MRU_RegisterFile(S(mruSection_), S(path), mruSize_);
-    refreshRecentFiles();
+    MRU_UpdateFromRegistry();
 }
 
 }  // namespace zorv::ui

@@ -77,12 +77,16 @@ void AppendLogLine(const std::string& line);
 void SetStatusText(const std::string& text, bool append = false);
 std::string StatusText();
 void ShowProgress(int percent);
+// Utility(ProgressBar): the progress display, held between 0 and 100.
+void ProgressBar(int percent);
 
 // Utility.CheckEscKey: True once after Esc was pressed (the GUI sets the flag);
 // beeps three times when it answers True.
 bool CheckEscKey();
 void SetEscPressed(bool pressed = true);
 
+// Utility(SetMouse): the busy pointer on (nests) or back to what it was.
+void SetMouse(bool busy);
 // Busy pointer for the life of the object; nests.
 class BusyPointer {
 public:
@@ -91,6 +95,10 @@ public:
     BusyPointer(const BusyPointer&) = delete;
     BusyPointer& operator=(const BusyPointer&) = delete;
 };
+
+// Utility(GetSystemInfo): a short description of the program and machine,
+// for the mail body of an error report.
+std::string GetSystemInfo();
 
 // Text of a checkpoint as the original writes a single: "3", "2.5".
 std::string ChkText(float chk);

@@ -71,7 +71,8 @@ public:
 
     // Recent files in the File menu, above Exit, from MRU section `section`.
     void setupRecentFiles(const QString& section, int size);
-    void refreshRecentFiles();
+    // Utility(MRU_UpdateFromRegistry): rebuilds the entries from the settings.
+    void MRU_UpdateFromRegistry();
     void registerRecentFile(const QString& path);
     int recentFilesSize() const { return mruSize_; }
     const std::vector<QAction*>& recentFileActions() const { return mruActions_; }

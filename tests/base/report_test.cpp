@@ -25,6 +25,7 @@ TEST(Report, ProcExitBlockComposesTagMessageAndCheckpoint) {
         Proc p("cLot(ModelFit): ");
         p.chk = 2.5f;
         p.msg = "No data.";
+        p.report();
     }
     ASSERT_EQ(c.boxes.size(), 1u);
     EXPECT_EQ(c.boxes[0], "cLot(ModelFit): \r\nNo data. chk: 2.5");
@@ -33,6 +34,7 @@ TEST(Report, ProcExitBlockComposesTagMessageAndCheckpoint) {
         Proc p("Import(SaveData):  ");
         p.chk = 3;
         Guarded(p, [] { throw std::runtime_error("Disk full"); });
+        p.report();
     }
     ASSERT_EQ(c.boxes.size(), 2u);
     // Run-time errors offer the e-mail: flags 20 and the question appended.
