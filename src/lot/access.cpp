@@ -10,8 +10,8 @@
 
 #include "base/proc.h"
 #include "base/report.h"
-#include "lot/geom.h"
 #include "lot/lot.h"
+#include "tree_helpers.h"
 
 namespace zorv {
 
@@ -46,6 +46,24 @@ inline void ensureRow(Datam& d, int r) {
     if (r > d.rowUb()) d.redimPreserve(std::max(r, 2 * d.rowUb() + 16), d.colUb());
 }
 
+// The wafer and field keys of the rows, made once per wafer and field rather
+// than once per point.
+struct LevelKeys {
+    const cWafer* w = nullptr;
+    const cField* f = nullptr;
+    Value wafer, field;
+    void follow(const cWafer& nw, const cField& nf) {
+        if (&nw != w) {
+            w = &nw;
+            wafer = Value(nw.KeyName);
+        }
+        if (&nf != f) {
+            f = &nf;
+            field = Value(nf.NumberKey);
+        }
+    }
+};
+
 Area readArea(const Datam* area, double scale) {
     Area a;
     if (!area || !area->isArray() || area->dims() != 2) return a;
@@ -69,6 +87,7 @@ Datam cLot::GetData(bool byField, bool byWaferSites, bool withExposure) {
     const long n = TotalPoints();
     if (n < 1) {
         p.msg = "No data points in lot.";
+        p.report();
         return Datam();
     }
     p.chk = 1;
@@ -123,6 +142,7 @@ Datam cLot::GetData(bool byField, bool byWaferSites, bool withExposure) {
         }
         (void)w;
     };
+    // By hand, not forEachLive: each wafer picks its road (SitesWafer or fields).
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         const Value wkey(w->KeyName);
@@ -154,6 +174,7 @@ Datam cLot::GetDataFull(const Datam* area, bool absolute) {
     const long n = TotalPoints();
     if (n < 1) {
         p.msg = "No data points in lot.";
+        p.report();
         return Datam();
     }
     Datam d(static_cast<int>(2 * n), 17, 0, 0);
@@ -172,45 +193,35 @@ Datam cLot::GetDataFull(const Datam* area, bool absolute) {
     const Area a = readArea(area, 1.0);
     const int dt = PLotDataType % 3;
     int r = 0;
-    for (cWafer* w : wafers_) {
-        if (w->cull()) continue;
-        const Value wkey(w->KeyName);
-        for (cField* f : w->Fields()) {
-            if (f->cull()) continue;
-            const Value fkey(f->NumberKey);
-            for (cSite* s : f->sites()) {
-                if (s->cull()) continue;
-                if (!a.inside(s->LocationXabs + wcenx, s->LocationYabs + wceny)) continue;
-                for (cPoint* pt : s->Points()) {
-                    if (pt->cull()) continue;
-                    ++r;
-                    ensureRow(d, r);
-                    d(r, 1) = wkey;
-                    d(r, 2) = fkey;
-                    d(r, 3) = Value(int32_t(s->NumberKey()));
-                    d(r, 4) = mm(s->LocationX);
-                    d(r, 5) = mm(s->LocationY);
-                    if (absolute) {
-                        d(r, 6) = mm(s->LocationXabs);
-                        d(r, 7) = mm(s->LocationYabs);
-                    } else {
-                        d(r, 6) = Value(double(f->DieX));
-                        d(r, 7) = Value(double(f->DieY));
-                    }
-                    d(r, 8) = disp(*pt->FeatureSlot(1, dt));
-                    d(r, 9) = disp(*pt->FeatureSlot(2, dt));
-                    d(r, 10) = disp(*pt->FeatureSlot(3, dt));
-                    d(r, 11) = Value(double(f->Focus));
-                    d(r, 12) = Value(double(f->Dose));
-                    d(r, 13) = Value(double(f->NA));
-                    d(r, 14) = Value(double(f->PCinner));
-                    d(r, 15) = Value(double(f->PCouter));
-                    d(r, 16) = Value(int32_t(f->Direction));
-                    d(r, 17) = Value(int32_t(s->Family()));
-                }
-            }
+    LevelKeys keys;
+    forEachLive([&](const cWafer& w, const cField& f, const cSite& s, const cPoint& pt) {
+        if (!a.inside(s.LocationXabs + wcenx, s.LocationYabs + wceny)) return;
+        keys.follow(w, f);
+        ++r;
+        ensureRow(d, r);
+        d(r, 1) = keys.wafer;
+        d(r, 2) = keys.field;
+        d(r, 3) = Value(int32_t(s.NumberKey()));
+        d(r, 4) = mm(s.LocationX);
+        d(r, 5) = mm(s.LocationY);
+        if (absolute) {
+            d(r, 6) = mm(s.LocationXabs);
+            d(r, 7) = mm(s.LocationYabs);
+        } else {
+            d(r, 6) = Value(double(f.DieX));
+            d(r, 7) = Value(double(f.DieY));
         }
-    }
+        d(r, 8) = disp(*pt.FeatureSlot(1, dt));
+        d(r, 9) = disp(*pt.FeatureSlot(2, dt));
+        d(r, 10) = disp(*pt.FeatureSlot(3, dt));
+        d(r, 11) = Value(double(f.Focus));
+        d(r, 12) = Value(double(f.Dose));
+        d(r, 13) = Value(double(f.NA));
+        d(r, 14) = Value(double(f.PCinner));
+        d(r, 15) = Value(double(f.PCouter));
+        d(r, 16) = Value(int32_t(f.Direction));
+        d(r, 17) = Value(int32_t(s.Family()));
+    });
     d.redimPreserve(r, 17);
     return d;
 }
@@ -223,6 +234,7 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
     const long n = TotalPoints();
     if (n < 1) {
         p.msg = "No data points in lot.";
+        p.report();
         return Datam();
     }
     if (wcenx == 0 && wceny == 0) {
@@ -281,46 +293,36 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
     Value* cells = d.data();
     int r = 0;
     const int cap = static_cast<int>(n);
-    for (cWafer* w : wafers_) {
-        if (w->cull()) continue;
-        const Value wkey(w->KeyName);
-        for (cField* f : w->Fields()) {
-            if (f->cull()) continue;
-            const Value fkey(f->NumberKey);
-            for (cSite* s : f->sites()) {
-                if (s->cull()) continue;
-                if (a.on && !a.inside(s->LocationXabs + wcenx, s->LocationYabs + wceny)) continue;
-                for (cPoint* pt : s->Points()) {
-                    if (pt->cull()) continue;
-                    ++r;
-                    if (r > d.rowUb()) {
-                        ensureRow(d, r);
-                        cells = d.data();
-                    }
-                    Value* row = cells + static_cast<size_t>(r) * stride;
-                    row[1] = wkey;
-                    row[2] = fkey;
-                    row[3] = Value(int32_t(s->NumberKey()));
-                    switch (lf) {
-                        case 0: row[4] = mm(s->LocationX); row[5] = mm(s->LocationY); break;
-                        case 1: row[4] = mm(s->LocationR); row[5] = Value(double(s->LocationTheta)); break;
-                        case 2: row[4] = mm(s->LocationXabs); row[5] = mm(s->LocationYabs); break;
-                        default: row[4] = mm(s->LocationRabs); row[5] = Value(double(s->LocationThetaAbs)); break;
-                    }
-                    for (int k = 1; k <= nFeat; ++k) row[5 + k] = disp(*pt->FeatureSlot(k, dt));
-                    row[famCol] = Value(int32_t(s->Family()));
-                    if (withExposure) {
-                        row[expCol] = Value(double(f->Focus));
-                        row[expCol + 1] = Value(double(f->Dose));
-                        row[expCol + 2] = Value(double(f->NA));
-                        row[expCol + 3] = Value(double(f->PCinner));
-                        row[expCol + 4] = Value(double(f->PCouter));
-                    }
-                    if (withSerial) row[serialCol] = Value(s->SerialNumber());
-                }
-            }
+    LevelKeys keys;
+    forEachLive([&](const cWafer& w, const cField& f, const cSite& s, const cPoint& pt) {
+        if (a.on && !a.inside(s.LocationXabs + wcenx, s.LocationYabs + wceny)) return;
+        keys.follow(w, f);
+        ++r;
+        if (r > d.rowUb()) {
+            ensureRow(d, r);
+            cells = d.data();
         }
-    }
+        Value* row = cells + static_cast<size_t>(r) * stride;
+        row[1] = keys.wafer;
+        row[2] = keys.field;
+        row[3] = Value(int32_t(s.NumberKey()));
+        switch (lf) {
+            case 0: row[4] = mm(s.LocationX); row[5] = mm(s.LocationY); break;
+            case 1: row[4] = mm(s.LocationR); row[5] = Value(double(s.LocationTheta)); break;
+            case 2: row[4] = mm(s.LocationXabs); row[5] = mm(s.LocationYabs); break;
+            default: row[4] = mm(s.LocationRabs); row[5] = Value(double(s.LocationThetaAbs)); break;
+        }
+        for (int k = 1; k <= nFeat; ++k) row[5 + k] = disp(*pt.FeatureSlot(k, dt));
+        row[famCol] = Value(int32_t(s.Family()));
+        if (withExposure) {
+            row[expCol] = Value(double(f.Focus));
+            row[expCol + 1] = Value(double(f.Dose));
+            row[expCol + 2] = Value(double(f.NA));
+            row[expCol + 3] = Value(double(f.PCinner));
+            row[expCol + 4] = Value(double(f.PCouter));
+        }
+        if (withSerial) row[serialCol] = Value(s.SerialNumber());
+    });
     if (r != cap) d.redimPreserve(r, last);
     return d;
 }
@@ -328,7 +330,6 @@ Datam cLot::GetDataMatrix(int locationForm, bool withExposure, bool withSerial, 
 // ---------------------------------------------------------------- GetPlotFeatureData
 
 Datam cLot::GetPlotFeatureData(long& count, std::string& name) {
-    Proc p("cLot(GetPlotFeatureData): ");
     const bool vec = plotFeature_ == 0;
     const int cols = vec ? 3 : 1;
     name = PlotFeatureName.empty() ? GetPlotFeatureName(plotFeature_) : PlotFeatureName;
@@ -361,7 +362,6 @@ Datam cLot::GetPlotFeatureData(long& count, std::string& name) {
 // ---------------------------------------------------------------- GetUniqueExposures
 
 Datam cLot::GetUniqueExposures(long& count, Datam& focusTable) const {
-    Proc p("cLot(GetUniqueExposures): ");
     int nf = 0;
     for (cWafer* w : wafers_) nf += w->Fields().Count();
     Datam ex(std::max(nf, 1), 4, 0, 0);
@@ -373,6 +373,7 @@ Datam cLot::GetUniqueExposures(long& count, Datam& focusTable) const {
     focusTable(0, 1) = Value("Focus");
     std::vector<std::array<double, 4>> rows;
     std::vector<double> foci;
+    // By hand, not forEachLive: a field is one row however many points it holds.
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         for (cField* f : w->Fields()) {
@@ -400,7 +401,6 @@ Datam cLot::GetUniqueExposures(long& count, Datam& focusTable) const {
 // ---------------------------------------------------------------- GetCenterSite
 
 long cLot::GetCenterSite(Datam& centerColumn, Datam& centerRow, bool onCentreLines, float& maxX, float& maxY) const {
-    Proc p("cLot(GetCenterSite): ");
     struct Row {
         long key;
         float x, y;
@@ -410,6 +410,7 @@ long cLot::GetCenterSite(Datam& centerColumn, Datam& centerRow, bool onCentreLin
     const cSite* centre = nullptr;
     maxX = DieSizeX;
     maxY = DieSizeY;
+    // Both walks by hand, not forEachLive: they visit sites, not points.
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         for (cField* f : w->Fields()) {
@@ -533,6 +534,7 @@ Datam cLot::GetFEMmatrix(int feature, double& maxValue, double& minValue, double
     }
     if (rows.empty()) {
         p.msg = "No fields with data for the focus exposure matrix.";
+        p.report();
         return Datam();
     }
     p.chk = 5;
@@ -543,6 +545,7 @@ Datam cLot::GetFEMmatrix(int feature, double& maxValue, double& minValue, double
     const long nc = std::lround((dmax - dmin) / ds) + 1;
     if (nr < 1 || nc < 1 || nr * nc > 4000000) {
         p.msg = "Focus and dose steps give a surface of " + std::to_string(nr) + " by " + std::to_string(nc) + ".";
+        p.report();
         return Datam();
     }
     Datam surf(static_cast<int>(nr), static_cast<int>(nc), 0, 0);
@@ -569,6 +572,7 @@ Datam cLot::GetFieldSurface(const cField* field) {
     Proc p("cLot(GetFieldSurface): ");
     if (!field) {
         p.msg = "Field object is empty";
+        p.report();
         return Datam();
     }
     std::map<double, int> xs, ys;
@@ -579,6 +583,7 @@ Datam cLot::GetFieldSurface(const cField* field) {
     }
     if (xs.empty()) {
         p.msg = "No sites in field " + field->NumberKey + ".";
+        p.report();
         return Datam();
     }
     int i = 0;

@@ -2,7 +2,9 @@
 
 #include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <initializer_list>
+#include <limits>
 
 #include "base/proc.h"
 #include "base/value.h"
@@ -78,13 +80,16 @@ struct WordRow {
 
 }  // namespace
 
-long ParseUnitCode(std::string_view text) {
+std::optional<long> UnitCodeOf(std::string_view text) {
     std::string_view t = trim(text);
-    if (t.empty()) return -1;
+    if (t.empty()) return std::nullopt;
+    // A number not above 15 is the code itself, as the Long code takes it:
+    // rounded to the nearest whole number, ties to even (2.7 is 3, 2.5 is 2),
+    // and a negative number is a (nameless) code too. One beyond the range of
+    // a code cannot be one, and is left to the word list like any text.
     double d;
-    if (ParseNumber(t, d)) {
-        if (d <= 15 && d >= 0) return static_cast<long>(std::floor(d));
-    }
+    if (ParseNumber(t, d) && d <= 15 && d >= std::numeric_limits<int32_t>::min())
+        return static_cast<long>(std::nearbyint(d));
     static const std::string microM = std::string(kMicroSign) + "M";
     static const WordRow rows[] = {
         {14, {"DEG/SEC", "DEGREES/SECOND", "/SEC", "O/SEC"}},
@@ -107,13 +112,16 @@ long ParseUnitCode(std::string_view text) {
     for (const WordRow& r : rows)
         for (const char* w : r.words)
             if (u == w) return r.code;
-    return -1;
+    return std::nullopt;
 }
+
+long ParseUnitCode(std::string_view text) { return UnitCodeOf(text).value_or(-1); }
 
 std::string ExtractUnitsOfMeasure(std::string_view text, std::string_view open, std::string_view close) {
     if (text.empty()) {
         Proc p("Import(ExtractUnitsOfMeasure): ");
         p.msg = "An input string was not provided.";
+        p.report();
         return {};
     }
     size_t a = text.find(open);

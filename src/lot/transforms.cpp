@@ -2,40 +2,25 @@
 // magnification, reticle scale, sub-field and collapsed field, and the
 // value operations that work site by site.
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <map>
 
 #include "base/marks.h"
 #include "base/proc.h"
 #include "base/report.h"
-#include "lot/geom.h"
 #include "lot/lot.h"
+#include "tree_helpers.h"
 
 namespace zorv {
 
 namespace {
-
 
 inline void rotate(float& x, float& y, double c, double s) {
     const double nx = x * c - y * s;
     const double ny = x * s + y * c;
     x = static_cast<float>(nx);
     y = static_cast<float>(ny);
-}
-
-template <class F>
-void walkAll(const Wafers& wafers, bool skipCulled, F&& fn) {
-    for (cWafer* w : wafers) {
-        if (skipCulled && w->cull()) continue;
-        for (cField* f : w->Fields()) {
-            if (skipCulled && f->cull()) continue;
-            for (cSite* s : f->sites()) {
-                if (skipCulled && s->cull()) continue;
-                for (cPoint* p : s->Points())
-                    if (!skipCulled || !p->cull()) fn(*w, *f, *s, *p);
-            }
-        }
-    }
 }
 
 // The nine raw/fitted/residual triples of a point, feature by feature.
@@ -49,6 +34,7 @@ std::shared_ptr<cLot> cLot::clone(bool keepCulled, bool treeless, std::string_vi
     Proc p("cLot(clone): ");
     if (wafers_.Count() == 0) {
         p.msg = "No wafers in lot.";
+        p.report();
         return nullptr;
     }
     p.chk = 1;
@@ -57,6 +43,7 @@ std::shared_ptr<cLot> cLot::clone(bool keepCulled, bool treeless, std::string_vi
         n = TotalPoints(nullptr, true);
         if (n < 1) {
             p.msg = "Total points in lot to be clones are < 1.";
+            p.report();
             return nullptr;
         }
     }
@@ -76,7 +63,9 @@ std::shared_ptr<cLot> cLot::clone(bool keepCulled, bool treeless, std::string_vi
             const std::string key = w->KeyName.empty() ? w->WaferID : w->KeyName;
             cWafer* added = lot->wafers_.Add(std::move(c), key);
             if (!added) {
+                // KeyName is open to callers: two wafers may have been given one
                 p.msg = "Wafer " + key + " could not be added to the clone.";
+                p.report();
                 return nullptr;
             }
             added->WaferID = w->WaferID;
@@ -110,7 +99,6 @@ std::shared_ptr<cLot> cLot::clone(bool keepCulled, bool treeless, std::string_vi
 // ---------------------------------------------------------------- CalcWaferPositions
 
 void cLot::CalcWaferPositions() {
-    Proc p("cLot(CalcWaferPositions): ");
     const double hx = DieSizeX / 2.0, hy = DieSizeY / 2.0;
     const double gx = double(DieXarray) * DieSizeX + DieXoffset;
     const double gy = double(DieYarray) * DieSizeY + DieYoffset;
@@ -138,15 +126,11 @@ void cLot::CalcWaferPositions() {
 // ---------------------------------------------------------------- rotations
 
 std::shared_ptr<cLot> cLot::RotateLot(bool doFields, bool doSites, double fieldAngle, double siteAngle) {
-    Proc p("cLot(RotateLot): ");
     if (fieldAngle == 0) doFields = false;
     if (siteAngle == 0) doSites = false;
     if (!doFields && !doSites) return self();
     auto lot = clone(true);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone told the user
     const double fc = std::cos(fieldAngle), fs = std::sin(fieldAngle);
     const double sc = std::cos(siteAngle), ss = std::sin(siteAngle);
     for (cWafer* w : lot->wafers_) {
@@ -167,7 +151,6 @@ std::shared_ptr<cLot> cLot::RotateLot(bool doFields, bool doSites, double fieldA
 }
 
 void cLot::RotateSites(double angleDegrees) {
-    Proc p("cLot(RotateSites): ");
     const double delta = angleDegrees - CurrentRotation;
     CurrentRotation = static_cast<float>(angleDegrees);
     const float oldX = DieSizeX, oldY = DieSizeY;
@@ -213,12 +196,8 @@ void cLot::RotateSites(double angleDegrees) {
 // ---------------------------------------------------------------- mirror, magnify
 
 std::shared_ptr<cLot> cLot::MirrorFlip(bool fieldX, bool fieldY, bool siteX, bool siteY) {
-    Proc p("cLot(MirrorFlip): ");
     auto lot = clone(true);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone told the user
     for (cWafer* w : lot->wafers_) {
         for (cField* f : w->Fields()) {
             if (fieldX) { f->LocationX = -f->LocationX; f->DieX = -f->DieX; }
@@ -235,15 +214,11 @@ std::shared_ptr<cLot> cLot::MirrorFlip(bool fieldX, bool fieldY, bool siteX, boo
 
 std::shared_ptr<cLot> cLot::Magnify(bool doFields, bool doSites, double fieldFactor, double dieFactor,
                                     double valueTerm, double siteFactor) {
-    Proc p("cLot(Magnify): ");
     if (fieldFactor == 0) doFields = false;
     if (dieFactor + valueTerm == 0) doSites = false;
     if (!doFields && !doSites) return self();
     auto lot = clone(true);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone told the user
     if (doSites) {
         // The caller compares the two lots afterwards: the die geometry is
         // scaled on this lot, not on the clone.
@@ -276,12 +251,11 @@ std::shared_ptr<cLot> cLot::Magnify(bool doFields, bool doSites, double fieldFac
 }
 
 void cLot::ReticleScale() {
-    Proc p("cLot(ReticleScale): ");
     RotateSites(ReticleRotation);
     const double factor = double(ReticleRotation) + ReticleMagnification;
     const int dt = PLotDataType;
     const int feature = plotFeature_;
-    walkAll(wafers_, true, [&](cWafer&, cField&, cSite&, cPoint& pt) {
+    forEachLive([&](cWafer&, cField&, cSite&, cPoint& pt) {
         float v1 = kMissingValue, v2 = kMissingValue, v3 = kMissingValue;
         pt.GetPlotFeatureValue(v1, v2, v3, feature, dt);
         auto sc = [&](float v) { return v == kMissingValue ? v : static_cast<float>(v * factor); };
@@ -295,15 +269,14 @@ void cLot::ReticleScale() {
 
 std::shared_ptr<cLot> cLot::CollapseField(std::string_view name) {
     Proc p("cLot(CollapseField): ");
-    if (TotalPoints() < 1 && TotalPoints(nullptr, true) < 1) {
+    // Recount only a lot that has wafers, so that "No wafers in lot" is told once.
+    if (TotalPoints() < 1 && (wafers_.Count() == 0 || TotalPoints(nullptr, true) < 1)) {
         p.msg = "No data points in lot.";
+        p.report();
         return nullptr;
     }
     auto lot = clone(false, true);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    assert(lot && "a lot with points clones");
     lot->LotName = name.empty() ? LotName + "_CollapsedField" : std::string(name);
     // Sum and count per site key, for each feature and data kind.
     struct Acc {
@@ -313,7 +286,7 @@ std::shared_ptr<cLot> cLot::CollapseField(std::string_view name) {
     };
     std::map<long, Acc> acc;
     std::vector<long> order;
-    walkAll(wafers_, true, [&](cWafer&, cField&, cSite& s, cPoint& pt) {
+    forEachLive([&](cWafer&, cField&, cSite& s, cPoint& pt) {
         auto [it, isNew] = acc.try_emplace(s.NumberKey());
         if (isNew) {
             it->second.first = &s;
@@ -351,17 +324,10 @@ std::shared_ptr<cLot> cLot::CollapseField(std::string_view name) {
 }
 
 Datam cLot::CollapseSites(std::shared_ptr<cLot>* collapsed) {
-    Proc p("cLot(CollapseSites): ");
     auto work = clone(false);
-    if (!work) {
-        p.quiet();
-        return Datam();
-    }
+    if (!work) return Datam();  // clone told the user
     auto lot = work->CollapseField(LotName + "_CollapsedField");
-    if (!lot) {
-        p.quiet();
-        return Datam();
-    }
+    if (!lot) return Datam();  // CollapseField told the user
     const char* heads[] = {"Feature", "Mean", "Max", "Min", "Fit_Mean", "Fit_Max", "Fit_Min", "Res_Mean", "Res_Max", "Res_Min"};
     const int nFeat = LineWidthType ? 8 : 3;
     Datam d(nFeat, 10, 0, 0);
@@ -401,13 +367,9 @@ Datam cLot::CollapseSites(std::shared_ptr<cLot>* collapsed) {
 }
 
 std::shared_ptr<cLot> cLot::GetSubFieldLot(long centerSite, bool collapse, std::string_view name) {
-    Proc p("Lot(GetSubFieldLot): ");
     const std::string nm = name.empty() ? "SubField of " + LotName : std::string(name);
     auto lot = collapse ? CollapseField(nm) : clone(false, false, nm);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone or CollapseField told the user
     if (SubWidth <= 0 && SubHeight <= 0) return lot;
     long key = centerSite;
     if (key < 0) {
@@ -425,9 +387,14 @@ std::shared_ptr<cLot> cLot::GetSubFieldLot(long centerSite, bool collapse, std::
                 const bool outY = SubHeight > 0 && std::fabs(s->LocationY - cy) > SubHeight / 2.0 + 0.09;
                 if (outX || outY) s->setCull(true);
             }
-    auto sub = lot->clone(false, false, nm);
-    if (!sub) p.msg = "No sites inside the sub-field.";
-    return sub;
+    if (lot->TotalPoints() < 1) {
+        // told here, rather than by clone's "Total points ..." on the empty rest
+        Proc p("Lot(GetSubFieldLot): ");
+        p.msg = "No sites inside the sub-field.";
+        p.report();
+        return nullptr;
+    }
+    return lot->clone(false, false, nm);
 }
 
 // ---------------------------------------------------------------- site-by-site value operations
@@ -474,29 +441,25 @@ std::shared_ptr<cLot> cLot::RemoveFieldValue(const cField* field, bool subField)
     }
     if (!ref || ref->TotalPoints() < 1) {
         p.msg = "No data points after average field calculation.";
+        p.report();
         return nullptr;
     }
     auto lot = clone(false);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone told the user
     applyField(*lot, *ref, -1.0, 1, 9, true);
     lot->SetModified();
     return lot;
 }
 
 std::shared_ptr<cLot> cLot::PutFieldValue(const cField* field) {
-    Proc p("cLot(PutFieldValue): ");
     if (!field) {
+        Proc p("cLot(PutFieldValue): ");
         p.msg = "Field object is empty";
+        p.report();
         return nullptr;
     }
     auto lot = clone(false);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone told the user
     applyField(*lot, *field, 1.0, 1, 9, true);
     lot->SetModified();
     return lot;
@@ -508,27 +471,23 @@ std::shared_ptr<cLot> removeReticle(cLot& self, const cLot* reticle, int lastFea
     Proc p(tag);
     if (!reticle) {
         p.msg = "Reticle Lot was not passed.";
+        p.report();
         return nullptr;
     }
     const cField* ref = firstField(*reticle);
     if (!ref) {
         p.msg = "Reticle Lot holds no field.";
+        p.report();
         return nullptr;
     }
     auto lot = self.clone(false);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
+    if (!lot) return nullptr;  // clone told the user
     applyField(*lot, *ref, -1.0, 1, lastFeature, false);
     if (lastFeature == 3)  // vector data: Z follows V and H
-        for (cWafer* w : lot->Wafers())
-            for (cField* f : w->Fields())
-                for (cSite* s : f->sites())
-                    for (cPoint* pt : s->Points()) {
-                        float a, b, c;
-                        pt->CalcVector(a, b, c, true);
-                    }
+        lot->forEachLive([](cWafer&, cField&, cSite&, cPoint& pt) {
+            float a, b, c;
+            pt.CalcVector(a, b, c, true);
+        });
     lot->SetModified();
     return lot;
 }
@@ -544,26 +503,19 @@ std::shared_ptr<cLot> cLot::RemoveReticleCD(const cLot* reticle) {
 }
 
 std::shared_ptr<cLot> cLot::GetResidsLot() {
-    Proc p("Clot[GetResidsLot]: ");
     auto lot = clone(false, false, LotName + "_Residuals");
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
-    walkAll(lot->wafers_, false, [](cWafer&, cField&, cSite&, cPoint& pt) { pt.FoldBack(2, true); });
+    if (!lot) return nullptr;  // clone told the user
+    // A clone without culled objects: the live walk meets every point.
+    lot->forEachLive([](cWafer&, cField&, cSite&, cPoint& pt) { pt.FoldBack(2, true); });
     lot->PLotDataType = 0;
     lot->SetModified();
     return lot;
 }
 
 std::shared_ptr<cLot> cLot::GetValueABClot() {
-    Proc p("cLot[GetValueABClot]: ");
     auto lot = clone(false, false, LotName + "_ABC");
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
-    walkAll(lot->wafers_, false, [](cWafer&, cField&, cSite&, cPoint& pt) {
+    if (!lot) return nullptr;  // clone told the user
+    lot->forEachLive([](cWafer&, cField&, cSite&, cPoint& pt) {
         for (int t = 0; t < 3; ++t) {
             *pt.FeatureSlot(1, t) = *pt.FeatureSlot(6, t);
             *pt.FeatureSlot(2, t) = *pt.FeatureSlot(7, t);
@@ -581,20 +533,19 @@ std::shared_ptr<cLot> cLot::GetValueABClot() {
 }
 
 std::shared_ptr<cLot> cLot::AddValue2Lot(double value, int feature, bool inPlace) {
-    Proc p("cLot(AddValue2Lot): ");
-    std::shared_ptr<cLot> lot = inPlace ? self() : clone(false);
-    if (!lot) {
-        p.quiet();
-        return nullptr;
-    }
     if (feature == ePlotFeatureLot) feature = plotFeature_;
     const int first = feature == 0 ? 1 : feature, last = feature == 0 ? 3 : feature;
     if (first < 1 || last > 9) {
+        // before the clone, so that the user is told this alone
+        Proc p("cLot(AddValue2Lot): ");
         p.msg = "Feature " + std::to_string(feature) + " cannot take a value.";
+        p.report();
         return nullptr;
     }
+    std::shared_ptr<cLot> lot = inPlace ? self() : clone(false);
+    if (!lot) return nullptr;  // clone told the user
     const double add = value * 1000.0;
-    walkAll(lot->wafers_, true, [&](cWafer&, cField&, cSite&, cPoint& pt) {
+    lot->forEachLive([&](cWafer&, cField&, cSite&, cPoint& pt) {
         for (int k = first; k <= last; ++k) {
             float* v = pt.FeatureSlot(k, 0);
             if (*v != kMissingValue) *v = static_cast<float>(*v + add);

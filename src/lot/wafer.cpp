@@ -1,70 +1,15 @@
 // Wafers, their fields and the wafer-wide site view.
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <unordered_map>
 
 #include "base/proc.h"
-#include "base/report.h"
 #include "base/text.h"
-#include "lot/geom.h"
 #include "lot/lot.h"
+#include "tree_helpers.h"
 
 namespace zorv {
-
-namespace {
-
-
-// "W", wafer number, "F", field number
-std::string FieldKeyText(long wafer, long field) {
-    std::string k(1, 'W');
-    k.append(std::to_string(wafer));
-    k.push_back('F');
-    k.append(std::to_string(field));
-    return k;
-}
-
-}  // namespace
-
-// ================================================================ Fields
-
-cField* Fields::Item(const Value& index) const {
-    const int n = list_.Count();
-    if (n == 0) return nullptr;
-    if (n == 1) return list_.at(1);
-    if (index.isEmpty() || (index.isString() && index.str().empty())) return list_.at(1);
-    if (index.isNumberType()) {
-        const double d = index.toDouble();
-        for (cField* f : list_)
-            if (f->Number == d) return f;
-        return nullptr;
-    }
-    const std::string t = index.isString() ? std::string(index.str()) : index.toString();
-    if (cField* f = list_.byKey(t); f && KeyEqual(MakeKey(f->NumberKey), MakeKey(t))) return f;
-    const Value k = MakeKey(t);
-    for (cField* f : list_)
-        if (KeyEqual(MakeKey(f->NumberKey), k)) return f;
-    return nullptr;
-}
-
-cField* Fields::Add(std::unique_ptr<cField> field, std::string_view key) {
-    if (!field) field = std::make_unique<cField>();
-    const int n = list_.Count();
-    std::string k(key);
-    if (k.empty()) {
-        const int num = field->Number == 0 ? n : field->Number;
-        k = FieldKeyText(owner_ ? owner_->Number() : 0, num);
-        if (list_.indexOf(k) > 0) k = FieldKeyText(owner_ ? owner_->Number() : 0, n + 1);
-    } else {
-        double d;
-        if (ParseNumber(k, d) && d <= n) k = std::to_string(n + 1);
-    }
-    field->NumberKey = k;
-    if (field->Number == 0) field->Number = n + 1;
-    field->setParentWafer(owner_);
-    cField* raw = field.get();
-    if (!list_.insert(std::move(field), MakeKey(k))) return nullptr;
-    return raw;
-}
 
 // ================================================================ SitesWafer
 
@@ -76,16 +21,12 @@ cSite* SitesWafer::Item(const Value& index) const {
 }
 
 cSite* SitesWafer::Add(Ref<cSite> site, std::string_view key) {
-    Proc p("SitesWafer(Add): ");
     if (!site) site = cSite::New();
     const int n = list_.Count();
     std::string k(key);
     if (k.empty()) k = site->NumberKey() == 0 ? std::to_string(n + 1) : std::to_string(site->NumberKey());
     Value kv = MakeKey(k);
-    if (list_.indexOf(kv) > 0) {
-        p.quiet();
-        return nullptr;
-    }
+    if (list_.indexOf(kv) > 0) return nullptr;  // taken: the caller repairs it, as cWafer::AddPoint does
     if (owner_ && !site->parent()) {
         if (owner_->Fields().Count() == 0) {
             bool isNew = false;
@@ -155,23 +96,34 @@ cField* cWafer::AddField(float dieX, float dieY, bool& isNew, bool checkExisting
     const int n = fields_.Count() + 1;
     f->Number = n;
     const std::string key = "W" + KeyName + "F" + std::to_string(n);
+    cField* raw = fields_.Add(std::move(f), key);
+    if (!raw) {
+        // count + 1 can be taken after a Remove or an AddFieldObj
+        Proc p("cWafer(AddField): ");
+        p.trapStyle();
+        p.msg = "Field key " + key + " could not be added.";
+        p.report();
+        return nullptr;
+    }
     if (lot_) {
         lot_->DieXmin = std::min(lot_->DieXmin, dieX);
         lot_->DieXmax = std::max(lot_->DieXmax, dieX);
         lot_->DieYmin = std::min(lot_->DieYmin, dieY);
         lot_->DieYmax = std::max(lot_->DieYmax, dieY);
     }
-    cField* raw = fields_.Add(std::move(f), key);
-    if (raw) isNew = true;
+    isNew = true;
     return raw;
 }
 
 cField* cWafer::AddFieldObj(const cField* field, std::string_view key) {
     Proc p("cWafer(AddFieldObj): ");
+    p.trapStyle();
     if (!field) {
         p.msg = "Field object is empty";
+        p.report();
         return nullptr;
     }
+    p.chk = 1;
     const int n = fields_.Count();
     std::string k(key);
     if (k.empty() || fields_.list_.indexOf(k) > 0) k = "W" + KeyName + "F" + std::to_string(n + 1);
@@ -181,6 +133,7 @@ cField* cWafer::AddFieldObj(const cField* field, std::string_view key) {
     cField* raw = fields_.Add(std::move(c), k);
     if (!raw) {
         p.msg = "Field key " + k + " could not be added.";
+        p.report();
         return nullptr;
     }
     for (cSite* s : raw->sites()) {
@@ -193,7 +146,6 @@ cField* cWafer::AddFieldObj(const cField* field, std::string_view key) {
 }
 
 cPoint* cWafer::AddPoint(Ref<cSite>& site, std::unique_ptr<cPoint> point) {
-    Proc p("cWafer(AddPoint): ");
     if (!site) site = cSite::New();
     if (sitesWafer_.Count() > 0) {
         int num = 0;
@@ -206,7 +158,6 @@ cPoint* cWafer::AddPoint(Ref<cSite>& site, std::unique_ptr<cPoint> point) {
             }
         }
     }
-    p.chk = 2;
     const int n = sitesWafer_.Count();
     site->Number = n + 1;
     if (site->NumberKey() == 0) site->setNumberKey(n + 1);
@@ -219,10 +170,8 @@ cPoint* cWafer::AddPoint(Ref<cSite>& site, std::unique_ptr<cPoint> point) {
         site->setNumberKey(k);
         key = std::to_string(k);
     }
-    if (!sitesWafer_.Add(site, key)) {
-        p.msg = "Site key " + key + " could not be added.";
-        return nullptr;
-    }
+    [[maybe_unused]] cSite* added = sitesWafer_.Add(site, key);
+    assert(added && "the key was made free above");
     if (site->parent()) site->setParent(site->parent());
     if (!point) point = std::make_unique<cPoint>();
     std::string pk = point->NumberKey();

@@ -15,7 +15,7 @@ namespace {
 // One wafer, one single-point field per (focus, dose, V display value).
 std::shared_ptr<cLot> FemLot(std::initializer_list<std::array<double, 3>> fields) {
     auto lot = cLot::create();
-    lot->DataSource(2);
+    lot->DataSource(eDataSourceCDSEM);
     lot->ValueV_Name = "CD";
     bool isNew = false;
     cWafer* w = lot->AddWafer("W1", isNew);
@@ -122,7 +122,7 @@ TEST(Tables, GetDataColumnsValuesAndCulls) {
     lot->ForEAch([&](cWafer&, cField&, cSite&, cPoint&) { ++walked; });
     EXPECT_EQ(walked, 2);
 
-    lot->DataSource(2);
+    lot->DataSource(eDataSourceCDSEM);
     d = lot->GetData();
     EXPECT_EQ(d(0, 13).toString(), "Family");
     EXPECT_EQ(d(0, 8).toString(), "");  // Slope has no name here
@@ -155,7 +155,7 @@ TEST(Tables, GetDataMatrixColumnsAndLocations) {
     EXPECT_NEAR(m(1, 6).toDouble(), -999.9, 1e-4);  // no fit yet
 
     lot->PLotDataType = 0;
-    lot->DataSource(2);
+    lot->DataSource(eDataSourceCDSEM);
     m = lot->GetDataMatrix(2, true);
     EXPECT_EQ(m(0, 0).toString(), "Raw Data");
     EXPECT_EQ(m(0, 4).toString(), "Xabsolute (mm)");
@@ -262,7 +262,7 @@ TEST(Tables, FieldSurfaceGrid) {
 
 TEST(Tables, GetDataOnTheWaferSiteRoad) {
     auto lot = cLot::create();
-    lot->DataSource(6);  // wafer site data
+    lot->DataSource(eDataSourceWaferSite);
     lot->ValueV_Name = std::string("T");
     lot->DieSizeX = lot->DieSizeY = 10000;
     bool isNew;

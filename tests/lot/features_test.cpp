@@ -131,12 +131,12 @@ TEST(Features, NamesTypesAndSelection) {
     EXPECT_EQ(ft(2, 2).toString(), "X");
     EXPECT_EQ(ft(4, 0).toLong(), 9);
 
-    lot->DataSource(2);
+    lot->DataSource(eDataSourceCDSEM);
     EXPECT_TRUE(lot->LineWidthType);
     EXPECT_FALSE(lot->PlotWaferSites);
-    lot->DataSource(6);
+    lot->DataSource(eDataSourceWaferSite);
     EXPECT_TRUE(lot->PlotWaferSites);
-    lot->DataSource(4);
+    lot->DataSource(eDataSourceFocus);
     EXPECT_FALSE(lot->LineWidthType);
 
     lot->Notch = 3.14159f;
@@ -219,4 +219,79 @@ TEST(Features, VectorAngleAndFoldBack) {
     EXPECT_EQ(q.ValueV_fit, 0);
     EXPECT_EQ(q.ValueV_Res, 0);
     EXPECT_EQ(q.ValueH, -999.9f);  // a missing residual leaves the raw value
+}
+
+// A number not above 15 is the code as a Long takes it: rounded, ties to
+// even, negatives included; above 15 it is text like any other.
+TEST(Units, NumbersAreTakenAsCodesAsALongTakesThem) {
+    EXPECT_EQ(UnitCodeOf("2.7"), 3L);
+    EXPECT_EQ(UnitCodeOf("2.5"), 2L);  // ties to even
+    EXPECT_EQ(UnitCodeOf("3.5"), 4L);
+    EXPECT_EQ(UnitCodeOf("14.6"), 15L);
+    EXPECT_EQ(UnitCodeOf(" 7 "), 7L);
+    EXPECT_EQ(UnitCodeOf("-3"), -3L);
+    EXPECT_EQ(UnitCodeOf("-1"), -1L);  // a code, not "unknown"
+    EXPECT_EQ(UnitCodeOf("-0.4"), 0L);
+    EXPECT_EQ(UnitCodeOf("15.2"), std::nullopt);
+    EXPECT_EQ(UnitCodeOf("furlongs"), std::nullopt);
+    EXPECT_EQ(UnitCodeOf(""), std::nullopt);
+    EXPECT_EQ(UnitCodeOf("nm"), 2L);
+
+    auto lot = MakeLot(1, 1, 1, 1);
+    lot->PlotFeature(2);
+    long code = 0;
+    EXPECT_EQ(lot->PlotFeatureUnitsString("2.7", true, &code), "mm");
+    EXPECT_EQ(code, 3);
+    EXPECT_EQ(lot->ValueH_units, 3);
+    // a negative number is stored as it stands; it has no text
+    EXPECT_EQ(lot->PlotFeatureUnitsString("-3", true, &code), "");
+    EXPECT_EQ(code, -3);
+    EXPECT_EQ(lot->ValueH_units, -3);
+    EXPECT_EQ(lot->PlotFeatureUnitsString("-1", true, &code), "");
+    EXPECT_EQ(lot->ValueH_units, -1);
+    EXPECT_EQ(lot->PlotFeatureUnitsString("15.2", true, &code), "");  // unknown: the code stays
+    EXPECT_EQ(code, -1);
+    EXPECT_EQ(lot->ValueH_units, -1);
+}
+
+TEST(Features, DataSourceKindsAndWhatTheySet) {
+    // the workbook's numbering
+    EXPECT_EQ(eDataSourceRegistration, 0);
+    EXPECT_EQ(eDataSourceOverlay, 1);
+    EXPECT_EQ(eDataSourceCDSEM, 2);
+    EXPECT_EQ(eDataSourceScatterometry, 3);
+    EXPECT_EQ(eDataSourceFocus, 4);
+    EXPECT_EQ(eDataSourceThermal, 5);
+    EXPECT_EQ(eDataSourceWaferSite, 6);
+    EXPECT_EQ(eDataSourceResistivity, 7);
+    // one scalar per site for all but 0, 1 and 4; a wafer site map for 5, 6, 7
+    const bool scalar[] = {false, false, true, true, false, true, true, true};
+    const bool waferSites[] = {false, false, false, false, false, true, true, true};
+    for (long n = 0; n <= 7; ++n) {
+        auto lot = cLot::create();
+        lot->DataSource(n);  // a number, as the workbook holds it
+        EXPECT_EQ(lot->DataSource(), static_cast<eDataSource>(n));
+        EXPECT_EQ(lot->LineWidthType, scalar[n]) << n;
+        EXPECT_EQ(lot->PlotWaferSites, waferSites[n]) << n;
+    }
+    auto lot = cLot::create();
+    lot->DataSource(eDataSourceThermal);
+    lot->DataSource(eDataSourceFocus);
+    EXPECT_FALSE(lot->LineWidthType);
+    EXPECT_TRUE(lot->PlotWaferSites);  // once set, a wafer site map stays
+    const long asNumber = lot->DataSource();
+    EXPECT_EQ(asNumber, 4);
+}
+
+TEST(Features, FeatureTypesFindAFeatureHeldByALaterPointOnly) {
+    auto lot = MakeLot(1, 1, 1, 2);
+    lot->DataSource(eDataSourceCDSEM);
+    lot->ValueC_Name = "Height";
+    lot->Wafers().At(1)->Fields().At(1)->sites().Item(4)->Points().Item(1)->ValueC = 5;
+    Datam ft = lot->GetFeatureTypes();
+    ASSERT_EQ(ft.rowUb(), 3);  // V, H and C; no vector on scalar data
+    EXPECT_EQ(ft(3, 0).toLong(), 8);
+    EXPECT_EQ(ft(3, 2).toString(), "Height");
+    lot->Wafers().At(1)->Fields().At(1)->sites().Item(4)->setCull(true);
+    EXPECT_EQ(lot->GetFeatureTypes().rowUb(), 2);  // culled data holds no feature
 }

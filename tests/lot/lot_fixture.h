@@ -17,7 +17,7 @@ namespace zorv::testing {
 inline std::shared_ptr<cLot> MakeLot(int wafers, int nx, int ny, int n, float pitch = 1000) {
     auto lot = cLot::create();
     lot->LotName = std::string("T");
-    lot->DataSource(1);
+    lot->DataSource(eDataSourceOverlay);
     lot->ValueV_Name = std::string("X");
     lot->ValueH_Name = std::string("Y");
     lot->valueZ_Name = "Length";

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "lot/lot.h"
 #include "lot_fixture.h"
 
@@ -452,4 +455,60 @@ TEST(Keys, KeyFormsAgree) {
     f.sites().Remove(1);
     EXPECT_EQ(f.sites().Item("3"), nullptr);
     EXPECT_EQ(f.sites().Item("6")->NumberKey(), 6);
+}
+
+TEST(Lookup, PickingASiteWithNoPointUnderTheMouse) {
+    auto lot = MakeLot(1, 1, 1, 3);
+    lot->wcenx = 300;
+    lot->wceny = 300;
+    cField* f = lot->Wafers().At(1)->Fields().At(1);
+    cSite* s = f->sites().Item(6);  // wafer (11000, 15000), plus the centre: (11300, 15300)
+    Ref<cSite> ref(s);
+    f->AddPoint(ref, std::make_unique<cPoint>());
+    ASSERT_EQ(s->Points().Count(), 2);
+    cPoint* first = s->Points().Item(1);
+    cPoint* second = s->Points().Item(2);
+    // tips 50 and 10 to the right of the site; the letter is 20 wide
+    first->ValueH_Pixel = 50;
+    second->ValueH_Pixel = 10;
+    Datam hit = f->mFindPoint(11300, 15300, 20);
+    EXPECT_EQ(hit.at(2).toLong(), 6);
+    EXPECT_EQ(hit.at(3).toLong(), 2);  // the point whose tip is within reach
+    EXPECT_TRUE(hit.at(4).toBool());
+
+    // the site is hit, but no point of it is: the site is told, the point not
+    second->setCull(true);
+    Datam miss = f->mFindPoint(11300, 15300, 20);
+    EXPECT_EQ(miss.at(1).toString(), "WW1F1");
+    EXPECT_EQ(miss.at(2).toLong(), 6);
+    EXPECT_EQ(miss.at(3).toLong(), -1);
+    EXPECT_FALSE(miss.at(4).toBool());
+}
+
+TEST(Walk, ForEachLiveSkipsEveryCulledLevelAndStopsWhenAsked) {
+    auto lot = MakeLot(2, 2, 1, 2);  // 2 wafers x 2 fields x 4 sites, one point each
+    auto keys = [&] {
+        std::vector<std::string> seen;
+        lot->forEachLive([&](cWafer& w, cField& f, cSite& s, cPoint&) {
+            seen.push_back(w.KeyName + "/" + f.NumberKey + "/" + std::to_string(s.NumberKey()));
+        });
+        return seen;
+    };
+    EXPECT_EQ(keys().size(), 16u);
+    lot->Wafers().At(2)->setCull(true);                                   // 8 left
+    lot->Wafers().At(1)->Fields().At(2)->setCull(true);                   // 4 left
+    lot->Wafers().At(1)->Fields().At(1)->sites().Item(1)->setCull(true);  // 3 left
+    lot->Wafers().At(1)->Fields().At(1)->sites().Item(2)->Points().Item(1)->setCull(true);
+    EXPECT_EQ(keys(), (std::vector<std::string>{"W1/WW1F1/3", "W1/WW1F1/4"}));
+
+    lot->Wafers().At(2)->setCull(false);
+    int visits = 0;
+    EXPECT_FALSE(lot->forEachLive([&](cWafer&, cField&, cSite&, cPoint&) { return ++visits < 3; }));
+    EXPECT_EQ(visits, 3);
+    visits = 0;
+    EXPECT_TRUE(lot->forEachLive([&](cWafer&, cField&, cSite&, cPoint&) { return ++visits > 0; }));
+    EXPECT_EQ(visits, 2 + 8);
+    int plain = 0;
+    lot->ForEAch([&](cWafer&, cField&, cSite&, cPoint&) { ++plain; });
+    EXPECT_EQ(plain, visits);
 }

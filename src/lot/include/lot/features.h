@@ -1,13 +1,13 @@
 // Feature numbers, data kinds, unit codes and the unit text parser.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "base/marks.h"
 
 namespace zorv {
-
 
 // PlotFeature numbers; they also index cPoint::GetPlotFeatureValue.
 enum ePlotFeature : int {
@@ -46,8 +46,13 @@ inline constexpr const char* kDegreeSign = "\xC2\xB0";    // U+00B0
 std::string UnitName(long code);
 // PlotFeatureUnitsFactor: metres per unit for the length codes 0..5, 1 otherwise.
 double UnitFactor(long code);
-// The unit code of a text per the word list, or -1 when unknown. A number not
-// above 15 is taken as the code itself.
+// The unit code of a text. A number not above 15 is taken as the code at once,
+// rounded as a Long code takes a number (ties to even), negatives included;
+// otherwise the text in upper case is looked up in the word list, first hit
+// wins. Empty when the text is neither.
+std::optional<long> UnitCodeOf(std::string_view text);
+// UnitCodeOf with -1 for an unknown text; the text "-1" answers -1 as well,
+// so callers that must tell the two apart use UnitCodeOf.
 long ParseUnitCode(std::string_view text);
 
 // Import(ExtractUnitsOfMeasure): the text between the first `open` and the

@@ -1,12 +1,13 @@
 // cLot: properties with behaviour, structure, counters, features and units.
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "base/proc.h"
 #include "base/report.h"
 #include "base/text.h"
-#include "lot/geom.h"
 #include "lot/lot.h"
+#include "tree_helpers.h"
 
 namespace zorv {
 
@@ -38,10 +39,10 @@ std::shared_ptr<cLot> cLot::self() {
     return std::shared_ptr<cLot>(this, [](cLot*) {});
 }
 
-void cLot::DataSource(long source) {
+void cLot::DataSource(eDataSource source) {
     dataSource_ = source;
-    LineWidthType = !(source == 0 || source == 1 || source == 4);
-    if (source >= 5 && source <= 7) PlotWaferSites = true;
+    LineWidthType = IsScalarSource(source);
+    if (IsWaferSiteSource(source)) PlotWaferSites = true;
 }
 
 std::string cLot::GetNotchString() const {
@@ -98,7 +99,6 @@ int cLot::mFindWafer(std::string_view name, bool keyToo, Datam* out) const {
 }
 
 cWafer* cLot::AddWafer(std::string_view name, bool& isNew, std::string_view key) {
-    Proc p("cLot(AddWafer): ");
     isNew = false;
     std::string nm(name);
     std::string k(key);
@@ -115,7 +115,10 @@ cWafer* cLot::AddWafer(std::string_view name, bool& isNew, std::string_view key)
     w->WaferID = nm;
     cWafer* raw = wafers_.Add(std::move(w), k);
     if (!raw) {
+        Proc p("cLot(AddWafer): ");
+        p.trapStyle();
         p.msg = "Wafer key " + k + " is already in use.";
+        p.report();
         return nullptr;
     }
     isNew = true;
@@ -123,6 +126,7 @@ cWafer* cLot::AddWafer(std::string_view name, bool& isNew, std::string_view key)
 }
 
 cField* cLot::GetField(const Value& id) const {
+    // By hand, not forEachLive: a field-level search that stops at the first hit.
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         if (cField* f = w->GetField(id)) return f;
@@ -131,6 +135,7 @@ cField* cLot::GetField(const Value& id) const {
 }
 
 cSite* cLot::GetSite(long key, bool bySitesWafer) const {
+    // By hand, not forEachLive: a site-level search that stops at the first hit.
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         if (bySitesWafer) {
@@ -154,6 +159,7 @@ cSite* cLot::GetSite(float x, float y, bool bySitesWafer) const {
         return !s->cull() && Round(std::fabs(double(s->LocationX) - x), 3) <= 0.09 &&
                Round(std::fabs(double(s->LocationY) - y), 3) <= 0.09;
     };
+    // By hand, not forEachLive: a site-level search that stops at the first hit.
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         if (bySitesWafer) {
@@ -211,13 +217,15 @@ void cLot::Recount() {
 }
 
 long cLot::TotalPoints(long* culled, bool recount) {
-    Proc p("cLot(TotalPoints): ");
     if (wafers_.Count() == 0) {
+        Proc p("cLot(TotalPoints): ");
         p.msg = "No wafers in lot: " + LotName;
+        p.report();
         if (culled) *culled = 0;
         return 0;
     }
     if (recount) Recount();
+    // Field level: the running counters stand for the sites and points below.
     long n = 0;
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
@@ -317,7 +325,6 @@ void cLot::setPlotFeatureName(std::string_view name) {
 }
 
 void cLot::PlotFeatureUpdate(double minValue, double maxValue) {
-    Proc p("cLot(PlotFeatureUpdate): ");
     PlotFeatureName = GetPlotFeatureName(plotFeature_);
     PlotFeatureMin = static_cast<float>(minValue);
     PlotFeatureMax = static_cast<float>(maxValue);
@@ -355,19 +362,17 @@ std::string cLot::GetPlotFeatureUnits() const {
 }
 
 std::string cLot::PlotFeatureUnitsString(std::string_view text, bool set, long* result) {
-    Proc p("cLot(PlotFeatureUnitsString): ");
-    const long code = ParseUnitCode(text);
-    if (code < 0) {
+    const std::optional<long> code = UnitCodeOf(text);
+    if (!code) {
         if (result) *result = plotFeatureUnits_;
         return UnitName(plotFeatureUnits_);
     }
-    if (set) PlotFeatureUnits(code);
-    if (result) *result = code;
-    return UnitName(code);
+    if (set) PlotFeatureUnits(*code);
+    if (result) *result = *code;
+    return UnitName(*code);
 }
 
 void cLot::UpdateUnits(const Datam& table, bool replace) {
-    Proc p("cLot(UpdateUnits): ");
     if (!table.isArray() || table.dims() != 2) return;
     int cVar = -1, cUnits = -1;
     for (int c = table.colLb(); c <= table.colUb(); ++c) {
@@ -406,36 +411,28 @@ std::function<int(cLot&)>& cLot::UpdateUnits2WorkbookHook() {
 }
 
 int cLot::UpdateUnits2Workbook() {
-    Proc p("cLot(UpdateUnits2Workbook): ");
     auto& hook = UpdateUnits2WorkbookHook();
-    if (!hook) {
-        p.quiet();
+    if (!hook) return -1;  // no workbook layer in this program
+    Proc p("cLot(UpdateUnits2Workbook): ");
+    int r = -1;
+    if (!Guarded(p, [&] { r = hook(*this); })) {
+        p.report();
         return -1;
     }
-    int r = -1;
-    Guarded(p, [&] { r = hook(*this); });
     return r;
 }
 
 Datam cLot::GetFeatureTypes() const {
     bool has[10] = {};
     int found = 0;
-    for (cWafer* w : wafers_) {
-        if (w->cull()) continue;
-        for (cField* f : w->Fields()) {
-            if (f->cull()) continue;
-            for (cSite* s : f->sites()) {
-                if (s->cull()) continue;
-                for (cPoint* p : s->Points()) {
-                    if (p->cull()) continue;
-                    for (int k = 1; k <= 8; ++k)
-                        if (!has[k] && *p->FeatureSlot(k, 0) != kMissingValue) { has[k] = true; ++found; }
-                }
-                if (found == 8) goto done;
+    forEachLive([&](cWafer&, cField&, cSite&, cPoint& p) {
+        for (int k = 1; k <= 8; ++k)
+            if (!has[k] && *p.FeatureSlot(k, 0) != kMissingValue) {
+                has[k] = true;
+                ++found;
             }
-        }
-    }
-done:
+        return found < 8;  // all eight seen: the rest cannot add one
+    });
     has[0] = has[1] && has[2] && !LineWidthType;
     has[9] = has[0];
     int n = 0;
@@ -455,14 +452,14 @@ done:
     return d;
 }
 
-long cLot::GetFamily(long siteKey) const {
-    Proc p("cLot(GetFamily): ");
+Result<long> cLot::GetFamily(long siteKey) const {
+    // Culled sites answer as well.
+    const std::string key = std::to_string(siteKey);
     for (cWafer* w : wafers_)
         for (cField* f : w->Fields())
-            if (cSite* s = f->sites().Item(std::string_view(std::to_string(siteKey))))
-                return s->Family();
-    p.msg = " Input Site # " + std::to_string(siteKey) + " was not found.";
-    return -1;
+            if (cSite* s = f->sites().Item(std::string_view(key))) return s->Family();
+    Proc p("cLot(GetFamily): ");
+    return p.fail(" Input Site # " + key + " was not found.");
 }
 
 }  // namespace zorv

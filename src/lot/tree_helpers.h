@@ -1,14 +1,19 @@
-// Small numeric helpers of the lot code (internal).
+// Small helpers shared by the tree's sources: rounding, the site search,
+// angles, counters and key repair. Private to lot.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <string>
 
 #include "base/marks.h"
+#include "base/value.h"
+#include "lot/keyed.h"
 
 namespace zorv {
 
-// Round to n decimals, ties to even as the original Round does.
+// Round to n decimals, ties to even.
 inline double Round(double x, int n) {
     static const double p10[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
     const double f = (n >= 0 && n <= 6) ? p10[n] : std::pow(10.0, n);
@@ -51,6 +56,30 @@ inline void CountStep(int32_t& counter, bool culled) {
     } else {
         ++counter;
     }
+}
+
+// Next free numeric key above both `key` and `count`, trying up to three
+// times count + 2 candidates; empty when none is free.
+template <class Taken>
+Value repairKey(const Value& key, int count, Taken taken) {
+    double k = 0;
+    if (key.type() == VType::Long) k = key.toLong();
+    long start = static_cast<long>(std::max<double>(k, count)) + 1;
+    long tries = 3L * (count + 2);
+    for (long i = 0; i < tries; ++i) {
+        Value cand = MakeKey(start + i);
+        if (!taken(cand)) return cand;
+    }
+    return Value();
+}
+
+// "W", wafer number, "F", field number
+inline std::string FieldKeyText(long wafer, long field) {
+    std::string k(1, 'W');
+    k.append(std::to_string(wafer));
+    k.push_back('F');
+    k.append(std::to_string(field));
+    return k;
 }
 
 }  // namespace zorv
