@@ -6,10 +6,10 @@
 
 #include "base/format.h"
 #include "base/marks.h"
-#include "base/proc.h"
-#include "base/report.h"
+#include "base/report.h"  // CheckEscKey
 #include "base/text.h"
 #include "numerics/lsq.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -125,10 +125,9 @@ Datam namedVector(AberrationBasis b, const Datam& src, int terms, const char* he
     return d;
 }
 
-AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const Datam& y,
-                       const Datam& values, int nTerms, float threshold, float rangeCull, bool reuse,
-                       AberrationCache* cache) {
-    Proc p(tag);
+AberrationFit fitBasis(AberrationBasis b, const Datam& x, const Datam& y, const Datam& values,
+                       int nTerms, float threshold, float rangeCull, bool reuse,
+                       AberrationCache* cache, Notes* notes) {
     AberrationFit out;
     int tableTerms;
     table(b, tableTerms);
@@ -141,7 +140,6 @@ AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const
         return out;
     }
 
-    p.chk = 1;
     AberrationCache local;
     AberrationCache& c = cache ? *cache : local;
     const bool keep = reuse && c.basis == b && c.mitp.isArray() && c.mitp.rowUb() == n &&
@@ -154,7 +152,8 @@ AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const
         for (int k = 1; k <= m; ++k) c.mitp(0, k) = Value(term(b, k)->name);
         for (int i = 1; i <= n; ++i) {
             if (i % 200 == 0) {
-                SetStatusText("Zernike model row: " + std::to_string(i) + " of " + std::to_string(n));
+                TellStatus(notes,
+                           "Zernike model row: " + std::to_string(i) + " of " + std::to_string(n));
                 if (CheckEscKey()) {
                     c.mitp.clear();
                     out.text = out.shortText = "0";
@@ -174,7 +173,6 @@ AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const
     out.rval = c.rval;
     out.theta = c.theta;
 
-    p.chk = 2;
     Datam vdtp(n, 1, 0, 0);
     for (int i = 1; i <= n; ++i) {
         bool ok = false;
@@ -182,7 +180,7 @@ AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const
         vdtp(i, 0) = Value(static_cast<int32_t>(i));
         if (ok) vdtp(i, 1) = Value(v);
     }
-    SvdFit fit = svdfit_std(c.mitp, vdtp, 0.0f, true, true, threshold, rangeCull);
+    SvdFit fit = svdfit_std(c.mitp, vdtp, 0.0f, true, true, threshold, rangeCull, false, notes);
     out.result = fit.result;
     out.excluded = fit.excluded;
     if (fit.result < 0 || !fit.coef.isArray()) {
@@ -190,7 +188,6 @@ AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const
         return out;
     }
 
-    p.chk = 3;
     out.coef = namedVector(b, fit.curCoef, terms, "Coef");
     out.errors = namedVector(b, fit.curErrors, terms, "SE");
     out.fullCoef = namedVector(b, fit.coef, terms, "Coef");
@@ -210,7 +207,6 @@ AberrationFit fitBasis(AberrationBasis b, const char* tag, const Datam& x, const
         if (!vdtp(i, 1).isEmpty()) out.resids(i, 1) = Value(vdtp(i, 1).toDouble() - z);
     }
 
-    p.chk = 4;
     out.text = modelText(b, out.coef, terms, false);
     out.shortText = modelText(b, out.coef, terms, true);
     return out;
@@ -273,15 +269,17 @@ void PolarPosition(double x, double y, float& rval, float& theta) {
 }
 
 AberrationFit Model_Zernike(const Datam& x, const Datam& y, const Datam& values, int nTerms,
-                            float threshold, float rangeCull, bool reuse, AberrationCache* cache) {
-    return fitBasis(AberrationBasis::Zernike, "MathUtil(Model_Zernike): ", x, y, values, nTerms,
-                    threshold, rangeCull, reuse, cache);
+                            float threshold, float rangeCull, bool reuse, AberrationCache* cache,
+                            Notes* notes) {
+    return fitBasis(AberrationBasis::Zernike, x, y, values, nTerms, threshold, rangeCull, reuse,
+                    cache, notes);
 }
 
 AberrationFit Model_ASMLfocus(const Datam& x, const Datam& y, const Datam& values, int nTerms,
-                              float threshold, float rangeCull, bool reuse, AberrationCache* cache) {
-    return fitBasis(AberrationBasis::ASMLfocus, "MathUtil(Model_ASMLfocus): ", x, y, values,
-                    nTerms, threshold, rangeCull, reuse, cache);
+                              float threshold, float rangeCull, bool reuse, AberrationCache* cache,
+                              Notes* notes) {
+    return fitBasis(AberrationBasis::ASMLfocus, x, y, values, nTerms, threshold, rangeCull, reuse,
+                    cache, notes);
 }
 
 }  // namespace zorv

@@ -12,6 +12,7 @@
 #include "base/proc.h"
 #include "base/text.h"
 #include "numerics/tickformat.h"
+#include "tell.h"
 
 
 namespace zorv {
@@ -503,19 +504,25 @@ std::string clsEquation::Condense() const {
 
 void clsEquation::fail(std::string text, bool runtime, float chk) {
     error_ = std::move(text);
+    errorRuntime_ = runtime;
+    errorChk_ = chk;
     value_ = 0;
-    if (quiet_ || reported_) return;
-    reported_ = true;
+}
+
+void clsEquation::tell(Notes* notes) {
+    if (told_ || !notes) return;
+    told_ = true;
     Proc p(kTag);
-    p.chk = chk;
-    if (runtime) p.error(error_);
+    p.chk = errorChk_;
+    if (errorRuntime_) p.error(error_);
     else p.msg = error_;
+    TellFailure(notes, p.failure());
 }
 
 bool clsEquation::parse() {
     needParse_ = false;
     parseFailed_ = true;
-    reported_ = false;
+    told_ = false;
     code_.clear();
     error_.clear();
     std::vector<Token> toks;
@@ -536,13 +543,18 @@ bool clsEquation::parse() {
     return true;
 }
 
-bool clsEquation::Solve() {
-    if (needParse_ && !parse()) return false;
-    if (parseFailed_) {
+bool clsEquation::Solve(Notes* notes) {
+    bool ok;
+    if (needParse_ && !parse()) {
+        ok = false;
+    } else if (parseFailed_) {
         value_ = 0;
-        return false;
+        ok = false;
+    } else {
+        ok = evaluate();
     }
-    return evaluate();
+    if (!ok) tell(notes);
+    return ok;
 }
 
 bool clsEquation::evaluate() {

@@ -7,11 +7,12 @@
 #include <cstring>
 
 #include "base/proc.h"
-#include "base/report.h"
+#include "base/report.h"  // CheckEscKey
 #include "numerics/equation.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "numerics/tickformat.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -63,30 +64,32 @@ void GetCubicRoots(double a, double b, double c, double& x1, double& x2, double&
 
 // ---------------------------------------------------------------------------
 
-double EvalCurve(const std::string& equation, double x) {
+double EvalCurve(const std::string& equation, double x, Notes* notes) {
     clsEquation eq(equation);
     eq.Var("x", x);
-    return eq.Solution();
+    return eq.Solution(notes);
 }
 
-CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
+CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order, Notes* notes) {
     Proc p("Math(FitCurve): ");
     CurveFit out;
     order = std::clamp(order, 1, 4);
     out.order = order;
     if (!table.isArray() || table.dims() != 2) {
-        p.msg = "No data for mitp matrix: '' analysis.";
+        TellFailure(notes, p.fail("No data for mitp matrix: '' analysis."));
         return out;
     }
     p.chk = 1;
     const int lastX = mat_LastRow(table, xCol);
     if (lastX < 1) {
-        p.msg = "No data for mitp matrix: '" + headerOf(table, xCol) + "' analysis.";
+        TellFailure(notes,
+                    p.fail("No data for mitp matrix: '" + headerOf(table, xCol) + "' analysis."));
         return out;
     }
     const int lastY = mat_LastRow(table, yCol);
     if (lastY < 1) {
-        p.msg = "No data for dtp matrix: '" + headerOf(table, yCol) + "' analysis.";
+        TellFailure(notes,
+                    p.fail("No data for dtp matrix: '" + headerOf(table, yCol) + "' analysis."));
         return out;
     }
     const int last = std::max(lastX, lastY);
@@ -113,7 +116,7 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
     }
     const int n = static_cast<int>(xs.size());
     if (n < 2) {
-        p.msg = "Not enough numeric data points for a fit.";
+        TellFailure(notes, p.fail("Not enough numeric data points for a fit."));
         return out;
     }
     Datam mitp(n, order, 0, 0), vdtp(n, 1, 0, 0);
@@ -128,7 +131,7 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
         vdtp(i + 1, 1) = Value(ys[i]);
     }
     p.chk = 3;
-    SvdFit fit = svdfit_std(mitp, vdtp, 1e-19f, true, true, 5.0f, 0.0f);
+    SvdFit fit = svdfit_std(mitp, vdtp, 1e-19f, true, true, 5.0f, 0.0f, false, notes);
     if (!fit.coef.isArray()) return out;
     out.coef = fit.coef;
     out.errors = fit.errors;
@@ -147,7 +150,7 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
     const int slot = eq.VarSlot("x");
     auto at = [&](double x) {
         eq.SetSlot(slot, x);
-        return eq.Solution();
+        return eq.Solution(notes);
     };
 
     if (order > 3 && c[5] == 0.0) order = 3;
@@ -162,7 +165,7 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
             work.SetSlot(ws, r);
             out.tp[k].x = r;
             out.tp[k].y = at(r);
-            out.tp[k].d2 = work.Solution();
+            out.tp[k].d2 = work.Solution(notes);
             ++k;
         }
     };
@@ -201,17 +204,15 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order) {
 
 // ---------------------------------------------------------------------------
 
-Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups) {
-    Proc p("MathUtility(CalcSS): ");
+Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups, Notes* notes) {
     dof = 0;
     groups = 0;
     ss = Datam();
     if (!table.isArray() || table.dims() != 2) return Datam();
     const int keyCol = table.colLb();
-    Datam sorted = mat_sort(table, keyCol);
+    Datam sorted = mat_sort(table, keyCol, false, nullptr, notes);
     if (!sorted.isArray() || CheckEscKey()) return Datam();
-    p.chk = 1;
-    const Datam uniq = GetUniqueValues(sorted, keyCol, nullptr, true);
+    const Datam uniq = GetUniqueValues(sorted, keyCol, nullptr, true, notes);
     if (!uniq.isArray() || CheckEscKey()) return Datam();
     groups = std::max(0, uniq.rowUb());
     const int r0 = FirstData(sorted, 1), c0 = FirstData(sorted, 2), cu = sorted.colUb();
@@ -220,7 +221,6 @@ Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups) {
     // Centre each group's rows by their column means, in place (the means
     // of mat_center: cells read as 32-bit floats, the missing mark left out;
     // every numeric cell has the mean subtracted).
-    p.chk = 2;
     int r = r0;
     for (int g = 1; g <= groups && r <= sorted.rowUb(); ++g) {
         const int cnt = uniq(g, 2).toLong();
@@ -254,8 +254,7 @@ Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups) {
     }
     if (CheckEscKey()) return Datam();
     dof = total - groups - 1;
-    p.chk = 3;
-    ss = mat_rcstat(sorted, "SS");
+    ss = mat_rcstat(sorted, "SS", true, -1, nullptr, nullptr, nullptr, notes);
     if (!ss.isArray() || CheckEscKey()) return Datam();
     Datam sigma(ss.rowUb(), 1, ss.rowLb(), ss.colLb());
     const int vc = VecCol(ss);
@@ -267,7 +266,6 @@ Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups) {
 }
 
 double LinearCorrelation(const Datam& x, const Datam& y) {
-    Proc p("MathUtility(LinearCorrelation): ");
     if (!x.isArray() || !y.isArray() || x.dims() != 2 || y.dims() != 2) return 0.0;
     const int xc = VecCol(x), yc = VecCol(y);
     const int r0 = FirstData(x, 1), n = x.rowUb() - r0 + 1;
@@ -347,10 +345,11 @@ Value SingleCheck(const Value& v) {
     return Value(static_cast<float>(x));
 }
 
-Datam String2Vector(std::string_view list, std::string_view header, std::string_view delimiter) {
-    Proc p("MathUtility(String2Vector): ");
+Datam String2Vector(std::string_view list, std::string_view header, std::string_view delimiter,
+                    Notes* notes) {
     if (list.find(',') == std::string_view::npos && !IsNumericValue(list)) {
-        p.msg = "Listing provided is not a comma-delimited list.";
+        Proc p("MathUtility(String2Vector): ");
+        TellFailure(notes, p.fail("Listing provided is not a comma-delimited list."));
         return Datam();
     }
     std::string head;

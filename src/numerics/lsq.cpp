@@ -18,8 +18,9 @@
 #include <memory>
 
 #include "base/proc.h"
-#include "base/report.h"
+#include "base/report.h"  // CheckEscKey
 #include "numerics/svd.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -99,9 +100,9 @@ struct Work {
 class FitEngine {
 public:
     FitEngine(Work& wk, float tol, bool center, bool scale, float threshold, float rangeCull,
-              bool wantU, Proc& p, SvdFitArrays& out)
+              bool wantU, Proc& p, Notes* notes, SvdFitArrays& out)
         : wk_(wk), tol_(tol), center_(center), scale_(scale), threshold_(threshold),
-          rangeCull_(rangeCull), wantU_(wantU), p_(p), out_(out) {}
+          rangeCull_(rangeCull), wantU_(wantU), p_(p), notes_(notes), out_(out) {}
 
     void run();
 
@@ -125,6 +126,7 @@ private:
     float threshold_, rangeCull_;
     bool wantU_;
     Proc& p_;
+    Notes* notes_;
     SvdFitArrays& out_;
 
     std::vector<uint8_t> active_;
@@ -505,10 +507,10 @@ void FitEngine::run() {
         nActive_ -= static_cast<int>(list.size());
         culled += static_cast<int>(list.size());
         if (nActive_ < 2) {
-            MsgBox("Warning:\r\nData 'Range-cull' variable is set too low: " +
-                       NumberToText(rc, 7) + ".\r\nResidual (Max/Min)=(" + NumberToText(rmax) +
-                       "/" + NumberToText(rmin) + ")",
-                   vbInformation, p_.tag());
+            TellWarning(notes_, {"Warning:\r\nData 'Range-cull' variable is set too low: " +
+                                     NumberToText(rc, 7) + ".\r\nResidual (Max/Min)=(" +
+                                     NumberToText(rmax) + "/" + NumberToText(rmin) + ")",
+                                 p_.tag(), false});
         }
         if (pass == 3) break;
         ++pass;
@@ -561,10 +563,13 @@ void FitEngine::run() {
 
 // The fit on compacted data; out gets everything.
 void runFit(Work& wk, float tolerance, bool center, bool scale, float threshold, float rangeCull,
-            bool wantU, Proc& p, SvdFitArrays& out) {
-    FitEngine eng(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
+            bool wantU, Proc& p, Notes* notes, SvdFitArrays& out) {
+    FitEngine eng(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, notes, out);
     Guarded(p, [&] { eng.run(); });
-    if (p.failed()) out.result = -1;
+    if (p.failed()) {
+        out.result = -1;
+        TellFailure(notes, p.failure());
+    }
     if (!out.resid.empty()) out.residRow = std::move(wk.src);
     out.excluded = std::move(wk.excluded);
 }
@@ -669,7 +674,8 @@ std::vector<double> matValues(const Datam& t, int& rows, int& cols) {
 // ---------------------------------------------------------------------------
 
 SvdFitArrays svdfit_std(const double* x, const double* y, int n, int m, float tolerance,
-                        bool center, bool scale, float threshold, float rangeCull, bool wantU) {
+                        bool center, bool scale, float threshold, float rangeCull, bool wantU,
+                        Notes* notes) {
     Proc p("MathUtil(svdfit_std): ");
     SvdFitArrays out;
     tolerance = std::max(tolerance, 1e-15f);
@@ -713,12 +719,12 @@ SvdFitArrays svdfit_std(const double* x, const double* y, int n, int m, float to
             wk.hasEmpty = true;
             break;
         }
-    runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
+    runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, notes, out);
     return out;
 }
 
 SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool center, bool scale,
-                  float threshold, float rangeCull, bool wantU) {
+                  float threshold, float rangeCull, bool wantU, Notes* notes) {
     Proc p("MathUtil(svdfit_std): ");
     SvdFit res;
     SvdFitArrays out;
@@ -773,7 +779,7 @@ SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool ce
         }
         wk.x = wk.xbuf.get();
         wk.y = wk.ybuf.data();
-        runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, out);
+        runFit(wk, tolerance, center, scale, threshold, rangeCull, wantU, p, notes, out);
     }
 
     res.result = out.result;
@@ -815,7 +821,8 @@ void svd_decompose(const Datam& a, Datam& u, Datam& w, Datam& v) {
     v = toMat(d.v, cols, cols);
 }
 
-Datam svd_coeffs(const Datam& b, const Datam& u, Datam& w, const Datam& v, float& tolerance) {
+Datam svd_coeffs(const Datam& b, const Datam& u, Datam& w, const Datam& v, float& tolerance,
+                 Notes* notes) {
     Proc p("MathUtility(svd_coeffs): ");
     std::vector<double> bv = vecValues(b), wv = vecValues(w);
     int ur = 0, uc = 0, vr = 0, vc = 0;
@@ -823,6 +830,7 @@ Datam svd_coeffs(const Datam& b, const Datam& u, Datam& w, const Datam& v, float
     const int m = static_cast<int>(wv.size());
     if (m == 0 || uc != m || vr != m || vc != m) {
         p.error("Subscript out of range");
+        TellFailure(notes, p.failure());
         return Datam();
     }
     std::vector<double> x(static_cast<size_t>(m));
@@ -847,10 +855,10 @@ Datam svd_covariance(const Datam& v, const Datam& w) {
 }
 
 int CalcFitResids(const Datam& x, const Datam& y, const Datam& c, Datam& coef, Datam& modelled,
-                  Datam& resids, double& ssModelled, double& ssResids) {
-    Proc p("MathUtil(CalcFitResids): ");
+                  Datam& resids, double& ssModelled, double& ssResids, Notes* notes) {
     if (!x.isArray() || x.dims() != 2 || x.rowUb() < 2) {
-        p.msg = "No data in matrix";
+        Proc p("MathUtil(CalcFitResids): ");
+        TellFailure(notes, p.fail("No data in matrix"));
         return -1;
     }
     const std::vector<double> cv = vecValues(c);

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "base/proc.h"
-#include "base/report.h"
 #include "base/text.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -297,11 +297,12 @@ Datam mat_vector(const Datam& m, bool byRow, int index) {
     return v;
 }
 
-Datam mat_partition(const Datam& m, int fromRow, int fromCol, int toRow, int toCol,
-                    int rowKeyCol) {
+Datam mat_partition(const Datam& m, int fromRow, int fromCol, int toRow, int toCol, int rowKeyCol,
+                    Notes* notes) {
     Proc p("MathUtil(mat_partition): ");
     if (!m.isArray() || m.dims() != 2) {
         p.error("Type mismatch");
+        TellFailure(notes, p.failure());
         return {};
     }
     p.chk = 1;
@@ -379,10 +380,11 @@ Datam mat_append(const Datam& a, const Datam& b, std::string_view mode) {
     return out;
 }
 
-Datam mat_delrc(const Datam& m, const Datam& list, bool byRow) {
+Datam mat_delrc(const Datam& m, const Datam& list, bool byRow, Notes* notes) {
     Proc p("MathUtility(mat_delrc): ");
     if (!m.isArray() || m.dims() != 2) {
         p.error("Type mismatch");
+        TellFailure(notes, p.failure());
         return {};
     }
     const int lo = byRow ? m.rowLb() : m.colLb(), hi = byRow ? m.rowUb() : m.colUb();
@@ -425,10 +427,10 @@ Datam mat_delrc(const Datam& m, const Datam& list, bool byRow) {
     return out;
 }
 
-Datam mat_delrc(const Datam& m, int index, bool byRow) {
+Datam mat_delrc(const Datam& m, int index, bool byRow, Notes* notes) {
     Datam list(1, 1, 1, 1);
     list(1, 1) = Value(int32_t(index));
-    return mat_delrc(m, list, byRow);
+    return mat_delrc(m, list, byRow, notes);
 }
 
 Datam vec_DropEmpty(const Datam& v) {
@@ -445,11 +447,12 @@ Datam vec_DropEmpty(const Datam& v) {
     return out;
 }
 
-bool mat_SwapRows(Datam& m, int a, int b) {
+bool mat_SwapRows(Datam& m, int a, int b, Notes* notes) {
     Proc p("MathUtil(mat_SwapRows): ");
     if (!m.isArray() || m.dims() != 2 || a < m.rowLb() || a > m.rowUb() || b < m.rowLb() ||
         b > m.rowUb()) {
         p.error("Subscript out of range");
+        TellFailure(notes, p.failure());
         return false;
     }
     if (a == b) return true;
@@ -531,15 +534,15 @@ Datam mat_sum(std::initializer_list<MatOperand> terms) {
     return out;
 }
 
-Datam vec_sub(const Datam& a, const MatOperand& b) {
+Datam vec_sub(const Datam& a, const MatOperand& b, Notes* notes) {
     Proc p("MathUtility(vec_sub): ");
     if (b.missing()) {
-        p.msg = "Second vector not submitted.";
+        TellFailure(notes, p.fail("Second vector not submitted."));
         return {};
     }
     if (b.isTable() && a.isArray() && b.table().isArray() &&
         a.rowUb() != b.table().rowUb())
-        SetStatusText("Warning: unequal length vectors in Subtraction.");
+        TellWarning(notes, {"Warning: unequal length vectors in Subtraction.", p.tag(), true});
     return Binary(a, b, [](double x, double y, double& z) {
         z = x - y;
         return true;

@@ -9,8 +9,9 @@
 #include <unordered_map>
 
 #include "base/proc.h"
-#include "base/report.h"
+#include "base/report.h"  // CheckEscKey
 #include "numerics/matrix.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -233,10 +234,11 @@ void RankTexts(std::vector<SortKey>& keys, size_t n) {
 }
 
 // Sorts rows[0..n) (source row numbers) stably on one key column. With
-// `poll`, progress shows each tenth and Esc stops the walk: the rows seen so
-// far are sorted and the rest keep their places, as the exchange sort leaves
-// them.
-void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, bool poll) {
+// `poll`, progress goes to the caller each tenth and Esc stops the walk: the
+// rows seen so far are sorted and the rest keep their places, as the exchange
+// sort leaves them.
+void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, bool poll,
+                 Notes* notes) {
     if (n < 2) return;
     std::vector<SortKey> keys(n);
     const size_t tenth = std::max<size_t>(n / 10, 1);
@@ -244,7 +246,7 @@ void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, 
     bool allNumbers = true;
     for (size_t i = 0; i < n; ++i) {
         if (poll && i % tenth == 0 && i) {
-            ShowProgress(static_cast<int>(100 * i / n));
+            TellProgress(notes, static_cast<int>(100 * i / n));
             if (CheckEscKey()) {
                 seen = i;
                 break;
@@ -276,15 +278,15 @@ void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, 
     std::vector<RadixItem> tmp;
     for (int c = kNumberKey; c <= kErrorKey; ++c) RadixSort(items.data() + start[c], count[c], tmp);
     for (size_t i = 0; i < seen; ++i) rows[i] = items[i].row;
-    if (poll) ShowProgress(-1);
+    if (poll) TellProgress(notes, -1);
 }
 
-std::vector<int> SortRows(const Datam& m, int col, bool descending) {
+std::vector<int> SortRows(const Datam& m, int col, bool descending, Notes* notes) {
     const int r0 = FirstData(m, 1);
     const int n = DataRows(m);
     std::vector<int> order(static_cast<size_t>(std::max(n, 0)));
     for (int i = 0; i < n; ++i) order[static_cast<size_t>(i)] = r0 + i;
-    SortRowList(m, col, descending, order.data(), order.size(), true);
+    SortRowList(m, col, descending, order.data(), order.size(), true, notes);
     return order;
 }
 
@@ -377,25 +379,27 @@ Datam KeyList(int col, bool descending) {
 
 int CompareKeys(const Value& a, const Value& b) { return Cmp(MakeKey(a), MakeKey(b)); }
 
-std::vector<int> mat_sortOrder(const Datam& m, int col, bool descending) {
+std::vector<int> mat_sortOrder(const Datam& m, int col, bool descending, Notes* notes) {
     if (!m.isArray() || m.dims() != 2 || col < m.colLb() || col > m.colUb()) return {};
-    return SortRows(m, col, descending);
+    return SortRows(m, col, descending, notes);
 }
 
-Datam mat_sortCol(const Datam& m, int col, bool descending, Datam* header, Datam* unique) {
+Datam mat_sortCol(const Datam& m, int col, bool descending, Datam* header, Datam* unique,
+                  Notes* notes) {
     Proc p("MathUtil(mat_sortCol): ");
     if (!m.isArray() || m.dims() != 2 || DataRows(m) < 1 || mat_LastRow(m) < 1) {
-        p.msg = "No data rows provided.";
+        TellFailure(notes, p.fail("No data rows provided."));
         return {};
     }
     p.chk = 1;
     if (col < m.colLb() || col > m.colUb()) {
         p.error("Subscript out of range");
+        TellFailure(notes, p.failure());
         return {};
     }
     p.chk = 2;
     if (header) *header = HeaderVector(m);
-    const std::vector<int> order = SortRows(m, col, descending);
+    const std::vector<int> order = SortRows(m, col, descending, notes);
     p.chk = 3;
     Datam out = Permuted(m, order);
     if (unique) *unique = UniqueTable(out, col);
@@ -407,8 +411,8 @@ namespace {
 // Stable multi-key order of the data rows. Hierarchical: groups of the first
 // key (equal at 6 decimals, as GetUniqueValues finds them) are sorted on the
 // remaining keys; otherwise a plain lexicographic order.
-std::vector<int> MultiKeyOrder(const Datam& m, const std::vector<KeySpec>& keys,
-                               bool hierarchical) {
+std::vector<int> MultiKeyOrder(const Datam& m, const std::vector<KeySpec>& keys, bool hierarchical,
+                               Notes* notes) {
     const int r0 = FirstData(m, 1);
     const int n = DataRows(m);
     std::vector<int> rows(static_cast<size_t>(std::max(n, 0)));
@@ -417,7 +421,7 @@ std::vector<int> MultiKeyOrder(const Datam& m, const std::vector<KeySpec>& keys,
         // Stable sorts from the last key to the first give the order of runs
         // of equal keys sorted on the next key.
         for (size_t k = keys.size(); k-- > 0;)
-            SortRowList(m, keys[k].col, keys[k].descending, rows.data(), rows.size(), false);
+            SortRowList(m, keys[k].col, keys[k].descending, rows.data(), rows.size(), false, notes);
         return rows;
     }
     struct Range {
@@ -429,7 +433,7 @@ std::vector<int> MultiKeyOrder(const Datam& m, const std::vector<KeySpec>& keys,
         work.pop_back();
         if (rg.e - rg.b < 2) continue;
         SortRowList(m, keys[rg.k].col, keys[rg.k].descending, rows.data() + rg.b, rg.e - rg.b,
-                    rg.k == 0);
+                    rg.k == 0, notes);
         if (rg.k + 1 >= keys.size()) continue;
         // Groups of the key as GetUniqueValues finds them, each on the next key.
         const int col = keys[rg.k].col;
@@ -450,21 +454,23 @@ std::vector<int> MultiKeyOrder(const Datam& m, const std::vector<KeySpec>& keys,
 
 }  // namespace
 
-Datam mat_sort(const Datam& m, const Datam& keys, Datam* unique, bool hierarchical) {
+Datam mat_sort(const Datam& m, const Datam& keys, Datam* unique, bool hierarchical, Notes* notes) {
     Proc p("Math(mat_sort): ");
     const std::vector<KeySpec> ks = ParseKeys(keys);
     if (!m.isArray() || m.dims() != 2) {
         p.error("Type mismatch");
+        TellFailure(notes, p.failure());
         return {};
     }
     if (ks.empty()) {
-        p.msg = "Sort column or vector not given.";
+        TellFailure(notes, p.fail("Sort column or vector not given."));
         return {};
     }
     p.chk = 1;
     for (const KeySpec& k : ks)
         if (k.col < m.colLb() || k.col > m.colUb()) {
             p.error("Subscript out of range");
+            TellFailure(notes, p.failure());
             return {};
         }
     if (DataRows(m) < 2) {
@@ -479,68 +485,67 @@ Datam mat_sort(const Datam& m, const Datam& keys, Datam* unique, bool hierarchic
         return m;
     }
     p.chk = 2;
-    if (ks.size() == 1) {
-        p.quiet();
-        return mat_sortCol(m, ks[0].col, ks[0].descending, nullptr, unique);
-    }
+    if (ks.size() == 1) return mat_sortCol(m, ks[0].col, ks[0].descending, nullptr, unique, notes);
     p.chk = 3;
-    Datam out = Permuted(m, MultiKeyOrder(m, ks, hierarchical));
+    Datam out = Permuted(m, MultiKeyOrder(m, ks, hierarchical, notes));
     if (unique) *unique = UniqueTable(out, ks[0].col);
     return out;
 }
 
-Datam mat_sort(const Datam& m, int keyCol, bool descending, Datam* unique) {
-    return mat_sort(m, KeyList(keyCol, descending), unique, true);
+Datam mat_sort(const Datam& m, int keyCol, bool descending, Datam* unique, Notes* notes) {
+    return mat_sort(m, KeyList(keyCol, descending), unique, true, notes);
 }
 
-Datam mat_SheetSort(const Datam& m, const Datam& keys, Datam* unique) {
+Datam mat_SheetSort(const Datam& m, const Datam& keys, Datam* unique, Notes* notes) {
     Proc p("MathUtil(mat_SheetSort): ");
     if (!m.isArray() || m.dims() != 2 || mat_LastRow(m) < 1 || DataRows(m) < 1) {
-        p.msg = "Input data is not a matrix or has no data in it.";
+        TellFailure(notes, p.fail("Input data is not a matrix or has no data in it."));
         return {};
     }
     p.chk = 1;
     const std::vector<KeySpec> ks = ParseKeys(keys);
     if (ks.empty()) {
-        p.msg = "Sort column or vector not given.";
+        TellFailure(notes, p.fail("Sort column or vector not given."));
         return {};
     }
     p.chk = 2;
     for (const KeySpec& k : ks)
         if (k.col < std::max(m.colLb(), 0) || k.col > m.colUb()) {
-            p.msg = "Insufficient rows/columns in input data matrix: (row,col)=(" +
-                    std::to_string(m.rowUb()) + ", " + std::to_string(m.colUb()) + ")";
+            TellFailure(notes,
+                        p.fail("Insufficient rows/columns in input data matrix: (row,col)=(" +
+                               std::to_string(m.rowUb()) + ", " + std::to_string(m.colUb()) + ")"));
             return {};
         }
     p.chk = 3;
     // No spreadsheet host: the host's sort is a stable sort on the keys.
-    if (ks.size() == 1) return mat_sortCol(m, ks[0].col, ks[0].descending, nullptr, unique);
-    Datam out = Permuted(m, MultiKeyOrder(m, ks, false));
+    if (ks.size() == 1) return mat_sortCol(m, ks[0].col, ks[0].descending, nullptr, unique, notes);
+    Datam out = Permuted(m, MultiKeyOrder(m, ks, false, notes));
     if (unique) *unique = UniqueTable(out, ks[0].col);
     return out;
 }
 
-Datam mat_SheetSort(const Datam& m, int keyCol, bool descending, Datam* unique) {
-    if (keyCol == kMissing || keyCol < 0) return mat_SheetSort(m, Datam(), unique);
-    return mat_SheetSort(m, KeyList(keyCol, descending), unique);
+Datam mat_SheetSort(const Datam& m, int keyCol, bool descending, Datam* unique, Notes* notes) {
+    if (keyCol == kMissing || keyCol < 0) return mat_SheetSort(m, Datam(), unique, notes);
+    return mat_SheetSort(m, KeyList(keyCol, descending), unique, notes);
 }
 
-Datam vec_sort(const Datam& v, bool descending) {
+Datam vec_sort(const Datam& v, bool descending, Notes* notes) {
     if (!v.isArray() || v.dims() != 2 || DataRows(v) < 1) {
-        MsgBox("Vec_sort: no rows in vector", vbInformation);
+        TellWarning(notes, {"Vec_sort: no rows in vector", "", false});
         return {};
     }
-    return Permuted(v, SortRows(v, VecCol(v), descending));
+    return Permuted(v, SortRows(v, VecCol(v), descending, notes));
 }
 
-Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted) {
+Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted, Notes* notes) {
     Proc p("MathUtility(GetUniqueValues): ");
     if (!m.isArray() || m.dims() != 2 || col < m.colLb() || col > m.colUb()) {
         p.error("Subscript out of range");
+        TellFailure(notes, p.failure());
         return {};
     }
     p.chk = 1;
-    Datam v = mat_partition(m, FirstData(m, 1), col, -1, col);
+    Datam v = mat_partition(m, FirstData(m, 1), col, -1, col, -1, notes);
     if (!v.isArray()) return {};
     const int vc = VecCol(v);  // 1, or 0 for a key column partitioned out from 0
     const Value head = v.rowLb() == 0 ? v(0, vc) : Value();
@@ -549,7 +554,7 @@ Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted) {
     // The walk goes through the sort order; the sorted copy itself is not needed.
     std::vector<int> order;
     if (!sorted && DataRows(v) > 1) {
-        order = SortRows(v, vc, false);
+        order = SortRows(v, vc, false, notes);
     } else {
         for (int r = FirstData(v, 1); r <= v.rowUb(); ++r) order.push_back(r);
     }

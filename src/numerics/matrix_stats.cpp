@@ -5,9 +5,9 @@
 #include <string>
 
 #include "base/proc.h"
-#include "base/report.h"
 #include "base/text.h"
 #include "numerics/matrix.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -118,18 +118,21 @@ bool StatCell(const Value& v, double& x) {
     return true;
 }
 
+// A warning for the status line; the statistics still come back, as empties.
+void TellNoData(Notes* notes) {
+    TellWarning(notes, {"No data in input matrix.", "MathUtility(mat_rcstat): ", true});
+}
+
 }  // namespace
 
 Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, Datam* summary,
-                 const Datam* range, bool* hasData) {
-    Proc p("MathUtility(mat_rcstat): ");
+                 const Datam* range, bool* hasData, Notes* notes) {
     if (hasData) *hasData = false;
     if (!m.isArray() || m.dims() != 2) {
-        SetStatusText("No data in input matrix.");
+        TellNoData(notes);
         return Datam::vec(1);
     }
     const Stat which = StatOf(name);
-    p.chk = 1;
     // Entries (columns when byCol) and the walk along each entry.
     const int eFirst = byCol ? FirstData(m, 2) : FirstData(m, 1);
     const int eLast = byCol ? m.colUb() : m.rowUb();
@@ -160,7 +163,6 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
     else
         entries.push_back(index);
 
-    p.chk = 2;
     std::vector<Moments> mom(entries.size());
     bool any = false;
     for (size_t k = 0; k < entries.size(); ++k) {
@@ -172,10 +174,9 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
         any = any || mom[k].n > 0;
     }
 
-    p.chk = 3;
     Datam out = index < 0 ? Datam::vec(std::max(eLast, 1)) : Datam::vec(1);
     if (!any) {
-        SetStatusText("No data in input matrix.");
+        TellNoData(notes);
         return out;
     }
     if (hasData) *hasData = true;
@@ -186,7 +187,6 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
     }
 
     if (summary) {
-        p.chk = 4;
         const int cols = std::max(eLast, 0) + 3;
         Datam& s = *summary;
         if (!s.isArray() || s.dims() != 2 || s.rowLb() != 0 || s.colLb() != 0)
@@ -212,22 +212,22 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
     return out;
 }
 
-double mat_rcstat1(const Datam& m, std::string_view name, int col) {
-    const Datam r = mat_rcstat(m, name, true, col);
+double mat_rcstat1(const Datam& m, std::string_view name, int col, Notes* notes) {
+    const Datam r = mat_rcstat(m, name, true, col, nullptr, nullptr, nullptr, notes);
     return r.isArray() ? r.get(1, 1).toDouble() : 0.0;
 }
 
-int mv_FindNearest(double value, const Datam& m, int col, bool byCol) {
+int mv_FindNearest(double value, const Datam& m, int col, bool byCol, Notes* notes) {
     Proc p("Math(mv_FindNearest): ");
     if (!m.isArray() || m.dims() != 2 || mat_LastRow(m) < 1) {
-        p.msg = "Less than one data point in input matrix.";
+        TellFailure(notes, p.fail("Less than one data point in input matrix."));
         return -1;
     }
     p.chk = 1;
     const int lastLine = byCol ? mat_LastCol(m) : mat_LastRow(m);
     if (col > lastLine) {
-        p.msg = "Column number '" + std::to_string(col) +
-                "' is greater than the number of columns in data.";
+        TellFailure(notes, p.fail("Column number '" + std::to_string(col) +
+                                  "' is greater than the number of columns in data."));
         return -1;
     }
     p.chk = 2;
@@ -251,7 +251,7 @@ int mv_FindNearest(double value, const Datam& m, int col, bool byCol) {
             break;
         }
     }
-    const Datam mx = mat_rcstat(m, "MAXIMUM", byCol, col);
+    const Datam mx = mat_rcstat(m, "MAXIMUM", byCol, col, nullptr, nullptr, nullptr, notes);
     bound = std::max(bound, mx.get(1, 1).toDouble() * 100.0);
 
     p.chk = 3;

@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "base/proc.h"
-#include "base/report.h"
+#include "base/report.h"  // CheckEscKey
 #include "base/text.h"
+#include "tell.h"
 
 namespace zorv {
 
@@ -121,36 +122,36 @@ std::string num(double v) { return NumberToText(v); }
 
 }  // namespace
 
-int surf_interpolate2(Datam& grid, double& zmin, double& zmax, const Datam& mask) {
-    Proc p("Math(surf_interpolate2): ");
+int surf_interpolate2(Datam& grid, double& zmin, double& zmax, const Datam& mask, Notes* notes) {
     if (zmin == 0) zmin = 9999;
     if (zmax == 0) zmax = -9999;
     if (grid.dims() != 2) {
-        p.msg = "No surface grid to interpolate.";
+        Proc p("Math(surf_interpolate2): ");
+        TellFailure(notes, p.fail("No surface grid to interpolate."));
         return -1;
     }
     const Extent e = extentOf(grid);
-    SetStatusText("Interpolate: ");
+    TellStatus(notes, "Interpolate: ");
     // Rows first: a row with a single known value gains nothing here and is
     // left to the column pass.
     const int nRows = e.r1 - e.r0 + 1;
     for (int r = e.r0; r <= e.r1; ++r) {
-        p.chk = 1;
         const int i = r - e.r0 + 1;
-        if (i == 1) SetStatusText("Side Scan Interpolation row 1 of " + std::to_string(nRows));
+        if (i == 1)
+            TellStatus(notes, "Side Scan Interpolation row 1 of " + std::to_string(nRows));
         else if (i % 100 == 0) {
-            SetStatusText("Side Scan Interpolation row " + std::to_string(i));
+            TellStatus(notes, "Side Scan Interpolation row " + std::to_string(i));
             if (CheckEscKey()) return -1;
         }
         fillLine(Line{grid, mask, true, r}, e.c0, e.c1, e.xs, zmin, zmax);
     }
     const int nCols = e.c1 - e.c0 + 1;
     for (int c = e.c0; c <= e.c1; ++c) {
-        p.chk = 2;
         const int i = c - e.c0 + 1;
-        if (i == 1) SetStatusText("Side Scan Interpolation row 1 of " + std::to_string(nCols));
+        if (i == 1)
+            TellStatus(notes, "Side Scan Interpolation row 1 of " + std::to_string(nCols));
         else if (i % 100 == 0) {
-            SetStatusText("Side Scan Interpolation row " + std::to_string(i));
+            TellStatus(notes, "Side Scan Interpolation row " + std::to_string(i));
             if (CheckEscKey()) return -1;
         }
         fillLine(Line{grid, mask, false, c}, e.r0, e.r1, e.ys, zmin, zmax);
@@ -166,10 +167,10 @@ Datam MakeSurfCorners(int topRow, int leftCol, int bottomRow, int rightCol) {
                            1, 0);
 }
 
-int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
+int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model, Notes* notes) {
     Proc p("Math(subSurf_Interpolate): ");
     if (grid.dims() != 2 || corners.dims() != 2) {
-        p.msg = "Not enough data points to create a surface.";
+        TellFailure(notes, p.fail("Not enough data points to create a surface."));
         return -1;
     }
     const Extent e = extentOf(grid);
@@ -199,7 +200,7 @@ int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
     const int count = have[0][0] + have[0][1] + have[1][0] + have[1][1];
     if (count < 3 || !(placed[0][0] || placed[0][1]) || !(placed[1][0] || placed[1][1]) ||
         !(placed[0][0] || placed[1][0]) || !(placed[0][1] || placed[1][1])) {
-        p.msg = "Not enough data points to create a surface.";
+        TellFailure(notes, p.fail("Not enough data points to create a surface."));
         return -1;
     }
     // With three corners the fourth lies on their plane.
@@ -208,7 +209,7 @@ int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
             if (!have[iy][ix]) z[iy][ix] = z[iy][1 - ix] + z[1 - iy][ix] - z[1 - iy][1 - ix];
 
     p.chk = 2;
-    SetStatusText("Surface Model Fit . . .");
+    TellStatus(notes, "Surface Model Fit . . .");
     const int top = std::min(rows[0], rows[1]), bottom = std::max(rows[0], rows[1]);
     const int left = std::min(cols[0], cols[1]), right = std::max(cols[0], cols[1]);
     const double x1 = e.x(cols[0]), x2 = e.x(cols[1]), y1 = e.y(rows[0]), y2 = e.y(rows[1]);
@@ -223,7 +224,7 @@ int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
     const double d = D * sx * sy;
     std::string text = num(a) + " + " + num(b) + " * X + " + num(c) + " * Y + " + num(d) + " * X * Y";
     ReplaceAll(text, "+ -", "- ");
-    SetStatusText("Surface Model: " + text);
+    TellStatus(notes, "Surface Model: " + text);
     if (model) *model = text;
 
     p.chk = 3;
@@ -231,9 +232,10 @@ int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
     const int n = bottom - top + 1;
     for (int r = top; r <= bottom; ++r) {
         const int i = r - top + 1;
-        if (i == 1) SetStatusText("Interpolate row 1 of " + std::to_string(n));
+        if (i == 1)
+            TellStatus(notes, "Interpolate row 1 of " + std::to_string(n));
         else if (i % 100 == 0) {
-            SetStatusText("Interpolate row " + std::to_string(i));
+            TellStatus(notes, "Interpolate row " + std::to_string(i));
             if (CheckEscKey()) return filled;
         }
         const double ty = sy * e.y(r) + oy;
@@ -249,7 +251,6 @@ int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model) {
 }
 
 int EdgeExtrapolate(Datam& grid, int& firstRow, int& lastRow, int& firstCol, int& lastCol) {
-    Proc p("Graphics(EdgeExtrapolate): ");
     firstRow = firstCol = 0;
     lastRow = lastCol = -1;
     if (grid.dims() != 2) return -1;
@@ -265,7 +266,6 @@ int EdgeExtrapolate(Datam& grid, int& firstRow, int& lastRow, int& firstCol, int
             if (known(grid(r, c), z)) return true;
         return false;
     };
-    p.chk = 1;
     int fr = e.r0, lr = e.r1, fc = e.c0, lc = e.c1;
     while (fr <= e.r1 && !rowHasData(fr)) {
         if (CheckEscKey()) return -1;
@@ -279,7 +279,6 @@ int EdgeExtrapolate(Datam& grid, int& firstRow, int& lastRow, int& firstCol, int
 
     // Continue each row outward from its outermost known cells, then each
     // column, so that rows outside the bounds take the edge rows' values.
-    p.chk = 2;
     auto extend = [&](auto cell, int from, int to) {
         int first = -1, last = -1;
         for (int i = from; i <= to; ++i)
@@ -306,14 +305,12 @@ int EdgeExtrapolate(Datam& grid, int& firstRow, int& lastRow, int& firstCol, int
 }
 
 Datam SurfExpand(const Datam& grid, int factor) {
-    Proc p("Graphics(SurfExpand): ");
     if (factor < 2 || grid.dims() != 2) return grid;
     const Extent e = extentOf(grid);
     const int nr = e.r1 - e.r0 + 1, nc = e.c1 - e.c0 + 1;
     if (nr < 1 || nc < 1) return grid;
     const int NR = (nr - 1) * factor + 1, NC = (nc - 1) * factor + 1;
     Datam out(e.r0 + NR - 1, e.c0 + NC - 1, grid.rowLb(), grid.colLb());
-    p.chk = 1;
     // Source position of a new line: segment index and fraction within it.
     auto split = [&](int i, int n, int& k, double& t) {
         k = std::min(i / factor, n - 2 < 0 ? 0 : n - 2);

@@ -121,7 +121,6 @@ TEST(Aberration, ZernikeRecoversPlantedCoefficientsAndTextEvaluates) {
 
     // The model text is what clsEquation evaluates with Rval and Theta.
     clsEquation eq(f.text);
-    eq.setQuiet(true);
     for (size_t i = 0; i < x.size(); i += 7) {
         eq.Var("Rval", f.rval(static_cast<int>(i) + 1, 1).toDouble());
         eq.Var("Theta", f.theta(static_cast<int>(i) + 1, 1).toDouble());

@@ -2,9 +2,9 @@
 
 #include <cmath>
 #include <numbers>
+#include <vector>
 
 #include "base/report.h"
-#include "common/capture_reporter.h"
 #include "numerics/equation.h"
 
 using namespace zorv;
@@ -14,7 +14,6 @@ namespace {
 double eval(std::string_view text, std::initializer_list<std::pair<const char*, double>> vars = {},
             bool degrees = false) {
     clsEquation e(text);
-    e.setQuiet(true);
     e.setDegrees(degrees);
     for (const auto& [n, v] : vars) e.Var(n, v);
     EXPECT_TRUE(e.Solve()) << text << ": " << e.LastError();
@@ -23,7 +22,6 @@ double eval(std::string_view text, std::initializer_list<std::pair<const char*, 
 
 std::string failure(std::string_view text, std::initializer_list<std::pair<const char*, double>> vars = {}) {
     clsEquation e(text);
-    e.setQuiet(true);
     for (const auto& [n, v] : vars) e.Var(n, v);
     EXPECT_FALSE(e.Solve()) << text;
     EXPECT_EQ(e.Solution(), 0.0);
@@ -177,7 +175,6 @@ TEST(Equation, CondensePutsValuesIn) {
 
 TEST(Equation, RemovingAVariableForcesAParse) {
     clsEquation e("a+b");
-    e.setQuiet(true);
     e.Var("a", 1);
     e.Var("b", 2);
     EXPECT_DOUBLE_EQ(e.Solution(), 3);
@@ -209,21 +206,45 @@ TEST(Equation, FailuresCarryTheirMessages) {
 }
 
 TEST(Equation, FailureIsReportedOnceUnderTheTag) {
-    zorv::testing::CaptureReporter c;
-    SetReporter(&c);
     clsEquation e("1/x");
     e.Var("x", 2);
-    EXPECT_DOUBLE_EQ(e.Solution(), 0.5);
+    Notes ok;
+    EXPECT_DOUBLE_EQ(e.Solution(&ok), 0.5);
+    EXPECT_FALSE(ok.failure);
     e.setEquation("(x");
-    for (int i = 0; i < 3; ++i) EXPECT_FALSE(e.Solve());
-    ASSERT_EQ(c.boxes.size(), 1u);
-    EXPECT_EQ(c.boxes[0], "clsEqn(Solve):\r\nUnbalanced parenthesis chk: 1");
-    EXPECT_EQ(c.flags[0], vbInformation);
+    std::vector<Failure> told;
+    for (int i = 0; i < 3; ++i) {
+        Notes n;
+        EXPECT_FALSE(e.Solve(&n));
+        if (n.failure) told.push_back(*n.failure);
+    }
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told[0].message(), "clsEqn(Solve):\r\nUnbalanced parenthesis chk: 1");
+    EXPECT_EQ(told[0].boxFlags(), vbInformation);
     // Recovers once the text is good again.
     e.setEquation("x*3");
     EXPECT_DOUBLE_EQ(e.Solution(), 6);
     EXPECT_TRUE(e.LastError().empty());
-    SetReporter(nullptr);
+}
+
+// An evaluation failure is a run-time error, told to the first caller that
+// asks; a new parse tells again.
+TEST(Equation, RunTimeFailureGoesToTheFirstCallerThatAsks) {
+    clsEquation e("1/x");
+    e.Var("x", 0);
+    EXPECT_FALSE(e.Solve());
+    Notes n;
+    EXPECT_EQ(e.Solution(&n), 0.0);
+    ASSERT_TRUE(n.failure);
+    EXPECT_EQ(n.failure->message(), "clsEqn(Solve):\r\nDivision by zero chk: 3");
+    EXPECT_EQ(n.failure->boxFlags(), vbCritical);
+    Notes again;
+    EXPECT_FALSE(e.Solve(&again));
+    EXPECT_FALSE(again.failure);
+    e.setEquation("2/x");
+    EXPECT_FALSE(e.Solve(&again));
+    ASSERT_TRUE(again.failure);
+    EXPECT_EQ(again.failure->text, "Division by zero");
 }
 
 TEST(FormatEquation, PerNumberTickFormat) {

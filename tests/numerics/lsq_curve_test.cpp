@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "base/report.h"
-#include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 
 using namespace zorv;
@@ -79,7 +77,6 @@ TEST(FitCurve, QuarticTurningPoints) {
 }
 
 TEST(FitCurve, EdgeCases) {
-    zorv::testing::ScopedCapture cs;
     // A single x value at order 2: every term column is constant.
     {
         Datam t = curveTable(0, 0, 5, [](double) { return 0.0; });
@@ -107,21 +104,29 @@ TEST(FitCurve, EdgeCases) {
         Datam t(4, 2, 0, 0);
         t(0, 1) = Value("Focus");
         t(0, 2) = Value("CD");
-        cs.boxes.clear();
-        EXPECT_FALSE(FitCurve(t, 1, 2, 2).coef.isArray());
-        ASSERT_EQ(cs.boxes.size(), 1u);
-        EXPECT_EQ(cs.boxes[0], "Math(FitCurve): \r\nNo data for mitp matrix: 'Focus' analysis. chk: 1");
+        Notes n;
+        EXPECT_FALSE(FitCurve(t, 1, 2, 2, &n).coef.isArray());
+        ASSERT_TRUE(n.failure);
+        EXPECT_TRUE(n.warnings.empty());
+        EXPECT_EQ(n.failure->message(),
+                  "Math(FitCurve): \r\nNo data for mitp matrix: 'Focus' analysis. chk: 1");
         t(1, 1) = Value(1.0);
         t(2, 1) = Value(2.0);
         t(2, 2) = Value("n/a");
         t(3, 2) = Value(4.0);
-        EXPECT_FALSE(FitCurve(t, 1, 2, 2).coef.isArray());
-        EXPECT_NE(cs.boxes.back().find("Not enough numeric data points for a fit."), std::string::npos);
+        n = Notes();
+        EXPECT_FALSE(FitCurve(t, 1, 2, 2, &n).coef.isArray());
+        ASSERT_TRUE(n.failure);
+        EXPECT_NE(n.failure->message().find("Not enough numeric data points for a fit."),
+                  std::string::npos);
         Datam t2 = t;
         for (int i = 1; i <= 4; ++i) t2(i, 2) = Value();
         t2(1, 1) = Value(1.0);
-        FitCurve(t2, 1, 2, 2);
-        EXPECT_NE(cs.boxes.back().find("No data for dtp matrix: 'CD' analysis."), std::string::npos);
+        n = Notes();
+        FitCurve(t2, 1, 2, 2, &n);
+        ASSERT_TRUE(n.failure);
+        EXPECT_NE(n.failure->message().find("No data for dtp matrix: 'CD' analysis."),
+                  std::string::npos);
     }
 }
 
@@ -211,8 +216,10 @@ TEST(LsqHelpers, SigFigSingleCheckString2Vector) {
     std::string many;
     for (int i = 0; i < 6000; ++i) many += std::to_string(i) + ",";
     EXPECT_EQ(String2Vector(many).rowUb(), 5096);
-    zorv::testing::ScopedCapture cs;
-    EXPECT_FALSE(String2Vector("abc").isArray());
-    ASSERT_EQ(cs.boxes.size(), 1u);
-    EXPECT_NE(cs.boxes[0].find("Listing provided is not a comma-delimited list."), std::string::npos);
+    Notes n;
+    EXPECT_FALSE(String2Vector("abc", {}, ",", &n).isArray());
+    ASSERT_TRUE(n.failure);
+    EXPECT_TRUE(n.warnings.empty());
+    EXPECT_NE(n.failure->message().find("Listing provided is not a comma-delimited list."),
+              std::string::npos);
 }

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "base/report.h"
-#include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 
 using namespace zorv;
@@ -304,7 +303,6 @@ TEST(SvdFit, ColumnLeftConstantByTheCullsIsDead) {
 }
 
 TEST(SvdFit, EdgeCases) {
-    zorv::testing::ScopedCapture cs;
     // No term column: one-row vectors holding 1, copied to the current ones.
     {
         Datam mitp(5, 0, 0, 0);
@@ -348,22 +346,24 @@ TEST(SvdFit, EdgeCases) {
         EXPECT_EQ(f.threshold, 1.0f);
         Datam vd = vdtpOf({2, 8});
         vd(2, 1) = Value();
-        cs.boxes.clear();
+        Notes n;
         for (bool explicitU : {false, true}) {
-            SvdFit g = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0, explicitU);
+            SvdFit g = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0, explicitU, &n);
             EXPECT_EQ(g.result, 0);
             EXPECT_EQ(at(g.coef, 1), 2.0);
             EXPECT_EQ(at(g.coef, 2), 0.0);
             EXPECT_EQ(at(g.errors, 1), 0.0);  // fewer than 3 residuals
             EXPECT_EQ(g.excluded.rowUb(), 1);  // n is the last row with a y
         }
-        EXPECT_TRUE(cs.boxes.empty());
+        EXPECT_FALSE(n.failure);
+        EXPECT_TRUE(n.warnings.empty());
         vd(1, 1) = Value("n/a");
-        SvdFit h = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0);
+        SvdFit h = svdfit_std(mitpOf({{1}, {3}}), vd, 0, true, true, 3, 0, false, &n);
         EXPECT_EQ(h.result, -1);
-        ASSERT_EQ(cs.boxes.size(), 1u);
-        EXPECT_NE(cs.boxes[0].find("MathUtil(svdfit_std): \r\nThe number  of DEPENDANT(vdtp) "
-                                       "observations is <2."),
+        ASSERT_TRUE(n.failure);
+        EXPECT_TRUE(n.warnings.empty());
+        EXPECT_NE(n.failure->message().find("MathUtil(svdfit_std): \r\nThe number  of "
+                                            "DEPENDANT(vdtp) observations is <2."),
                   std::string::npos);
     }
     // "Xloc" ends the term columns.

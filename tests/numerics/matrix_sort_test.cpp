@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "base/report.h"
-#include "common/capture_reporter.h"
 #include "numerics/matrix.h"
 
 using namespace zorv;
@@ -152,12 +151,7 @@ std::vector<int> DataRows(const Datam& m) {
 
 class SortTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        SetReporter(&quiet_);
-        SetEscPressed(false);
-    }
-    void TearDown() override { SetReporter(nullptr); }
-    zorv::testing::CaptureReporter quiet_;
+    void SetUp() override { SetEscPressed(false); }
 };
 
 }  // namespace
@@ -277,25 +271,56 @@ TEST_F(SortTest, EscapeLeavesTheRowsSeenSoFarSorted) {
     for (int r = 11; r <= 100; ++r) EXPECT_EQ(s(r, 1).toDouble(), 101 - r);
 }
 
+TEST_F(SortTest, ProgressGoesToTheCallerEachTenth) {
+    Datam m(100, 1, 0, 1);
+    for (int r = 1; r <= 100; ++r) m(r, 1) = Value(static_cast<double>(101 - r));
+    std::vector<int> seen;
+    Notes n;
+    n.progress = [&](int percent) { seen.push_back(percent); };
+    EXPECT_EQ(mat_sortCol(m, 1, false, nullptr, nullptr, &n)(1, 1).toDouble(), 1);
+    const std::vector<int> expected{10, 20, 30, 40, 50, 60, 70, 80, 90, -1};
+    EXPECT_EQ(seen, expected);
+    EXPECT_FALSE(n.failure);
+    EXPECT_TRUE(n.warnings.empty());
+}
+
 TEST_F(SortTest, FailureMessagesAndSmallCases) {
-    EXPECT_FALSE(mat_sortCol(Datam(0, 2, 0, 1), 1).isArray());
-    EXPECT_NE(quiet_.boxes.back().find("MathUtil(mat_sortCol): \r\nNo data rows provided."),
+    // The text of the failure each call hands back.
+    auto failed = [](const Notes& n) {
+        EXPECT_TRUE(n.failure.has_value());
+        return n.failure ? n.failure->message() : std::string();
+    };
+    Notes n;
+    EXPECT_FALSE(mat_sortCol(Datam(0, 2, 0, 1), 1, false, nullptr, nullptr, &n).isArray());
+    EXPECT_NE(failed(n).find("MathUtil(mat_sortCol): \r\nNo data rows provided."),
               std::string::npos);
 
-    EXPECT_FALSE(mat_SheetSort(Datam(), 1).isArray());
-    EXPECT_NE(quiet_.boxes.back().find("Input data is not a matrix or has no data in it."),
+    n = Notes();
+    EXPECT_FALSE(mat_SheetSort(Datam(), 1, false, nullptr, &n).isArray());
+    EXPECT_NE(failed(n).find("Input data is not a matrix or has no data in it."),
               std::string::npos);
     const Datam m = Datam::fromRows({{"A", "B"}, {2, 1}, {1, 2}}, 0, 1);
-    EXPECT_FALSE(mat_SheetSort(m, kMissing).isArray());
-    EXPECT_NE(quiet_.boxes.back().find("Sort column or vector not given."), std::string::npos);
-    EXPECT_FALSE(mat_SheetSort(m, 3).isArray());
-    EXPECT_NE(quiet_.boxes.back().find(
+    n = Notes();
+    EXPECT_FALSE(mat_SheetSort(m, kMissing, false, nullptr, &n).isArray());
+    EXPECT_NE(failed(n).find("Sort column or vector not given."), std::string::npos);
+    n = Notes();
+    EXPECT_FALSE(mat_SheetSort(m, 3, false, nullptr, &n).isArray());
+    EXPECT_NE(failed(n).find(
                   "Insufficient rows/columns in input data matrix: (row,col)=(2, 2)"),
               std::string::npos);
-    EXPECT_EQ(mat_SheetSort(m, 1)(1, 1).toLong(), 1);
+    n = Notes();
+    EXPECT_EQ(mat_SheetSort(m, 1, false, nullptr, &n)(1, 1).toLong(), 1);
+    EXPECT_FALSE(n.failure);
 
-    EXPECT_FALSE(vec_sort(Datam(0, 1, 0, 1)).isArray());
-    EXPECT_EQ(quiet_.boxes.back(), "Vec_sort: no rows in vector");
+    EXPECT_FALSE(vec_sort(Datam(0, 1, 0, 1), false, &n).isArray());
+    ASSERT_EQ(n.warnings.size(), 1u);
+    EXPECT_EQ(n.warnings.back().text, "Vec_sort: no rows in vector");
+    EXPECT_FALSE(n.failure);
+
+    // A routine that fails in a routine it calls hands on that failure.
+    n = Notes();
+    EXPECT_FALSE(mat_sort(Datam(3, 1, 0, 1), 1, false, nullptr, &n).isArray());
+    EXPECT_EQ(failed(n), "MathUtil(mat_sortCol): \r\nNo data rows provided. chk: 0");
 
     // One data row: the table as it is and a one-value unique table.
     Datam unique;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "base/report.h"
-#include "common/capture_reporter.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "numerics/surface.h"
@@ -14,12 +13,7 @@ using namespace zorv;
 
 namespace {
 
-class MatrixTest : public ::testing::Test {
-protected:
-    void SetUp() override { SetReporter(&cap); }
-    void TearDown() override { SetReporter(nullptr); }
-    zorv::testing::CaptureReporter cap;
-};
+class MatrixTest : public ::testing::Test {};
 
 Datam Column(std::initializer_list<Value> values) {
     Datam v(static_cast<int>(values.size()), 1, 1, 1);
@@ -137,8 +131,10 @@ TEST_F(MatrixTest, AppendDeleteSwapDropAndFill) {
     EXPECT_TRUE(mat_SwapRows(s, 1, 3));
     EXPECT_EQ(s(1, 1).toLong(), 7);
     EXPECT_EQ(s(3, 3).toLong(), 3);
-    EXPECT_FALSE(mat_SwapRows(s, 0, 3));
-    EXPECT_TRUE(cap.saw("MathUtil(mat_SwapRows): "));
+    Notes swap;
+    EXPECT_FALSE(mat_SwapRows(s, 0, 3, &swap));
+    ASSERT_TRUE(swap.failure);
+    EXPECT_NE(swap.failure->message().find("MathUtil(mat_SwapRows): "), std::string::npos);
 
     const Datam d = vec_DropEmpty(Column({Value(), Value(1), Value::null(), Value(""), Value(2)}));
     ASSERT_EQ(d.rowUb(), 3);
@@ -175,12 +171,18 @@ TEST_F(MatrixTest, ArithmeticSkipsEmptyAndText) {
     EXPECT_EQ(minus(5, 1).toDouble(), 7.5);
     EXPECT_TRUE(minus(2, 1).isEmpty());
 
-    const Datam shorter = vec_sub(v, Column({Value(1), Value(1), Value(1)}));
+    Notes sub;
+    const Datam shorter = vec_sub(v, Column({Value(1), Value(1), Value(1)}), &sub);
     EXPECT_EQ(shorter.rowUb(), 3);
-    EXPECT_EQ(cap.statusText(), "Warning: unequal length vectors in Subtraction.");
-    EXPECT_FALSE(vec_sub(v).isArray());
-    EXPECT_TRUE(cap.saw("MathUtility(vec_sub): \r\nSecond vector not submitted."));
-    EXPECT_EQ(cap.lastFlags(), vbInformation);
+    EXPECT_FALSE(sub.failure);
+    ASSERT_EQ(sub.warnings.size(), 1u);
+    EXPECT_EQ(sub.warnings[0].text, "Warning: unequal length vectors in Subtraction.");
+    EXPECT_TRUE(sub.warnings[0].statusLine);
+    EXPECT_FALSE(vec_sub(v, MatOperand(), &sub).isArray());
+    ASSERT_TRUE(sub.failure);
+    EXPECT_NE(sub.failure->message().find("MathUtility(vec_sub): \r\nSecond vector not submitted."),
+              std::string::npos);
+    EXPECT_EQ(sub.failure->boxFlags(), vbInformation);
 
     EXPECT_EQ(vec_abs(v)(4, 1).toDouble(), 2);
     EXPECT_EQ(vec_sqrt(v)(5, 1).toDouble(), 3);
@@ -298,11 +300,15 @@ TEST_F(MatrixTest, RcStatNamesMarksAndSummary) {
     EXPECT_DOUBLE_EQ(mat_rcstat(m, "SUM", false, 3)(1, 1).toDouble(), 15);
 
     has = true;
+    Notes n;
     const Datam none = mat_rcstat(Datam::fromRows({{"A"}, {"x"}}, 0, 1), "MEAN", true, -1,
-                                  nullptr, nullptr, &has);
+                                  nullptr, nullptr, &has, &n);
     EXPECT_FALSE(has);
     EXPECT_TRUE(none(1, 1).isEmpty());
-    EXPECT_EQ(cap.statusText(), "No data in input matrix.");
+    ASSERT_EQ(n.warnings.size(), 1u);
+    EXPECT_EQ(n.warnings.back().text, "No data in input matrix.");
+    EXPECT_TRUE(n.warnings.back().statusLine);
+    EXPECT_FALSE(n.failure);
 }
 
 TEST_F(MatrixTest, FindColumnAndRowNumber) {
@@ -337,10 +343,15 @@ TEST_F(MatrixTest, FindNearestRulesAndMessages) {
     const Datam dates = Datam::fromRows({{"When"}, {Value::date(45000.25)}, {Value::date(45003)}}, 0, 1);
     EXPECT_EQ(mv_FindNearest(45002, dates, 1), 2);
 
-    EXPECT_EQ(mv_FindNearest(1, m, 3), -1);
-    EXPECT_TRUE(cap.saw("Math(mv_FindNearest): \r\nColumn number '3' is greater than the number of columns in data."));
-    EXPECT_EQ(mv_FindNearest(1, Datam::fromRows({{"Dose"}}, 0, 1), 1), -1);
-    EXPECT_TRUE(cap.saw("Less than one data point in input matrix."));
+    Notes n;
+    EXPECT_EQ(mv_FindNearest(1, m, 3, true, &n), -1);
+    ASSERT_TRUE(n.failure);
+    EXPECT_NE(n.failure->message().find("Math(mv_FindNearest): \r\nColumn number '3' is greater "
+                                        "than the number of columns in data."),
+              std::string::npos);
+    EXPECT_EQ(mv_FindNearest(1, Datam::fromRows({{"Dose"}}, 0, 1), 1, true, &n), -1);
+    EXPECT_NE(n.failure->message().find("Less than one data point in input matrix."),
+              std::string::npos);
 }
 
 TEST_F(MatrixTest, StdErrColumns) {

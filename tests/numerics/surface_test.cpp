@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
-#include "base/report.h"
-#include "common/capture_reporter.h"
 #include "numerics/equation.h"
 #include "numerics/surface.h"
 
@@ -95,7 +94,15 @@ TEST(Surface, SubSurfaceIsExactForBilinearData) {
         for (int c : {1, 5}) g(r, c) = f(X(g, c), Y(g, r));
     g(2, 3) = 1000.0;  // a known interior cell stays
     std::string model;
-    EXPECT_EQ(subSurf_Interpolate(g, MakeSurfCorners(1, 1, 4, 5), &model), 20 - 5);
+    std::vector<std::string> status;
+    Notes n;
+    n.status = [&](const std::string& text) { status.push_back(text); };
+    EXPECT_EQ(subSurf_Interpolate(g, MakeSurfCorners(1, 1, 4, 5), &model, &n), 20 - 5);
+    EXPECT_FALSE(n.failure);
+    // The model and the progress reach a caller that shows them.
+    const std::vector<std::string> expected{"Surface Model Fit . . .", "Surface Model: " + model,
+                                            "Interpolate row 1 of 4"};
+    EXPECT_EQ(status, expected);
     clsEquation eq(model);
     for (int r = 1; r <= 4; ++r)
         for (int c = 1; c <= 5; ++c) {
@@ -119,15 +126,14 @@ TEST(Surface, SubSurfaceThreeCornersGiveAPlaneTwoAreRefused) {
     for (int r = 1; r <= 3; ++r)
         for (int c = 1; c <= 3; ++c) EXPECT_NEAR(g(r, c).toDouble(), plane(X(g, c), Y(g, r)), 1e-12);
 
-    zorv::testing::CaptureReporter cap;
-    SetReporter(&cap);
     Datam h = makeGrid({0, 1, 2}, {0, 1, 2});
     h(1, 1) = 1.0;
     h(3, 3) = 2.0;
-    EXPECT_EQ(subSurf_Interpolate(h, MakeSurfCorners(1, 1, 3, 3)), -1);
-    SetReporter(nullptr);
-    ASSERT_EQ(cap.boxes.size(), 1u);
-    EXPECT_EQ(cap.boxes[0],
+    Notes n;
+    EXPECT_EQ(subSurf_Interpolate(h, MakeSurfCorners(1, 1, 3, 3), nullptr, &n), -1);
+    ASSERT_TRUE(n.failure);
+    EXPECT_TRUE(n.warnings.empty());
+    EXPECT_EQ(n.failure->message(),
               "Math(subSurf_Interpolate): \r\nNot enough data points to create a surface. chk: 1");
     EXPECT_TRUE(h(2, 2).isEmpty());
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/datam.h"
+#include "numerics/notes.h"
 
 namespace zorv {
 
@@ -53,13 +54,15 @@ struct AberrationFit {
 
 // x, y and values are vectors of equal length (rows 1..n, column 1). nTerms
 // counts the piston; the columns used are min(n, nTerms) - 1, at most the
-// table's. threshold and rangeCull go to svdfit_std. With reuse and a cache
-// holding a table of the same basis, rows and columns, the table is kept.
+// table's. threshold and rangeCull go to svdfit_std, and so do the notes (its
+// failure and warnings); the row count while the table is built goes to
+// notes->status. With reuse and a cache holding a table of the same basis,
+// rows and columns, the table is kept.
 AberrationFit Model_Zernike(const Datam& x, const Datam& y, const Datam& values, int nTerms,
                             float threshold, float rangeCull, bool reuse = false,
-                            AberrationCache* cache = nullptr);
+                            AberrationCache* cache = nullptr, Notes* notes = nullptr);
 AberrationFit Model_ASMLfocus(const Datam& x, const Datam& y, const Datam& values, int nTerms,
                               float threshold, float rangeCull, bool reuse = false,
-                              AberrationCache* cache = nullptr);
+                              AberrationCache* cache = nullptr, Notes* notes = nullptr);
 
 }  // namespace zorv

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/datam.h"
+#include "numerics/notes.h"
 
 namespace zorv {
 
@@ -47,12 +48,13 @@ public:
     // The text with the variables' values put in.
     std::string Condense() const;
 
-    // Parses when needed, then evaluates. False on failure, which has been
-    // reported under "clsEqn(Solve):" unless quiet (once per parse).
-    bool Solve();
+    // Parses when needed, then evaluates. False on failure. The failure,
+    // under "clsEqn(Solve):", goes to the first failing call after a parse
+    // that passes notes, and to no other: a loop over sites has one to show.
+    bool Solve(Notes* notes = nullptr);
     // Solve, then the value (0 after a failure).
-    double Solution() {
-        Solve();
+    double Solution(Notes* notes = nullptr) {
+        Solve(notes);
         return value_;
     }
     double LastValue() const noexcept { return value_; }
@@ -62,8 +64,6 @@ public:
 
     // Failure text of the last parse or evaluation ("" when it went well).
     const std::string& LastError() const noexcept { return error_; }
-    // Suppresses the message boxes; LastError still tells.
-    void setQuiet(bool on) noexcept { quiet_ = on; }
 
     void Kill();
 
@@ -82,6 +82,7 @@ private:
     bool parse();
     bool evaluate();
     void fail(std::string text, bool runtime, float chk);
+    void tell(Notes* notes);
 
     std::string text_;
     std::vector<std::string> names_;  // lower case
@@ -89,12 +90,13 @@ private:
     std::vector<Instr> code_;
     std::vector<double> stack_;
     std::string error_;
+    bool errorRuntime_ = false;  // a run-time error rather than a composed message
+    float errorChk_ = 0;
     double value_ = 0;
     bool needParse_ = true;
     bool parseFailed_ = false;
-    bool reported_ = false;
+    bool told_ = false;  // the failure since the last parse was handed out
     bool degrees_ = false;
-    bool quiet_ = false;
     std::mt19937_64 rng_{0x5eed};
 };
 

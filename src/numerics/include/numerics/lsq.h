@@ -16,11 +16,9 @@
 
 #include "base/datam.h"
 #include "base/marks.h"
+#include "numerics/notes.h"
 
 namespace zorv {
-
-// Mark of an absent root or turning point.
-
 
 // ---------------------------------------------------------------------------
 // Decomposition
@@ -33,8 +31,10 @@ void svd_decompose(const Datam& a, Datam& u, Datam& w, Datam& v);
 
 // Solution vector (m rows) of u w v' x = b. A tolerance of exactly 0 becomes
 // e^-12 and goes back to the caller; singular values below tolerance * max(w)
-// are set to 0 in w.
-Datam svd_coeffs(const Datam& b, const Datam& u, Datam& w, const Datam& v, float& tolerance);
+// are set to 0 in w. Factors of mismatched shapes: a non-array Datam and a
+// run-time failure.
+Datam svd_coeffs(const Datam& b, const Datam& u, Datam& w, const Datam& v, float& tolerance,
+                 Notes* notes = nullptr);
 
 // Covariance (m x m) of the solution in the units the decomposition saw.
 Datam svd_covariance(const Datam& v, const Datam& w);
@@ -59,10 +59,13 @@ struct SvdFit {
 };
 
 // Fit of vdtp (column 1, rows 1..n) on the term columns 1..m of mitp (m = the
-// last column, or one less than a column headed "Xloc"). Messages go through
-// the reporting path under "MathUtil(svdfit_std): ".
+// last column, or one less than a column headed "Xloc"). Without rows or term
+// columns the result is -1 with one-row vectors of 1 and no failure; a fit
+// left without observations ends with -1 and a run-time failure under
+// "MathUtil(svdfit_std): ". A range cull that leaves fewer than 2 rows adds a
+// warning (a box titled with the tag).
 SvdFit svdfit_std(const Datam& mitp, const Datam& vdtp, float tolerance, bool center, bool scale,
-                  float threshold, float rangeCull, bool wantU = false);
+                  float threshold, float rangeCull, bool wantU = false, Notes* notes = nullptr);
 
 // The same fit on plain arrays: x row-major n x m, y n values; NaN marks an
 // empty cell. Rows are numbered from 1 in residRow and excluded (index 0 unused).
@@ -82,13 +85,13 @@ struct SvdFitArrays {
 };
 SvdFitArrays svdfit_std(const double* x, const double* y, int n, int m, float tolerance,
                         bool center, bool scale, float threshold, float rangeCull,
-                        bool wantU = false);
+                        bool wantU = false, Notes* notes = nullptr);
 
 // modelled = x c (empty cells skipped), residual = y - modelled less the
 // mean of those (the intercept); coef = intercept followed by c. Returns 1, or
 // -1 when x has fewer than 2 rows ("No data in matrix").
 int CalcFitResids(const Datam& x, const Datam& y, const Datam& c, Datam& coef, Datam& modelled,
-                  Datam& resids, double& ssModelled, double& ssResids);
+                  Datam& resids, double& ssModelled, double& ssResids, Notes* notes = nullptr);
 
 // ---------------------------------------------------------------------------
 // Curve fit
@@ -108,11 +111,12 @@ struct CurveFit {
 };
 
 // Polynomial of y (column yCol) in x (column xCol) of a table with a header
-// row, order clamped to 1..4, and its turning points.
-CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order);
+// row, order clamped to 1..4, and its turning points. Without data to fit,
+// coef is not an array and notes get the failure.
+CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order, Notes* notes = nullptr);
 
 // Value of the rounded equation text of a curve fit at x.
-double EvalCurve(const std::string& equation, double x);
+double EvalCurve(const std::string& equation, double x, Notes* notes = nullptr);
 
 // Roots of x^3 + a x^2 + b x + c (trigonometric method); kNoRoot where absent.
 void GetCubicRoots(double a, double b, double c, double& x1, double& x2, double& x3);
@@ -126,7 +130,7 @@ void GetQuadRoots(double a, double b, double c, double& x1, double& x2);
 // whose first column holds the group key (rows from 1, row 0 the header).
 // ss gets each column's sum of squares within groups; dof = rows - groups - 1.
 // A column is left empty where dof is not positive.
-Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups);
+Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups, Notes* notes = nullptr);
 
 // Correlation coefficient r of two vectors (means in 32-bit floats over rows
 // where both are numeric, divided by the full row count).
@@ -148,8 +152,9 @@ std::string SigFig(double value, std::string& scientific, std::string& intPart,
 Value SingleCheck(const Value& v);
 
 // Items of a delimited list as a vector (rows from 1); the text before the
-// header, when one is given and found, goes to row 0.
+// header, when one is given and found, goes to row 0. A text that is neither
+// a list nor a number gives a non-array Datam and a failure.
 Datam String2Vector(std::string_view list, std::string_view header = {},
-                    std::string_view delimiter = ",");
+                    std::string_view delimiter = ",", Notes* notes = nullptr);
 
 }  // namespace zorv

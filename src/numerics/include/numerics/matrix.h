@@ -9,8 +9,13 @@
 // - A cell is blank when its text length is 0 (IsBlank). Numeric means
 //   IsNumericValue; NumericOf reads such a cell (text after removing "%").
 // - A vector is an n by 1 table used as column 1 (VecCol gives the column).
-// - Functions that fail report through Proc (tag, text, checkpoint) and return
-//   a neutral value: an empty (non-array) Datam, -1 or 0 as stated.
+// - Nothing in numerics shows a box or writes the status line. A routine that
+//   can fail, warn or show progress takes a last argument `Notes* notes =
+//   nullptr` (numerics/notes.h): on failure it returns its neutral value (an
+//   empty, non-array Datam, -1, 0 or a result struct marked as failed) and
+//   puts the composed Failure (tag, text, " chk: ", checkpoint) in
+//   notes->failure; warnings it goes on after are added to notes->warnings.
+//   Routines it calls get the same Notes. The caller shows what it wants.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +28,7 @@
 #include "base/datam.h"
 #include "base/marks.h"
 #include "base/value.h"
+#include "numerics/notes.h"
 
 namespace zorv {
 
@@ -70,15 +76,17 @@ Datam mat_vector(const Datam& m, bool byRow, int index);
 // searches upward from fromRow for a header row; rowKeyCol >= 0 copies that
 // column into column 0 of the result (when the result has a column 0).
 Datam mat_partition(const Datam& m, int fromRow = kMissing, int fromCol = kMissing,
-                    int toRow = kMissing, int toCol = kMissing, int rowKeyCol = -1);
+                    int toRow = kMissing, int toCol = kMissing, int rowKeyCol = -1,
+                    Notes* notes = nullptr);
 // mode "ADDROWS", "ADDCOLUMNS" or "VECTOR" (case-blind).
 Datam mat_append(const Datam& a, const Datam& b, std::string_view mode = "ADDROWS");
 // Without the listed rows (byRow) or columns; `list` is a vector of indexes.
-Datam mat_delrc(const Datam& m, const Datam& list, bool byRow = true);
-Datam mat_delrc(const Datam& m, int index, bool byRow = true);
+Datam mat_delrc(const Datam& m, const Datam& list, bool byRow = true, Notes* notes = nullptr);
+Datam mat_delrc(const Datam& m, int index, bool byRow = true, Notes* notes = nullptr);
 // Without empty and null cells; all empty gives a non-array Datam.
 Datam vec_DropEmpty(const Datam& v);
-bool mat_SwapRows(Datam& m, int a, int b);
+// False (a run-time failure) for a row outside the table.
+bool mat_SwapRows(Datam& m, int a, int b, Notes* notes = nullptr);
 
 // ---- arithmetic (empty cells skipped and kept empty) --------------------------
 // An operand that is a table, a number, or not given.
@@ -110,7 +118,8 @@ Datam mat_mulRegion(const Datam& a, const Datam& b, RegionTouched* touched = nul
                     int fromRow = kMissing, int fromCol = kMissing, int toRow = kMissing,
                     int toCol = kMissing);
 Datam mat_sum(std::initializer_list<MatOperand> terms);
-Datam vec_sub(const Datam& a, const MatOperand& b = MatOperand());
+// Vectors of unequal length are cut to the shorter, with a status-line warning.
+Datam vec_sub(const Datam& a, const MatOperand& b = MatOperand(), Notes* notes = nullptr);
 Datam vec_abs(const Datam& v);
 Datam vec_pow(const Datam& v, double power);
 Datam vec_mul(const Datam& a, const MatOperand& b);
@@ -154,23 +163,29 @@ int CompareKeys(const Value& a, const Value& b);
 // 32-bit floats. Esc stops the sort with the rows seen so far sorted.
 // Failure gives a non-array Datam.
 Datam mat_sortCol(const Datam& m, int col, bool descending = false, Datam* header = nullptr,
-                  Datam* unique = nullptr);
+                  Datam* unique = nullptr, Notes* notes = nullptr);
 // The permutation mat_sortCol applies: sorted data row k comes from source row
 // order[k - first data row]. Empty when there are no data rows.
-std::vector<int> mat_sortOrder(const Datam& m, int col, bool descending = false);
+std::vector<int> mat_sortOrder(const Datam& m, int col, bool descending = false,
+                               Notes* notes = nullptr);
 
 // Several keys: `keys` is a vector of column numbers, with an optional
 // descending flag in its column 2; non-numeric entries are skipped.
 // hierarchical: groups of the first key (equal at 6 decimals) sorted on the
 // rest; otherwise runs of equal keys sorted on the next key.
-Datam mat_sort(const Datam& m, const Datam& keys, Datam* unique = nullptr,
-               bool hierarchical = true);
-Datam mat_sort(const Datam& m, int keyCol, bool descending = false, Datam* unique = nullptr);
+Datam mat_sort(const Datam& m, const Datam& keys, Datam* unique = nullptr, bool hierarchical = true,
+               Notes* notes = nullptr);
+Datam mat_sort(const Datam& m, int keyCol, bool descending = false, Datam* unique = nullptr,
+               Notes* notes = nullptr);
 // The worksheet sort. Without a spreadsheet host it gives mat_sortCol's result
 // (mat_sort's for several keys) and keeps its failure messages.
-Datam mat_SheetSort(const Datam& m, const Datam& keys, Datam* unique = nullptr);
-Datam mat_SheetSort(const Datam& m, int keyCol, bool descending = false, Datam* unique = nullptr);
-Datam vec_sort(const Datam& v, bool descending = false);
+Datam mat_SheetSort(const Datam& m, const Datam& keys, Datam* unique = nullptr,
+                    Notes* notes = nullptr);
+Datam mat_SheetSort(const Datam& m, int keyCol, bool descending = false, Datam* unique = nullptr,
+                    Notes* notes = nullptr);
+// A vector without rows gives a non-array Datam and the untagged warning
+// "Vec_sort: no rows in vector" (a box).
+Datam vec_sort(const Datam& v, bool descending = false, Notes* notes = nullptr);
 
 // ---- statistics -------------------------------------------------------------
 // Statistic `name` of each data column (byCol) or row; index -1 for all, giving
@@ -178,11 +193,13 @@ Datam vec_sort(const Datam& v, bool descending = false);
 // `summary` (made when not an array) gets the labels "Count" .. "RMSS" in column 0
 // and one column per entry, headed from the source's header row. `range`, when
 // it holds two numbers in its first data row, limits the walk along each
-// column (row) to those rows (columns). `hasData` tells whether any cell counted.
+// column (row) to those rows (columns). `hasData` tells whether any cell counted;
+// when none did, the status-line warning "No data in input matrix.".
 Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol = true, int index = -1,
-                 Datam* summary = nullptr, const Datam* range = nullptr, bool* hasData = nullptr);
+                 Datam* summary = nullptr, const Datam* range = nullptr, bool* hasData = nullptr,
+                 Notes* notes = nullptr);
 // mat_rcstat of one column as a number (0 when empty).
-double mat_rcstat1(const Datam& m, std::string_view name, int col);
+double mat_rcstat1(const Datam& m, std::string_view name, int col, Notes* notes = nullptr);
 
 // ---- search and unique values -------------------------------------------------
 // Highest column whose cell in `row` matches the name (upper-cased; numbers at
@@ -193,9 +210,11 @@ int RowNumber(const Datam& m, const Value& key, int col = kMissing, int start = 
 // Unique values of a column in sorted order: rows 1..k, column 1 the value,
 // column 2 its count; row 0 holds the header and "Count". `header` gets the
 // column's header. Non-array Datam on failure.
-Datam GetUniqueValues(const Datam& m, int col, Value* header = nullptr, bool sorted = false);
+Datam GetUniqueValues(const Datam& m, int col, Value* header = nullptr, bool sorted = false,
+                      Notes* notes = nullptr);
 // Row (byCol) or column of the cell nearest to `value`; 0 when none is nearer
 // than the starting bound, -1 on failure.
-int mv_FindNearest(double value, const Datam& m, int col, bool byCol = true);
+int mv_FindNearest(double value, const Datam& m, int col, bool byCol = true,
+                   Notes* notes = nullptr);
 
 }  // namespace zorv

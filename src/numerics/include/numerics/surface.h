@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/datam.h"
+#include "numerics/notes.h"
 
 namespace zorv {
 
@@ -15,8 +16,10 @@ namespace zorv {
 // between the known cells that bound them; masked cells stay empty and split
 // a run. zmin and zmax come in as seeds (0 means none) and go out as the
 // extremes of the values met. 1 on success, -1 when stopped (Esc) or when the
-// grid is not a table.
-int surf_interpolate2(Datam& grid, double& zmin, double& zmax, const Datam& mask = Datam());
+// grid is not a table ("No surface grid to interpolate."). Progress goes to
+// notes->status.
+int surf_interpolate2(Datam& grid, double& zmin, double& zmax, const Datam& mask = Datam(),
+                      Notes* notes = nullptr);
 
 // The corner table of subSurf_Interpolate: rows "upl", "upr", "lowl", "lowr"
 // (column 0), each with the grid row (column 1) and grid column (column 2).
@@ -26,8 +29,10 @@ Datam MakeSurfCorners(int topRow, int leftCol, int bottomRow, int rightCol);
 // surface a + b * X + c * Y + d * X * Y through the known corner values (a
 // plane when only three are known). The model text goes to *model. The
 // number of cells filled, or -1 with "Not enough data points to create a
-// surface." when fewer than three corners hold values.
-int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model = nullptr);
+// surface." when fewer than three corners hold values. The model and the
+// progress go to notes->status as well.
+int subSurf_Interpolate(Datam& grid, const Datam& corners, std::string* model = nullptr,
+                        Notes* notes = nullptr);
 
 // Finds the bounding rectangle of the known cells (bounds out; inputs are
 // ignored) and continues each row, then each column, to the grid's edges
