@@ -9,7 +9,8 @@
 //     Proc p("cLot(ModelFit): ");
 //     p.chk = 3;
 //     if (bad) return p.fail("Model not found");
-// Warnings that do not stop a routine and questions still go through MsgBox.
+// Warnings that do not stop a routine and questions still go through MsgBox
+// (the numerics toolkit hands them back in its Notes instead).
 #pragma once
 
 #include <cassert>
