@@ -53,10 +53,10 @@ void WriteBig(benchmark::State* state) {
     fs::remove(BigPath());
     Workbooks::CloseAll();
     if (state) state->ResumeTiming();
-    int rc = SaveData(t.data, t.excluded, t.sites, t.information);
+    const bool ok = SaveData(t.data, t.excluded, t.sites, t.information).ok();
     if (state) state->PauseTiming();
     Workbooks::CloseAll();
-    if (rc < 1 && state) state->SkipWithError("SaveData failed");
+    if (!ok && state) state->SkipWithError("SaveData failed");
 }
 
 struct Quiet {
@@ -84,7 +84,7 @@ void BM_GetExcelWBLot_1M(benchmark::State& state) {
     long points = 0;
     for (auto _ : state) {
         std::shared_ptr<cLot> lot;
-        if (GetExcelWBLot(BigPath(), "", lot) < 1) {
+        if (!GetExcelWBLot(BigPath(), LoadOptions{}, lot)) {
             state.SkipWithError("load failed");
             break;
         }
@@ -112,12 +112,12 @@ void BM_SaveArray_1000(benchmark::State& state) {
         state.PauseTiming();
         WorkbookPtr wb;
         Worksheet* ws = nullptr;
-        if (OpenExcelWorksheet(BigPath(), wb, &ws, false) < 1) {
+        if (!OpenExcelWorksheet(BigPath(), wb, &ws, false)) {
             state.SkipWithError("open failed");
             break;
         }
         state.ResumeTiming();
-        if (SaveArray(result, "Result" + std::to_string(++n), "Result", wb.get()) < 1) {
+        if (!SaveArray(result, "Result" + std::to_string(++n), "Result", wb.get())) {
             state.SkipWithError("SaveArray failed");
             break;
         }

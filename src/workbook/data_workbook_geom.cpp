@@ -16,18 +16,19 @@ using namespace dwb;
 int FindFirstRow(const Datam& table, int& row, int& column, std::string_view text, int lastRow,
                  int lastColumn, int firstRow, int firstColumn, bool quiet) {
     Proc p("Import(FindFirstRow): ");
-    if (quiet) p.quiet();
     row = -1;
     column = -1;
     p.chk = 1;
-    if (!table.isArray() || table.dims() != 2) {
-        p.msg = "Input matrix is not an array.";
+    // The look-up owns its two messages and finds nothing; a quiet caller has
+    // its own answer to a table that is no table.
+    auto noTable = [&](const char* text) {
+        p.msg = text;
+        if (quiet) p.quiet();
+        else p.report();
         return -1;
-    }
-    if (table.rowCount() < 1 || table.colCount() < 1) {
-        p.msg = "No data points in array.";
-        return -1;
-    }
+    };
+    if (!table.isArray() || table.dims() != 2) return noTable("Input matrix is not an array.");
+    if (table.rowCount() < 1 || table.colCount() < 1) return noTable("No data points in array.");
     p.chk = 2;
     int r0 = firstRow == kDefaultBound ? table.rowLb() : std::max(firstRow, table.rowLb());
     int c0 = firstColumn == kDefaultBound ? table.colLb() : std::max(firstColumn, table.colLb());
@@ -60,8 +61,8 @@ double SmallestStep(std::vector<double> v) {
 }
 }  // namespace
 
-int FindFieldSize(Datam& sites, double& sizeX, double& sizeY, double& stepX, double& stepY,
-                  bool center) {
+Status FindFieldSize(Datam& sites, double& sizeX, double& sizeY, double& stepX, double& stepY,
+                     bool center) {
     Proc p("import(FindFieldSize): ");
     p.chk = 1;
     std::vector<double> xs, ys;
@@ -74,15 +75,12 @@ int FindFieldSize(Datam& sites, double& sizeX, double& sizeY, double& stepX, dou
             ys.push_back(y.toDouble());
         }
     }
-    if (xs.empty()) {
-        p.msg = "No site information in data.";
-        return -1;
-    }
+    if (xs.empty()) return p.fail("No site information in data.");
     p.chk = 2;
     if (xs.size() <= 3) {
         sizeX = 24;
         sizeY = 36;
-        return 1;
+        return StatusOk();
     }
     if (stepX <= 0) stepX = SmallestStep(xs);
     if (stepY <= 0) stepY = SmallestStep(ys);
@@ -108,10 +106,10 @@ int FindFieldSize(Datam& sites, double& sizeX, double& sizeY, double& stepX, dou
             sites(r, 5) = Round(sites(r, 5).toDouble() - cy, 1);
         }
     }
-    return 1;
+    return StatusOk();
 }
 
-int CenterFieldSites(Datam& sites, double& offsetX, double& offsetY, bool center, cLot* lot) {
+Status CenterFieldSites(Datam& sites, double& offsetX, double& offsetY, bool center, cLot* lot) {
     Proc p("Import(CenterFieldSites): ");
     p.chk = 1;
     double minX = 0, maxX = 0, minY = 0, maxY = 0;
@@ -131,10 +129,7 @@ int CenterFieldSites(Datam& sites, double& offsetX, double& offsetY, bool center
             maxY = std::max(maxY, y);
         }
     }
-    if (!any) {
-        p.msg = "No sites data.";
-        return -1;
-    }
+    if (!any) return p.fail("No sites data.");
     p.chk = 2;
     double midX = (minX + maxX) / 2, midY = (minY + maxY) / 2;
     if (center && (midX != 0 || midY != 0)) {
@@ -154,16 +149,13 @@ int CenterFieldSites(Datam& sites, double& offsetX, double& offsetY, bool center
         lot->SiteXoffset = static_cast<float>(-midX * 1000);
         lot->SiteYoffset = static_cast<float>(-midY * 1000);
     }
-    return 1;
+    return StatusOk();
 }
 
-int CenterWaferGrid(Datam& data, bool reposition, cLot* lot) {
+Status CenterWaferGrid(Datam& data, bool reposition, cLot* lot) {
     Proc p("Import(CenterWaferGrid): ");
     p.chk = 1;
-    if (!data.isArray() || data.dims() != 2 || data.colUb() < 4) {
-        p.msg = "No data rows.";
-        return -1;
-    }
+    if (!data.isArray() || data.dims() != 2 || data.colUb() < 4) return p.fail("No data rows.");
     long loX = 0, hiX = 0, loY = 0, hiY = 0;
     bool any = false;
     for (int r = std::max(1, data.rowLb()); r <= data.rowUb(); ++r) {
@@ -181,7 +173,7 @@ int CenterWaferGrid(Datam& data, bool reposition, cLot* lot) {
         loY = std::min(loY, y);
         hiY = std::max(hiY, y);
     }
-    if (!any) return 0;
+    if (!any) return StatusOk();
     p.chk = 2;
     double midX = (loX + hiX + 1) / 2.0, midY = (loY + hiY + 1) / 2.0;
     double wholeX = std::trunc(midX), wholeY = std::trunc(midY);
@@ -208,7 +200,7 @@ int CenterWaferGrid(Datam& data, bool reposition, cLot* lot) {
                 }
         }
     }
-    return 1;
+    return StatusOk();
 }
 
 }  // namespace zorv

@@ -1,12 +1,17 @@
-// Import(GetExcelWBLot): builds a cLot from a data workbook.
+// Import(GetExcelWBLot): builds a cLot from a data workbook. The driver at the
+// end reads as the load's steps; each raises its own checkpoints (1 to 29), so
+// a failure still tells how far the load got.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "base/identity.h"
+#include "base/marks.h"
 #include "base/proc.h"
 #include "base/regional.h"
 #include "base/report.h"
@@ -22,8 +27,6 @@ using namespace dwb;
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr float kMiss = -999.9f;
 
 bool Exists(const std::string& p) {
     std::error_code ec;
@@ -163,537 +166,651 @@ void ApplyLayoutValues(cLot& lot, const Datam& values) {
     }
 }
 
-}  // namespace
+// ---------------------------------------------------------------- the steps
 
-int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std::shared_ptr<cLot>& lot,
-                  WBLotTables* tables, bool quiet, bool splitByField) {
-    Proc p("Import(GetExcelWBLot): ");
-    BusyPointer busy;
-    InstallDataWorkbookHooks();
-    WBLotTables local;
-    WBLotTables& T = tables ? *tables : local;
-    T = WBLotTables{};
-    bool openedHere = false;
+// The workbook of one load. A load that fails closes the workbook again when
+// it opened it itself ("Close Apps..."); one the process held stays open.
+struct LoadSession {
+    std::string path;  // the file, with the extension that was found
+    std::string baseName, cleanBase, wanted;
     WorkbookPtr wb;
-    auto closeApps = [&] {
-        if (openedHere && wb) {
-            SetStatusText("Close Apps...");
-            Workbooks::Close(wb);
-            SetStatusText("XL Apps Closed");
-        }
-    };
+    Worksheet* ws = nullptr;  // the data sheet
+    bool openedHere = false;
+    bool done = false;
+    Area area;  // of the data table, from A1
 
-    // 1. The file, with the usual extensions tried.
+    LoadSession() = default;
+    LoadSession(const LoadSession&) = delete;
+    LoadSession& operator=(const LoadSession&) = delete;
+    ~LoadSession() {
+        if (done || !openedHere || !wb) return;
+        SetStatusText("Close Apps...");
+        Workbooks::Close(wb);
+        SetStatusText("XL Apps Closed");
+    }
+    // A failure of the load at the current checkpoint, naming the file and
+    // the data sheet.
+    Failure fail(Proc& p, std::string text) const {
+        Failure f = p.fail(std::move(text));
+        f.file = path;
+        if (ws) f.sheet = ws->name();
+        return f;
+    }
+    // A routine's own failure, told which file it was about.
+    Failure located(Failure f) const {
+        if (f.file.empty()) f.file = path;
+        return f;
+    }
+};
+
+// Checkpoint 1: the file as given, else with the usual extensions. A workbook
+// open in the process counts as found; it is looked up here once.
+Status FindWorkbookFile(Proc& p, const std::string& given, LoadSession& s) {
     p.chk = 1;
-    std::string path = pathIn;
-    if (!Exists(path)) {
+    s.path = given;
+    if (!Exists(s.path)) {
         for (const char* ext : {".xlsx", ".XLS", ".xls", ".XLT"})
-            if (Exists(pathIn + ext)) {
-                path = pathIn + ext;
+            if (Exists(given + ext)) {
+                s.path = given + ext;
                 break;
             }
     }
-    if (!Exists(path) && !Workbooks::Find(path)) {
-        p.msg = "Cannot find file: " + pathIn;
-        return -1;
+    const bool open = Workbooks::Find(s.path) != nullptr;
+    if (!Exists(s.path) && !open) {
+        Failure f = p.fail("Cannot find file: " + given);
+        f.file = given;
+        return f;
     }
-    // 2.
-    p.chk = 2;
-    std::string folder = FolderOf(path);
-    SaveSetting(ApplicationTitle(), "Options", "SourceDirectory", folder);
-    // 3.
-    p.chk = 3;
-    std::string baseName = BaseOf(path);
-    std::string cleanBase = FixSheetName(baseName);
-    std::string wanted = FixSheetName(sheetNameIn.empty() ? baseName : sheetNameIn);
-    SetStatusText("Get " + baseName + " data...");
+    s.openedHere = !open;
+    return StatusOk();
+}
 
-    // 4. Open; find the data sheet.
-    p.chk = 4;
-    openedHere = !Workbooks::Find(path);
-    Worksheet* ws = nullptr;
-    if (OpenExcelWorksheet(path, wb, &ws, false, false) < 1 || !wb) {
-        p.quiet();
-        wb.reset();
-        return -1;
-    }
-    if (!ws || !IEquals(ws->name(), wanted)) ws = GetDataSheet(wb.get(), wanted, quiet);
-    if (!ws) {
-        closeApps();
-        p.quiet();
-        return -1;
-    }
-    // 5. The workbook becomes the active one.
-    p.chk = 5;
-    wb->activate(ws);
-    SetStatusText(ApplicationTitle() + ": Configuring data ...");
-
-    // 6. The data.
+// Checkpoint 6: the data sheet's cells and the size of its table.
+Status ReadDataArea(Proc& p, LoadSession& s, bool quiet) {
     p.chk = 6;
-    // The sheet is read in blocks of rows (one range transfer each) so that
-    // the whole table never stands in memory beside the tree.
     // A sheet whose part cannot be read says why, rather than reading as empty.
-    if (Status ls = ws->load(); !ls) {
-        p.msg = ls.failure().text;
-        closeApps();
-        return -1;
-    }
-    if (Worksheet* sitesSheet = wb->sheet("Sites")) {
+    if (Status ls = s.ws->load(); !ls) return s.fail(p, ls.failure().text);
+    if (Worksheet* sitesSheet = s.wb->sheet("Sites")) {
         if (Status ls = sitesSheet->load(); !ls) {
-            p.msg = ls.failure().text;
-            closeApps();
-            return -1;
+            Failure f = s.fail(p, ls.failure().text);
+            f.sheet = sitesSheet->name();
+            return f;
         }
     }
-    const Area area = DataSheetArea(ws, quiet);
-    if (area.empty()) {
-        p.msg = std::string(LoadResString(resNoDataRows)) + " (" + wb->name() + ")";
-        closeApps();
-        return -1;
-    }
+    s.area = DataSheetArea(s.ws, quiet);
+    if (s.area.empty()) return s.fail(p, std::string(LoadResString(resNoDataRows)) + " (" + s.wb->name() + ")");
     SetStatusText(VersionLine() + ": Data Uploaded");
-    // 7. Sites and units.
-    p.chk = 7;
-    int siteStatus = 0;
-    T.sites = GetWorksheetSites(wb.get(), 1.0, T.units, &siteStatus);
-    if (siteStatus < 1) {
-        p.quiet();  // GetWorksheetSites said why
-        closeApps();
-        return -1;
-    }
-    const Datam& sites = T.sites;
-    // 8. Families.
-    p.chk = 8;
-    int famCol = -1;
-    for (int c = sites.colLb(); c <= sites.colUb(); ++c)
-        if (Upper(Trim(CellText(sites(0, c)))) == "FAMILY") famCol = c;
-    Datam families(0, 3, 0, 0);
-    families(0, 0) = "Enum";
-    families(0, 1) = "FamilyName";
-    families(0, 2) = "Count";
-    families(0, 3) = "Selected";
-    if (famCol < 0) {
-        families.redimPreserve(1, 3);
-        families(1, 0) = 1;
-        families(1, 1) = "IsoLine";
-        families(1, 2) = 1;
-        families(1, 3) = true;
-    }
-    // 9. Information.
-    p.chk = 9;
-    T.information = GetWorksheetInspection(wb.get());
-    const Datam& info = T.information;
-    std::string notchText = CellText(InfoByKey(info, "Flat Location"));
-    double givenMm = 0;
-    {
-        double d;
-        Value ws_ = InfoByKey(info, "WaferSize");
-        if (NumberOf(ws_, d)) givenMm = d;
-    }
+    return StatusOk();
+}
 
-    // 10. A new lot.
+// Checkpoints 3 to 6: the workbook opened, its data sheet found and read.
+Status OpenDataSheet(Proc& p, LoadSession& s, const LoadOptions& options) {
+    p.chk = 3;
+    s.baseName = BaseOf(s.path);
+    s.cleanBase = FixSheetName(s.baseName);
+    s.wanted = FixSheetName(options.sheetName.empty() ? s.baseName : options.sheetName);
+    SetStatusText("Get " + s.baseName + " data...");
+
+    p.chk = 4;
+    if (Status opened = OpenExcelWorksheet(s.path, s.wb, &s.ws, false); !opened) {
+        s.wb.reset();
+        return s.located(opened.failure());
+    }
+    assert(s.wb);
+    if (!s.ws || !IEquals(s.ws->name(), s.wanted)) s.ws = GetDataSheet(s.wb.get(), s.wanted, options.quiet);
+    // No sheet: the user answered No to the question, which said it all.
+    if (!s.ws) return s.located(p.failure());
+
+    p.chk = 5;
+    s.wb->activate(s.ws);
+    SetStatusText(ApplicationTitle() + ": Configuring data ...");
+    return ReadDataArea(p, s, options.quiet);
+}
+
+// One row of the site table, prepared once for the row loop.
+struct SiteRow {
+    float x = 0, y = 0;  // um
+    bool ok = false;     // X and Y present
+    long family = 0;     // row of the family table
+    std::string key;     // the site number as text
+    std::string familyName;
+};
+
+// The site table as the row loop uses it, and the family table.
+struct SiteTable {
+    Datam families;   // "Enum", "FamilyName", "Count", "Selected"
+    int famCol = -1;  // the "FAMILY" column of the site table; -1 without one
+    std::vector<SiteRow> rows;  // by site number, from 1
+    int count() const { return static_cast<int>(rows.size()) - 1; }
+};
+
+// Each site row's location, key and family; a family name met for the first
+// time gets its row in the family table.
+void PrepareSiteRows(const Datam& sites, SiteTable& t) {
+    const int n = std::max(0, sites.rowUb());
+    t.rows.assign(static_cast<size_t>(n) + 1, SiteRow{});
+    std::unordered_map<std::string, long> famIndex;
+    for (int r = 1; r <= n; ++r) {
+        SiteRow& sr = t.rows[r];
+        double x, y;
+        const Value& vx = sites.get(r, 1);
+        const Value& vy = sites.get(r, 2);
+        sr.ok = vx.textLength() > 0 && vy.textLength() > 0 && NumberOf(vx, x) && NumberOf(vy, y);
+        if (sr.ok) {
+            sr.x = static_cast<float>(x * 1000);
+            sr.y = static_cast<float>(y * 1000);
+        }
+        sr.key = std::to_string(r);
+        if (t.famCol < 0) continue;
+        std::string fn = CellText(sites.get(r, t.famCol));
+        auto it = famIndex.find(fn);
+        if (it == famIndex.end()) {
+            long row = t.families.rowUb() + 1;
+            t.families.redimPreserve(row, 3);
+            t.families(row, 0) = static_cast<int32_t>(row);
+            t.families(row, 1) = fn;
+            t.families(row, 2) = 0;
+            t.families(row, 3) = true;
+            it = famIndex.emplace(fn, row).first;
+        }
+        sr.family = it->second;
+        sr.familyName = fn;
+    }
+}
+
+// Checkpoints 7 and 8: the sites and their units, and the family table.
+Status ReadSites(Proc& p, const LoadSession& s, WBLotTables& T, SiteTable& t) {
+    p.chk = 7;
+    Result<Datam> sites = GetWorksheetSites(s.wb.get(), 1.0, T.units);
+    if (!sites) return s.located(sites.failure());
+    T.sites = std::move(*sites);
+
+    p.chk = 8;
+    const Datam& st = T.sites;
+    for (int c = st.colLb(); c <= st.colUb(); ++c)
+        if (Upper(Trim(CellText(st(0, c)))) == "FAMILY") t.famCol = c;
+    t.families = Datam(0, 3, 0, 0);
+    t.families(0, 0) = "Enum";
+    t.families(0, 1) = "FamilyName";
+    t.families(0, 2) = "Count";
+    t.families(0, 3) = "Selected";
+    if (t.famCol < 0) {
+        t.families.redimPreserve(1, 3);
+        t.families(1, 0) = 1;
+        t.families(1, 1) = "IsoLine";
+        t.families(1, 2) = 1;
+        t.families(1, 3) = true;
+    }
+    PrepareSiteRows(st, t);
+    return StatusOk();
+}
+
+// What the Information sheet says before the lot exists.
+struct InfoHeader {
+    std::string notchText;
+    double givenMm = 0;  // "WaferSize"; 0 when not given
+};
+
+// Checkpoint 9: the Information keys. A sheet that cannot be made is told, and the
+// load goes on without its keys.
+InfoHeader ReadInformation(Proc& p, const LoadSession& s, WBLotTables& T) {
+    p.chk = 9;
+    Result<Datam> info = GetWorksheetInspection(s.wb.get());
+    if (info) T.information = std::move(*info);
+    else Report(s.located(info.failure()));
+    InfoHeader h;
+    h.notchText = CellText(InfoByKey(T.information, "Flat Location"));
+    double d;
+    if (NumberOf(InfoByKey(T.information, "WaferSize"), d)) h.givenMm = d;
+    return h;
+}
+
+// Checkpoints 10 and 11: a new lot in place of the old one.
+cLot& NewLot(Proc& p, std::shared_ptr<cLot>& lot, const InfoHeader& h, const LoadOptions& options) {
     p.chk = 10;
     if (lot) lot->Kill();
     lot = cLot::create();
     cLot& L = *lot;
-    cWafer* curWafer = nullptr;
-    cField* curField = nullptr;
-    cSite* curSite = nullptr;
 
-    // 11.
     p.chk = 11;
-    {
-        std::string n = Lower(Trim(notchText));
-        L.Notch = n == "left" ? 3.14159265f : n == "right" ? 0.0f : n == "up" ? 1.5707963f : -1.5707963f;
-    }
-    {
-        std::string fc = Upper(GetSetting(ApplicationTitle(), "Options", "FocusCorrections", "True"));
-        L.FocusReportCorrections = !(fc == "FALSE" || fc == "0");
-    }
-    if (givenMm > 0) L.WaferSize = static_cast<float>(givenMm * 1000);
+    const std::string n = Lower(Trim(h.notchText));
+    L.Notch = n == "left"    ? static_cast<float>(kPi)
+              : n == "right" ? 0.0f
+              : n == "up"    ? static_cast<float>(kPi / 2)
+                             : static_cast<float>(-kPi / 2);
+    L.FocusReportCorrections = options.focusReportCorrections;
+    if (h.givenMm > 0) L.WaferSize = static_cast<float>(h.givenMm * 1000);
+    return L;
+}
 
-    // 12. The keys by position, "Data Type" to "strReticle".
+// The keys the lot takes by position, "Data Type" to "strReticle", and the
+// dates they give.
+struct KeyRows {
+    std::vector<Value> row = std::vector<Value>(kInformationKeyCount + 1);
+    double measured = 0, measuredTime = 0, processed = 0;  // serial dates
+    double dieSizeXmm = 0, dieSizeYmm = 0;                  // non-numeric: 0
+};
+
+// Checkpoint 12: the keys by position.
+KeyRows StoreKeysByPosition(Proc& p, cLot& L, const Datam& info, const LoadSession& s) {
     p.chk = 12;
-    std::vector<Value> row(kInformationKeyCount + 1);
-    {
-        int r0 = -1, c0 = -1;
-        if (info.isArray()) FindFirstRow(info, r0, c0, "Data Type", kDefaultBound, kDefaultBound,
-                                         kDefaultBound, kDefaultBound, true);
-        if (r0 >= 0)
-            for (int i = 1; i <= infoReticle; ++i) row[i] = info.get(r0 + i - 1, c0 + 1);
-    }
-    const double today = SerialToday(), now = SerialNow();
-    double dMeasured = today, tMeasured = now, dProcess;
-    {
-        double s;
-        if (row[infoDate].textLength() > 0 && DateExtract(row[infoDate], s) && s != -1) dMeasured = s;
-        if (row[infoMeasureTime].textLength() > 0 && DateExtract(row[infoMeasureTime], s) && s != -1)
-            tMeasured = s;
-        dProcess = dMeasured;
-        if (row[infoProcessDate].textLength() > 0 && DateExtract(row[infoProcessDate], s) && s != -1)
-            dProcess = s;
-    }
-    double rowDieX = Num(row[infoDieSizeX]), rowDieY = Num(row[infoDieSizeY]);
-    L.LotName = CellText(row[infoLot]);
-    if (L.LotName.empty()) L.LotName = baseName;
-    L.MetrologyTool = CellText(row[infoMetrologynom]);
-    L.ExposureTool = CellText(row[infoExposureTool]);
-    L.ProcessStep = CellText(row[infoProcessStep]);
-    L.ReWork = CellText(row[infoRework]);
-    L.UserName = CellText(row[infoUserName]);
-    L.ReticleName = row[infoReticle];
-
-    // 13. Exposure values by key.
-    p.chk = 13;
-    const double NA = Num(InfoByKey(info, "NA")), PCi = Num(InfoByKey(info, "PCinner")),
-                 PCo = Num(InfoByKey(info, "PCouter")), Fo = Num(InfoByKey(info, "Fo")),
-                 FocusStep = Num(InfoByKey(info, "FocusStep")), Dose = Num(InfoByKey(info, "Dose")),
-                 DoseStep = Num(InfoByKey(info, "DoseStep"));
-    {
-        Value t = InfoByKey(info, "ExposureToolType");
+    KeyRows k;
+    int r0 = -1, c0 = -1;
+    if (info.isArray())
+        FindFirstRow(info, r0, c0, "Data Type", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true);
+    if (r0 >= 0)
+        for (int i = 1; i <= infoReticle; ++i) k.row[i] = info.get(r0 + i - 1, c0 + 1);
+    // A date that is missing, or reads as -1, is today; a time, now.
+    auto dateOf = [&](int key, double fallback) {
         double d;
-        if (NumberOf(t, d)) L.ExposureToolType = static_cast<long>(d);
-        else {
-            const std::string word = Upper(Trim(CellText(t)));
-            L.ExposureToolType = word == "STEPPER" ? 1 : 0;  // "SCANNER" and anything else: 0
-        }
-    }
-    // 14.
-    p.chk = 14;
-    L.DataSource(DataSourceOfText(CellText(row[infoDataType])));
-    const long ds = L.DataSource();
-    // 15. Names.
-    p.chk = 15;
-    L.FileName = IEquals(ws->name(), cleanBase) ? baseName : baseName + " [" + ws->name() + "]";
-    L.DataSheetName = IEquals(ws->name(), cleanBase) ? std::string() : ws->name();
-    L.FilePath = folder;
-    L.DateMeasured = DateText(dMeasured);
-    L.TimeMeasured = TimeText(tMeasured);
-    L.ProcessDate = dProcess;
-    // 16. Geometry, micrometres.
-    p.chk = 16;
-    L.DieSizeX = static_cast<float>(rowDieX * 1000);
-    L.DieSizeY = static_cast<float>(rowDieY * 1000);
-    L.SiteXoffset = static_cast<float>(Num(row[infoSiteXoffset]) * 1000);
-    L.SiteYoffset = static_cast<float>(Num(row[infoSiteYoffset]) * 1000);
-    L.DieXarray = static_cast<float>(Num(row[infoDieXarray]));
-    L.DieYarray = static_cast<float>(Num(row[infoDieYarray]));
-    L.DieXoffset = static_cast<float>(Num(row[infoDieXoffset]) * 1000);
-    L.DieYoffset = static_cast<float>(Num(row[infoDieYoffset]) * 1000);
-    L.CullRadiusSetting = L.WaferSize / 2;
-    L.xlwb = wb;
-    const double gx = static_cast<double>(L.DieXarray) * L.DieSizeX + L.DieXoffset;
-    const double gy = static_cast<double>(L.DieYarray) * L.DieSizeY + L.DieYoffset;
+        const Value& v = k.row[key];
+        return v.textLength() > 0 && DateExtract(v, d) && d != -1 ? d : fallback;
+    };
+    k.measured = dateOf(infoDate, SerialToday());
+    k.measuredTime = dateOf(infoMeasureTime, SerialNow());
+    k.processed = dateOf(infoProcessDate, k.measured);
+    k.dieSizeXmm = Num(k.row[infoDieSizeX]);
+    k.dieSizeYmm = Num(k.row[infoDieSizeY]);
+    L.LotName = CellText(k.row[infoLot]);
+    if (L.LotName.empty()) L.LotName = s.baseName;
+    L.MetrologyTool = CellText(k.row[infoMetrologynom]);
+    L.ExposureTool = CellText(k.row[infoExposureTool]);
+    L.ProcessStep = CellText(k.row[infoProcessStep]);
+    L.ReWork = CellText(k.row[infoRework]);
+    L.UserName = CellText(k.row[infoUserName]);
+    L.ReticleName = k.row[infoReticle];
+    return k;
+}
 
-    // 17. Columns and rows.
-    p.chk = 17;
-    const int nCols = area.col2;
-    if (nCols < 3) {
-        p.msg = "Improper worksheet setup. Only " + std::to_string(nCols) + " columns of data.";
-        closeApps();
-        return -1;
-    }
-    if (area.row2 < 2) {
-        p.msg = "There are no data rows to import from worksheet.";
-        closeApps();
-        return -1;
-    }
-    // 18. The header.
-    p.chk = 18;
-    const Datam data = ws->range(Area{1, 1, std::min(area.row2, 1000), area.col2});
-    int hr = -1, hc = -1, wc = -1;
-    if (FindFirstRow(data, hr, hc, "Wafer", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true) >= 0)
-        wc = hc;
-    else if (FindFirstRow(data, hr, hc, "Test", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true) >= 0)
-        wc = hc - 1;
-    else if (FindFirstRow(data, hr, hc, "DieX", kDefaultBound, kDefaultBound, kDefaultBound, kDefaultBound, true) >= 0)
-        wc = hc - 2;
-    if (wc < 0 && hr < 0) {
-        p.msg = "This is not a proper format data sheet.";
-        closeApps();
-        return -1;
-    }
-    // 19. Value names.
-    p.chk = 19;
-    auto head = [&](int c) { return Trim(CellText(data.get(hr, c))); };
-    L.ValueV_Name = head(wc + 4);
-    L.ValueH_Name = head(wc + 5);
-    bool zDerived = false;
+// The exposure program of the Information keys, for the fields.
+struct Exposure {
+    double NA = 0, PCinner = 0, PCouter = 0;
+    double focus = 0, focusStep = 0;  // "Fo", "FocusStep"
+    double dose = 0, doseStep = 0;
+};
+
+// Checkpoint 13: the exposure values by key.
+Exposure StoreExposureKeys(Proc& p, cLot& L, const Datam& info) {
+    p.chk = 13;
+    Exposure e;
+    e.NA = Num(InfoByKey(info, "NA"));
+    e.PCinner = Num(InfoByKey(info, "PCinner"));
+    e.PCouter = Num(InfoByKey(info, "PCouter"));
+    e.focus = Num(InfoByKey(info, "Fo"));
+    e.focusStep = Num(InfoByKey(info, "FocusStep"));
+    e.dose = Num(InfoByKey(info, "Dose"));
+    e.doseStep = Num(InfoByKey(info, "DoseStep"));
+    const Value t = InfoByKey(info, "ExposureToolType");
+    double d;
+    if (NumberOf(t, d)) L.ExposureToolType = static_cast<long>(d);
+    else L.ExposureToolType = Upper(Trim(CellText(t))) == "STEPPER" ? 1 : 0;  // "SCANNER" and anything else: 0
+    return e;
+}
+
+// Checkpoints 14 to 16: data type, names and geometry (micrometres).
+void StoreNamesAndGeometry(Proc& p, cLot& L, const KeyRows& k, const LoadSession& s) {
+    p.chk = 14;
+    L.DataSource(DataSourceOfText(CellText(k.row[infoDataType])));
+
+    p.chk = 15;
+    const std::string& sheet = s.ws->name();
+    const bool ownName = IEquals(sheet, s.cleanBase);
+    L.FileName = ownName ? s.baseName : s.baseName + " [" + sheet + "]";
+    L.DataSheetName = ownName ? std::string() : sheet;
+    L.FilePath = FolderOf(s.path);
+    L.DateMeasured = DateText(k.measured);
+    L.TimeMeasured = TimeText(k.measuredTime);
+    L.ProcessDate = k.processed;
+
+    p.chk = 16;
+    L.DieSizeX = static_cast<float>(k.dieSizeXmm * 1000);
+    L.DieSizeY = static_cast<float>(k.dieSizeYmm * 1000);
+    L.SiteXoffset = static_cast<float>(Num(k.row[infoSiteXoffset]) * 1000);
+    L.SiteYoffset = static_cast<float>(Num(k.row[infoSiteYoffset]) * 1000);
+    L.DieXarray = static_cast<float>(Num(k.row[infoDieXarray]));
+    L.DieYarray = static_cast<float>(Num(k.row[infoDieYarray]));
+    L.DieXoffset = static_cast<float>(Num(k.row[infoDieXoffset]) * 1000);
+    L.DieYoffset = static_cast<float>(Num(k.row[infoDieYoffset]) * 1000);
+    L.CullRadiusSetting = L.WaferSize / 2;
+    L.xlwb = s.wb;
+}
+
+// Where the data sheet keeps its header and columns (sheet rows and columns,
+// from 1).
+struct DataColumns {
+    int headerRow = -1;
+    int wafer = -1;          // the wafer column; Test, DieX and DieY follow it
+    bool waferIn = false;    // the wafer column lies within the table
+    bool indicesIn = false;  // so do Test, DieX and DieY
+    int values[8] = {};      // the value columns in order, within the table
+    int nValues = 0;
+    double dieX = 0, dieY = 0;  // die sizes for the rows, um, from at least 1 mm
+};
+
+// The feature names from the header row.
+void StoreValueNames(cLot& L, const Datam& head, int hr, int wc, int nCols) {
+    auto name = [&](int c) { return Trim(CellText(head.get(hr, c))); };
+    L.ValueV_Name = name(wc + 4);
+    L.ValueH_Name = name(wc + 5);
     if (nCols > 6) {
-        L.valueZ_Name = head(wc + 6);
-        if (L.valueZ_Name.empty()) L.valueZ_Name = ds == 4 ? "Mean" : "Length";
+        L.valueZ_Name = name(wc + 6);
+        if (L.valueZ_Name.empty()) L.valueZ_Name = L.DataSource() == 4 ? "Mean" : "Length";
     } else if (!L.LineWidthType) {
+        // The lot keeps no flag for a derived Z; its name tells.
         L.valueZ_Name = "Mean";
-        zDerived = true;
     }
     std::string* more[] = {&L.Slope_Name, &L.Pitch_Name, &L.ValueA_Name, &L.ValueB_Name, &L.ValueC_Name};
     for (int i = 0; i < 5; ++i)
-        if (wc + 7 + i <= data.colUb()) *more[i] = head(wc + 7 + i);
-    (void)zDerived;
-    // The value columns in order (up to 8), within the table.
-    int valueCols[8];
-    int nValues = 0;
-    for (int i = 0; i < 8; ++i)
-        if (wc + 4 + i >= data.colLb() && wc + 4 + i <= data.colUb()) valueCols[nValues++] = wc + 4 + i;
+        if (wc + 7 + i <= head.colUb()) *more[i] = name(wc + 7 + i);
+}
 
-    // 20. Die sizes for the rows.
-    p.chk = 20;
-    const double dsx = std::max(1.0, rowDieX) * 1000, dsy = std::max(1.0, rowDieY) * 1000;
+// Checkpoints 17 to 20: the shape of the data table, its header and columns.
+Result<DataColumns> FindColumns(Proc& p, const LoadSession& s, cLot& L, const KeyRows& k) {
+    p.chk = 17;
+    const int nCols = s.area.col2;
+    if (nCols < 3) return s.fail(p, "Improper worksheet setup. Only " + std::to_string(nCols) + " columns of data.");
+    if (s.area.row2 < 2) return s.fail(p, "There are no data rows to import from worksheet.");
 
-    // Site table rows prepared once: location, key text, family number.
-    const int nSiteRows = sites.rowUb();
-    struct SiteRow {
-        float x = 0, y = 0;
-        bool ok = false;
-        long family = 0;
-        std::string key;
+    p.chk = 18;
+    const Datam head = s.ws->range(Area{1, 1, std::min(s.area.row2, 1000), nCols});
+    DataColumns c;
+    int hc = -1;
+    auto find = [&](const char* text) {
+        return FindFirstRow(head, c.headerRow, hc, text, kDefaultBound, kDefaultBound, kDefaultBound,
+                            kDefaultBound, true) >= 0;
     };
-    std::vector<SiteRow> siteRows(static_cast<size_t>(std::max(0, nSiteRows)) + 1);
-    {
-        std::unordered_map<std::string, long> famIndex;
-        for (int r = 1; r <= nSiteRows; ++r) {
-            SiteRow& sr = siteRows[r];
-            double x, y;
-            const Value& vx = sites.get(r, 1);
-            const Value& vy = sites.get(r, 2);
-            sr.ok = vx.textLength() > 0 && vy.textLength() > 0 && NumberOf(vx, x) && NumberOf(vy, y);
-            if (sr.ok) {
-                sr.x = static_cast<float>(x * 1000);
-                sr.y = static_cast<float>(y * 1000);
+    if (find("Wafer")) c.wafer = hc;
+    else if (find("Test")) c.wafer = hc - 1;
+    else if (find("DieX")) c.wafer = hc - 2;
+    if (c.wafer < 0 && c.headerRow < 0) return s.fail(p, "This is not a proper format data sheet.");
+
+    p.chk = 19;
+    StoreValueNames(L, head, c.headerRow, c.wafer, nCols);
+    auto inTable = [&](int col) { return col >= head.colLb() && col <= head.colUb(); };
+    c.waferIn = inTable(c.wafer);
+    c.indicesIn = inTable(c.wafer + 1) && inTable(c.wafer + 2) && inTable(c.wafer + 3);
+    for (int i = 0; i < 8; ++i)
+        if (inTable(c.wafer + 4 + i)) c.values[c.nValues++] = c.wafer + 4 + i;
+
+    p.chk = 20;
+    c.dieX = std::max(1.0, k.dieSizeXmm) * 1000;
+    c.dieY = std::max(1.0, k.dieSizeYmm) * 1000;
+    return c;
+}
+
+// Checkpoints 21 and 22: the walk of the data rows into the tree. It holds the
+// current wafer, field and site between rows; a row costs nothing beyond the
+// objects it adds to the tree.
+class TreeBuilder {
+public:
+    TreeBuilder(cLot& lot, const DataColumns& cols, SiteTable& sites, bool splitByField)
+        : L_(lot), c_(cols), sites_(sites), split_(splitByField), ds_(lot.DataSource()),
+          gx_(static_cast<double>(lot.DieXarray) * lot.DieSizeX + lot.DieXoffset),
+          gy_(static_cast<double>(lot.DieYarray) * lot.DieSizeY + lot.DieYoffset),
+          famCount_(static_cast<size_t>(sites.families.rowUb()) + 1, 0) {}
+
+    // One data row, its cells from column 1 at row[1]. False ends the loop.
+    bool addRow(const Value* row) {
+        double test, dieX, dieY;
+        col_ = c_.wafer + 1;
+        if (!c_.indicesIn || !NumberOf(row[c_.wafer + 1], test) || !NumberOf(row[c_.wafer + 2], dieX) ||
+            !NumberOf(row[c_.wafer + 3], dieY))
+            return true;
+        col_ = c_.wafer;
+        // A blank name only counts: the row still goes in, under a wafer
+        // AddWafer names; five in a row end the loop.
+        const bool named = c_.waferIn && NonBlank(row[c_.wafer]);
+        if (!named && ++emptyNames_ >= 5) return false;
+        if (named) emptyNames_ = 0;
+        enterWafer(named ? row[c_.wafer] : kBlank);
+        col_ = c_.wafer + 2;
+        if (split_) enterField(dieX, dieY);
+        col_ = c_.wafer + 1;
+        const long siteNo = static_cast<long>(std::floor(test));
+        if (!enterSite(siteNo)) return true;
+        addPoint(row, siteNo);
+        return true;
+    }
+
+    // After the rows: families, the field index range, units.
+    void finish(const Datam& units) {
+        SiteTable& t = sites_;
+        if (t.famCol >= 0)
+            for (int i = 1; i <= t.families.rowUb(); ++i) t.families(i, 2) = famCount_[i];
+        L_.FamilyNames = t.families;
+        if (split_ && haveRange()) {
+            L_.DieXmax = static_cast<float>(dieXmax_);
+            L_.DieYmax = static_cast<float>(dieYmax_);
+            L_.DieXmin = static_cast<float>(dieXmin_);
+            L_.DieYmin = static_cast<float>(dieYmin_);
+        }
+        L_.UpdateUnits(units);
+    }
+
+    // The column whose cell was being handled, for a failure of the row.
+    int column() const { return col_; }
+    // Where the field count of the exposure program starts: the value count
+    // of the last row plus one, or 0 when no row got that far.
+    int nextField() const { return kLeft_; }
+    bool haveRange() const { return dieXmin_ <= dieXmax_; }
+    double spanX() const { return haveRange() ? dieXmax_ - dieXmin_ : 0; }
+    double spanY() const { return haveRange() ? dieYmax_ - dieYmin_ : 0; }
+
+private:
+    // A change of name clears the current wafer; AddWafer finds or
+    // makes it. A blank name goes in blank, and AddWafer names it.
+    void enterWafer(const Value& name) {
+        const bool same = haveLast_ && name.type() == last_.type() &&
+                          (name.isString() ? name.str() == last_.str() : name.identical(last_));
+        if (!same) {
+            wafer_ = nullptr;
+            last_ = name;
+            haveLast_ = true;
+        }
+        if (wafer_) return;
+        const std::string wname =
+            name.isNumberType() || IsNumericValue(name) ? "W" + name.toString() : name.toString();
+        bool isNew = false;
+        wafer_ = L_.AddWafer(wname, isNew);
+        if (!wafer_) throw std::runtime_error("Cannot add the wafer '" + wname + "'.");
+        field_ = nullptr;
+        site_ = nullptr;
+        lastDieX_ = lastDieY_ = 1e300;
+        lastSiteNo_ = -1;
+        if (isNew) {
+            wafer_->FieldPitchX = static_cast<float>(c_.dieX);
+            wafer_->FieldPitchY = static_cast<float>(c_.dieY);
+            if (!split_) {
+                auto f = std::make_unique<cField>();
+                f->Number = 1;
+                f->setParentWafer(wafer_);
+                field_ = wafer_->Fields().Add(std::move(f), "W" + std::to_string(wafer_->Number()) + "F1");
             }
-            sr.key = std::to_string(r);
-            if (famCol >= 0) {
-                std::string fn = CellText(sites.get(r, famCol));
-                auto it = famIndex.find(fn);
-                if (it == famIndex.end()) {
-                    long n = families.rowUb() + 1;
-                    families.redimPreserve(n, 3);
-                    families(n, 0) = static_cast<int32_t>(n);
-                    families(n, 1) = fn;
-                    families(n, 2) = 0;
-                    families(n, 3) = true;
-                    it = famIndex.emplace(fn, n).first;
-                }
-                sr.family = it->second;
-            }
+        } else if (!split_) {
+            field_ = wafer_->Fields().At(1);
         }
     }
-    std::vector<int32_t> famCount(static_cast<size_t>(families.rowUb()) + 1, 0);
 
-    // 21. The rows.
+    // The field is kept while DieX and DieY stay.
+    void enterField(double dieX, double dieY) {
+        if (field_ && dieX == lastDieX_ && dieY == lastDieY_) return;
+        site_ = nullptr;
+        lastSiteNo_ = -1;
+        lastDieX_ = dieX;
+        lastDieY_ = dieY;
+        dieXmin_ = std::min(dieXmin_, dieX);
+        dieXmax_ = std::max(dieXmax_, dieX);
+        dieYmin_ = std::min(dieYmin_, dieY);
+        dieYmax_ = std::max(dieYmax_, dieY);
+        bool isNew = false;
+        field_ = wafer_->AddField(static_cast<float>(dieX), static_cast<float>(dieY), isNew, true);
+        if (!isNew) return;
+        field_->LocationX = static_cast<float>(dieX * c_.dieX);
+        field_->LocationY = static_cast<float>(dieY * c_.dieY);
+        const double cx = field_->LocationX + c_.dieX / 2, cy = field_->LocationY + c_.dieY / 2;
+        field_->LocationR = static_cast<float>(std::hypot(cx, cy));
+        field_->LocationTheta = static_cast<float>(std::atan2(cy, cx));
+    }
+
+    // The site of the row, found or made. False: the row is left
+    // out (a site number beyond the table, or a table row without X or Y).
+    bool enterSite(long siteNo) {
+        if (siteNo != lastSiteNo_) site_ = nullptr;
+        lastSiteNo_ = siteNo;
+        if (site_) return true;
+        // A site number beyond the table cannot be in the field either.
+        if (siteNo < 1 || siteNo > sites_.count()) return false;
+        const SiteRow& sr = sites_.rows[siteNo];
+        cSite* found = split_ ? field_->sites().Item(sr.key) : wafer_->SitesWafer().Item(sr.key);
+        if (found && found->NumberKey() == siteNo) {
+            site_ = found;
+            return true;
+        }
+        if (!sr.ok) return false;
+        Ref<cSite> site = cSite::New();
+        site->setNumberKey(static_cast<int32_t>(siteNo));
+        site->LocationX = sr.x;
+        site->LocationY = sr.y;
+        const double lx = sr.x + L_.SiteXoffset, ly = sr.y + L_.SiteYoffset;
+        site->LocationR = static_cast<float>(std::hypot(lx, ly));
+        site->LocationTheta = static_cast<float>(std::atan2(ly, lx == 0 ? 1e-27 : lx));
+        if (split_) {
+            const double ax = field_->LocationX + gx_ + c_.dieX / 2 + lx;
+            const double ay = field_->LocationY + gy_ + c_.dieY / 2 + ly;
+            site->LocationXabs = static_cast<float>(ax);
+            site->LocationYabs = static_cast<float>(ay);
+            site->LocationRabs = static_cast<float>(std::hypot(ax, ay));
+            site->LocationThetaAbs = static_cast<float>(std::atan2(ay, ax));
+            site->WaferX = site->LocationXabs;
+            site->WaferY = site->LocationYabs;
+        }
+        // Without the split the wafer's one field is the parent, so that the
+        // points know their lot.
+        site->setParent(field_);
+        if (sites_.famCol >= 0) {
+            ++famCount_[sr.family];
+            site->setFamily(sr.family);
+            site->setFamilyName(sr.familyName);
+        }
+        site_ = site.get();
+        if (split_) field_->sites().Add(std::move(site), sr.key);
+        else wafer_->SitesWafer().Add(std::move(site), sr.key);
+        return true;
+    }
+
+    // The point of the row, unless every value is blank.
+    void addPoint(const Value* row, long siteNo) {
+        col_ = c_.values[0];
+        kLeft_ = c_.nValues + 1;
+        bool anyValue = false;
+        for (int i = 0; i < c_.nValues && !anyValue; ++i) anyValue = NonBlank(row[c_.values[i]]);
+        if (!anyValue) return;
+        auto pt = std::make_unique<cPoint>();
+        float* slots[8] = {&pt->ValueV, &pt->ValueH, &pt->ValueZ, &pt->Slope,
+                           &pt->Pitch,  &pt->ValueA, &pt->ValueB, &pt->ValueC};
+        for (int i = 0; i < c_.nValues; ++i) {
+            double v;
+            if (NumberOf(row[c_.values[i]], v)) *slots[i] = static_cast<float>(v * 1000);
+        }
+        // A missing V or H goes into Z as its mark, as the rule is written.
+        if (pt->ValueZ == kMissingValue) {
+            if (ds_ == 0 || ds_ == 1)
+                pt->ValueZ = std::sqrt(pt->ValueV * pt->ValueV + pt->ValueH * pt->ValueH);
+            else if (ds_ == 4)
+                pt->ValueZ = (pt->ValueV + pt->ValueH) / 2;
+        }
+        // The site is in its collection already; the point joins it under
+        // the site number (a repeated key is renumbered by the site).
+        site_->AddPoint(std::move(pt), sites_.rows[siteNo].key);
+    }
+
+    static inline const Value kBlank{};
+
+    cLot& L_;
+    const DataColumns& c_;
+    SiteTable& sites_;
+    const bool split_;
+    const long ds_;
+    const double gx_, gy_;  // the wafer offset of the field grid, um
+    std::vector<int32_t> famCount_;
+
+    cWafer* wafer_ = nullptr;
+    cField* field_ = nullptr;
+    cSite* site_ = nullptr;
+    Value last_;  // the wafer name of the last row
+    bool haveLast_ = false;
+    int emptyNames_ = 0;
+    double lastDieX_ = 1e300, lastDieY_ = 1e300;
+    long lastSiteNo_ = -1;
+    double dieXmin_ = 1e10, dieXmax_ = -1e10, dieYmin_ = 1e10, dieYmax_ = -1e10;
+    int kLeft_ = 0;
+    int col_ = 0;
+};
+
+// The run-time failure of a row: the error, the checkpoint, the row and its cells.
+Failure RowFailure(Proc& p, LoadSession& s, int row, int lastRow, int col) {
+    std::string cells;
+    for (int c = 1; c <= s.area.col2; ++c) {
+        if (c > 1) cells += ", ";
+        cells += CellText(s.ws->cell(row, c));
+    }
+    Failure f = p.failure();
+    f.text += "...Load Error Track: " + ChkText(p.chk) + "... Row " + std::to_string(row) + " of " +
+              std::to_string(lastRow) + " on input.\r\n" + cells;
+    f.file = s.path;
+    f.sheet = s.ws->name();
+    f.row = row;
+    f.col = col;
+    return f;
+}
+
+// Checkpoints 21 and 22: every row below the header, read in blocks (one range
+// transfer each) so that the whole table never stands beside the tree.
+Status BuildTree(Proc& p, LoadSession& s, const DataColumns& cols, TreeBuilder& tree, const Datam& units) {
     p.chk = 21;
-    const int firstRow = hr + 1, lastRow = area.row2;
-    const long n = lastRow - firstRow + 1;
-    const std::string nText = std::to_string(n);
+    const int firstRow = cols.headerRow + 1, lastRow = s.area.row2;
+    const std::string nText = std::to_string(lastRow - firstRow + 1);
     SetStatusText("    Zorv Data Upload row 1 of " + nText);
-    int emptyNames = 0;
-    Value lastWaferCell;
-    bool haveLastWafer = false;
-    double lastDieX = 1e300, lastDieY = 1e300;
-    long lastSiteNo = -1;
-    double dieXmin = 1e10, dieXmax = -1e10, dieYmin = 1e10, dieYmax = -1e10;
-    int kLeft = 0;
-    const int stride = data.colCount();
-    const int colLb = data.colLb();
-    const bool testIn = wc + 1 >= colLb && wc + 1 <= data.colUb();
-    const bool dxIn = wc + 2 >= colLb && wc + 2 <= data.colUb();
-    const bool dyIn = wc + 3 >= colLb && wc + 3 <= data.colUb();
-    const bool wIn = wc >= colLb && wc <= data.colUb();
-    static const Value kEmpty;
-    int r = firstRow;
     constexpr int kBlock = 32768;
     Datam block;
     int blockFirst = 0, blockLast = -1;
-    bool ok = Guarded(p, [&] {
+    int r = firstRow;
+    const bool ok = Guarded(p, [&] {
         for (; r <= lastRow; ++r) {
             if (r > blockLast) {
                 blockFirst = r;
                 blockLast = std::min(lastRow, r + kBlock - 1);
                 block = Datam();
-                block = ws->range(Area{blockFirst, 1, blockLast, area.col2});
+                block = s.ws->range(Area{blockFirst, 1, blockLast, s.area.col2});
             }
             if ((r - firstRow) % 100 == 0 && r != firstRow) {
                 SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
                 if (CheckEscKey()) break;
             }
-            const Value* rowp = block.data() + static_cast<size_t>(r - blockFirst) * stride - colLb;
-            const Value& cw = wIn ? rowp[wc] : kEmpty;
-            double test, dieX, dieY;
-            if (!testIn || !dxIn || !dyIn || !NumberOf(rowp[wc + 1], test) || !NumberOf(rowp[wc + 2], dieX) ||
-                !NumberOf(rowp[wc + 3], dieY))
-                continue;
-            if (!NonBlank(cw)) {
-                if (++emptyNames >= 5) break;
-                continue;
-            }
-            emptyNames = 0;
-            // Wafer: a change of name clears the current wafer.
-            bool same = haveLastWafer && cw.type() == lastWaferCell.type() &&
-                        (cw.isString() ? cw.str() == lastWaferCell.str() : cw.identical(lastWaferCell));
-            if (!same) {
-                curWafer = nullptr;
-                lastWaferCell = cw;
-                haveLastWafer = true;
-            }
-            if (!curWafer) {
-                std::string wname = cw.isNumberType() || IsNumericValue(cw) ? "W" + cw.toString() : cw.toString();
-                bool isNew = false;
-                curWafer = L.AddWafer(wname, isNew);
-                curField = nullptr;
-                curSite = nullptr;
-                lastDieX = lastDieY = 1e300;
-                lastSiteNo = -1;
-                if (isNew) {
-                    curWafer->FieldPitchX = static_cast<float>(dsx);
-                    curWafer->FieldPitchY = static_cast<float>(dsy);
-                    if (!splitByField) {
-                        auto f = std::make_unique<cField>();
-                        f->Number = 1;
-                        f->setParentWafer(curWafer);
-                        std::string key = "W" + std::to_string(curWafer->Number()) + "F1";
-                        curField = curWafer->Fields().Add(std::move(f), key);
-                    }
-                } else if (!splitByField) {
-                    curField = curWafer->Fields().At(1);
-                }
-            }
-            // Field.
-            if (splitByField) {
-                if (!curField || dieX != lastDieX || dieY != lastDieY) {
-                    curField = nullptr;
-                    curSite = nullptr;
-                    lastSiteNo = -1;
-                    lastDieX = dieX;
-                    lastDieY = dieY;
-                    dieXmin = std::min(dieXmin, dieX);
-                    dieXmax = std::max(dieXmax, dieX);
-                    dieYmin = std::min(dieYmin, dieY);
-                    dieYmax = std::max(dieYmax, dieY);
-                    bool isNew = false;
-                    curField = curWafer->AddField(static_cast<float>(dieX), static_cast<float>(dieY), isNew, true);
-                    if (isNew) {
-                        curField->LocationX = static_cast<float>(dieX * dsx);
-                        curField->LocationY = static_cast<float>(dieY * dsy);
-                        double cx = curField->LocationX + dsx / 2, cy = curField->LocationY + dsy / 2;
-                        curField->LocationR = static_cast<float>(std::hypot(cx, cy));
-                        curField->LocationTheta = static_cast<float>(std::atan2(cy, cx));
-                    }
-                }
-            }
-            // Site.
-            const long siteNo = static_cast<long>(std::floor(test));
-            if (siteNo != lastSiteNo) curSite = nullptr;
-            lastSiteNo = siteNo;
-            Ref<cSite> site;
-            if (!curSite) {
-                // A site number beyond the table cannot be in the field either.
-                if (siteNo < 1 || siteNo > nSiteRows) continue;
-                cSite* found = splitByField ? curField->sites().Item(siteRows[siteNo].key)
-                                            : curWafer->SitesWafer().Item(siteRows[siteNo].key);
-                if (found && found->NumberKey() == siteNo) {
-                    site = Ref<cSite>(found);
-                } else {
-                    if (!siteRows[siteNo].ok) continue;
-                    const SiteRow& sr = siteRows[siteNo];
-                    site = cSite::New();
-                    site->setNumberKey(static_cast<int32_t>(siteNo));
-                    site->LocationX = sr.x;
-                    site->LocationY = sr.y;
-                    double lx = sr.x + L.SiteXoffset, ly = sr.y + L.SiteYoffset;
-                    site->LocationR = static_cast<float>(std::hypot(lx, ly));
-                    site->LocationTheta = static_cast<float>(std::atan2(ly, lx == 0 ? 1e-27 : lx));
-                    if (splitByField) {
-                        double ax = curField->LocationX + gx + dsx / 2 + lx;
-                        double ay = curField->LocationY + gy + dsy / 2 + ly;
-                        site->LocationXabs = static_cast<float>(ax);
-                        site->LocationYabs = static_cast<float>(ay);
-                        site->LocationRabs = static_cast<float>(std::hypot(ax, ay));
-                        site->LocationThetaAbs = static_cast<float>(std::atan2(ay, ax));
-                        site->WaferX = site->LocationXabs;
-                        site->WaferY = site->LocationYabs;
-                    }
-                    // Without the split the wafer's one field is the parent,
-                    // so that the points know their lot.
-                    site->setParent(curField);
-                    if (famCol >= 0) {
-                        ++famCount[sr.family];
-                        site->setFamily(sr.family);
-                        site->setFamilyName(CellText(families(sr.family, 1)));
-                    }
-                    if (splitByField) curField->sites().Add(site, sr.key);
-                    else curWafer->SitesWafer().Add(site, sr.key);
-                }
-                curSite = site.get();
-            }
-            // Point.
-            bool anyValue = false;
-            for (int i = 0; i < nValues; ++i)
-                if (NonBlank(rowp[valueCols[i]])) {
-                    anyValue = true;
-                    break;
-                }
-            kLeft = nValues + 1;
-            if (!anyValue) continue;
-            auto pt = std::make_unique<cPoint>();
-            float* slots[8] = {&pt->ValueV, &pt->ValueH, &pt->ValueZ, &pt->Slope,
-                               &pt->Pitch,  &pt->ValueA, &pt->ValueB, &pt->ValueC};
-            for (int i = 0; i < nValues; ++i) {
-                double v;
-                if (NumberOf(rowp[valueCols[i]], v)) *slots[i] = static_cast<float>(v * 1000);
-            }
-            if (pt->ValueZ == kMiss) {
-                if ((ds == 0 || ds == 1) && pt->ValueV != kMiss && pt->ValueH != kMiss)
-                    pt->ValueZ = std::sqrt(pt->ValueV * pt->ValueV + pt->ValueH * pt->ValueH);
-                else if (ds == 4 && pt->ValueV != kMiss && pt->ValueH != kMiss)
-                    pt->ValueZ = (pt->ValueV + pt->ValueH) / 2;
-            }
-            // The site is in its collection already; the point joins it under
-            // the site number (a repeated key is renumbered by the site).
-            curSite->AddPoint(std::move(pt), siteRows[siteNo].key);
+            const Value* row = block.data() + static_cast<size_t>(r - blockFirst) * block.colCount() - block.colLb();
+            if (!tree.addRow(row)) break;
         }
     });
     block = Datam();
-    if (!ok) {
-        std::string cells;
-        for (int c = 1; c <= area.col2; ++c) {
-            if (c > 1) cells += ", ";
-            cells += CellText(ws->cell(r, c));
-        }
-        Failure f = p.failure();
-        p.quiet();
-        MsgBox(f.tag + "\r\n" + f.text + "...Load Error Track: " + ChkText(p.chk) + "... Row " +
-                   std::to_string(r) + " of " + std::to_string(lastRow) + " on input.\r\n" + cells + " chk: " +
-                   ChkText(p.chk),
-               vbCritical, VersionLine());
-        closeApps();
-        return -1;
-    }
+    if (!ok) return RowFailure(p, s, r, lastRow, tree.column());
 
-    // 22. Families, die range, units.
     p.chk = 22;
-    for (int i = 1; i <= families.rowUb(); ++i)
-        if (famCol >= 0) families(i, 2) = famCount[i];
-    L.FamilyNames = families;
-    if (splitByField && dieXmin <= dieXmax) {
-        L.DieXmax = static_cast<float>(dieXmax);
-        L.DieYmax = static_cast<float>(dieYmax);
-        L.DieXmin = static_cast<float>(dieXmin);
-        L.DieYmin = static_cast<float>(dieYmin);
-    }
-    L.UpdateUnits(T.units);
+    tree.finish(units);
+    return StatusOk();
+}
 
-    // 23. Exposure values of the fields; k runs on from the row loop.
+// Checkpoints 23 and 24: the exposure program of the fields, then the layout.
+void ApplyExposure(Proc& p, cLot& L, const Exposure& e, int k, WBLotTables& T, Workbook* wb) {
     p.chk = 23;
     SetStatusText("Set up Field exposure display values.");
-    int k = kLeft;
     for (cWafer* w : L.Wafers()) {
         cField* origin = nullptr;
         for (cField* f : w->Fields()) {
-            f->NA = static_cast<float>(NA);
-            f->PCinner = static_cast<float>(PCi);
-            f->PCouter = static_cast<float>(PCo);
-            f->Focus = static_cast<float>(Fo + k * FocusStep);
-            f->Dose = static_cast<float>(Dose + k * DoseStep);
+            f->NA = static_cast<float>(e.NA);
+            f->PCinner = static_cast<float>(e.PCinner);
+            f->PCouter = static_cast<float>(e.PCouter);
+            f->Focus = static_cast<float>(e.focus + k * e.focusStep);
+            f->Dose = static_cast<float>(e.dose + k * e.doseStep);
             ++k;
             if (!origin || f->DieY < origin->DieY || (f->DieY == origin->DieY && f->DieX < origin->DieX))
                 origin = f;
@@ -703,57 +820,104 @@ int GetExcelWBLot(const std::string& pathIn, const std::string& sheetNameIn, std
                 l.DieXo = origin->DieX;
                 l.DieYo = origin->DieY;
             }
-        if (ds == 5) break;
+        if (L.DataSource() == 5) break;
     }
     if (cWafer* w = L.Wafers().At(1)) {
         L.CurrentWaferKey = w->KeyName;
         if (cField* f = w->Fields().At(1)) L.CurrentFieldKey = f->NumberKey;
     }
 
-    // 24. Layout tables.
     p.chk = 24;
     SetStatusText("Update exposure layout for " + L.LotName);
-    if (GetLayoutData(wb.get(), T.layoutSetup, T.layoutValues)) ApplyLayoutValues(L, T.layoutValues);
+    if (GetLayoutData(wb, T.layoutSetup, T.layoutValues)) ApplyLayoutValues(L, T.layoutValues);
+}
 
-    // 25. Wafer size, first pass.
+// Checkpoints 25 to 28: the wafer size, given or estimated from the field grid.
+void SizeWafer(Proc& p, cLot& L, const TreeBuilder& tree, const DataColumns& cols, double givenMm,
+               int siteRows, double substrateMm) {
     p.chk = 25;
     if (L.WaferSize < 75000 || L.WaferSize == 200000) {
-        double spanX = dieXmin <= dieXmax ? dieXmax - dieXmin + 1 : 1;
-        double spanY = dieYmin <= dieYmax ? dieYmax - dieYmin + 1 : 1;
-        L.WaferSize = SnapFirst(static_cast<float>(std::max(dsx * spanX, dsy * spanY)));
+        const double columns = tree.haveRange() ? tree.spanX() + 1 : 1;
+        const double rows = tree.haveRange() ? tree.spanY() + 1 : 1;
+        L.WaferSize = SnapFirst(static_cast<float>(std::max(cols.dieX * columns, cols.dieY * rows)));
         L.CullRadiusSetting = L.WaferSize / 2;
     }
-    // 26.
+
     p.chk = 26;
     L.CalcWaferPositions();
-    if (nSiteRows > 1) CalcSiteStep(L);
-    // 27. Second pass when no size was given.
+    if (siteRows > 1) CalcSiteStep(L);
+
     p.chk = 27;
     if (givenMm < 75) {
-        double rx = dieXmin <= dieXmax ? dieXmax - dieXmin : 0;
-        double ry = dieYmin <= dieYmax ? dieYmax - dieYmin : 0;
-        double est = std::max((rx + 3) * dsx, (ry + 3) * dsy);
+        const double est = std::max((tree.spanX() + 3) * cols.dieX, (tree.spanY() + 3) * cols.dieY);
         L.WaferSize = SnapSecond(static_cast<float>(est));
         L.CullRadiusSetting = L.WaferSize / 2;
     }
-    // 28.
+
     p.chk = 28;
     if (L.WaferSize < 75) {
-        double mm = 200;
-        ParseNumber(GetSetting(ProductName(), "ToolSettings", "Substrate", "200"), mm);
-        L.WaferSize = static_cast<float>(mm * 1000);
+        L.WaferSize = static_cast<float>(substrateMm * 1000);
         L.CullRadiusSetting = L.WaferSize / 2;
     }
-    SaveSetting(ProductName(), "ToolSettings", "Substrate", NumberToText(L.WaferSize));
+}
 
-    // 29.
+}  // namespace
+
+LoadOptions LoadOptionsFromSettings() {
+    LoadOptions o;
+    const std::string fc = Upper(GetSetting(ApplicationTitle(), "Options", "FocusCorrections", "True"));
+    o.focusReportCorrections = !(fc == "FALSE" || fc == "0");
+    double mm = 200;
+    if (ParseNumber(GetSetting(ProductName(), "ToolSettings", "Substrate", "200"), mm)) o.substrateMm = mm;
+    return o;
+}
+
+void SaveLoadSettings(const WBLotTables& tables) {
+    if (!tables.sourceDirectory.empty())
+        SaveSetting(ApplicationTitle(), "Options", "SourceDirectory", tables.sourceDirectory);
+    if (tables.substrateMm > 0)
+        SaveSetting(ProductName(), "ToolSettings", "Substrate", NumberToText(tables.substrateMm));
+}
+
+Status GetExcelWBLot(const std::string& path, const LoadOptions& options, std::shared_ptr<cLot>& lot,
+                     WBLotTables* tables) {
+    Proc p("Import(GetExcelWBLot): ");
+    BusyPointer busy;
+    InstallDataWorkbookHooks();
+    WBLotTables local;
+    WBLotTables& T = tables ? *tables : local;
+    T = WBLotTables{};
+    LoadSession s;
+
+    if (Status st = FindWorkbookFile(p, path, s); !st) return st;
+    p.chk = 2;
+    T.sourceDirectory = FolderOf(s.path);
+    if (Status st = OpenDataSheet(p, s, options); !st) return st;
+    SiteTable sites;
+    if (Status st = ReadSites(p, s, T, sites); !st) return st;
+    const InfoHeader header = ReadInformation(p, s, T);
+
+    cLot& L = NewLot(p, lot, header, options);
+    const KeyRows keys = StoreKeysByPosition(p, L, T.information, s);
+    const Exposure exposure = StoreExposureKeys(p, L, T.information);
+    StoreNamesAndGeometry(p, L, keys, s);
+    Result<DataColumns> cols = FindColumns(p, s, L, keys);
+    if (!cols) return cols.failure();
+    TreeBuilder tree(L, *cols, sites, options.splitByField);
+    if (Status st = BuildTree(p, s, *cols, tree, T.units); !st) return st;
+
+    ApplyExposure(p, L, exposure, tree.nextField(), T, s.wb.get());
+    SizeWafer(p, L, tree, *cols, header.givenMm, sites.count(), options.substrateMm);
+    T.substrateMm = L.WaferSize;
+
     p.chk = 29;
     SetStatusText(ApplicationTitle() + " Ready");
-    T.workbook = wb;
-    T.sheetName = ws->name();
+    T.workbook = s.wb;
+    T.sheetName = s.ws->name();
+    s.done = true;
     SetStatusText("Excel xlwb set.");
     SetStatusText("... Upload complete");
-    return 1;
+    return StatusOk();
 }
 
 }  // namespace zorv

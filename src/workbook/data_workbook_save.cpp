@@ -145,15 +145,13 @@ Datam SummaryOf(const Datam& data, int firstCol) {
 
 }  // namespace
 
-int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const Datam& information,
-             const std::string& comments, std::string* savedPath) {
+Result<std::string> SaveData(const Datam& data, const Datam& excluded, const Datam& sites,
+                             const Datam& information, const std::string& comments) {
     Proc p("Import(SaveData):  ");
     BusyPointer busy;
     p.chk = 1;
-    if (!data.isArray() || data.dims() != 2 || data.rowCount() < 2) {
-        p.msg = "No rows in data matrix as provided.";
-        return -1;
-    }
+    if (!data.isArray() || data.dims() != 2 || data.rowCount() < 2)
+        return p.fail("No rows in data matrix as provided.");
 
     // 2. The information by its fixed rows.
     p.chk = 2;
@@ -217,21 +215,23 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
     if (path.empty()) {
         std::string folder = text(infoDataFolder);
         if (folder.empty()) folder = FolderOf(text(infoFilePath));
-        if (folder.empty()) folder = ".";
-        path = folder + "/" + name + ".xlsx";
+        path = (folder.empty() ? std::string(".") : folder) + "/" + name + ".xlsx";
     } else if (IEndsWith(path, ".xls") || IEndsWith(path, ".xlt")) {
         path += "x";  // the store writes the Open XML form
     }
     info[infoWorkBookPath] = path;
+    // A failure of the workbook names it.
+    auto fail = [&](std::string text) {
+        Failure f = p.fail(std::move(text));
+        f.file = path;
+        return f;
+    };
 
     // 5. Open or create.
     p.chk = 5;
     WorkbookPtr wb;
-    if (OpenExcelWorksheet(path, wb, nullptr, true) < 1 || !wb) return -1;
-    if (wb->readOnly()) {
-        p.msg = "Error Saving: " + path;
-        return -1;
-    }
+    if (Status opened = OpenExcelWorksheet(path, wb, nullptr, true); !opened) return opened.failure();
+    if (wb->readOnly()) return fail("Error Saving: " + path);
 
     // 6. The data sheet: an existing one with this name, with or without "-".
     p.chk = 6;
@@ -246,10 +246,7 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
         if (ws) ws->setName(sheetName);
     }
     if (!ws) ws = wb->addSheet(sheetName);
-    if (!ws) {
-        p.msg = "Cannot add the worksheet '" + sheetName + "' to " + path;
-        return -1;
-    }
+    if (!ws) return fail("Cannot add the worksheet '" + sheetName + "' to " + path);
     wb->activate(ws);
 
     // 7. The data, its comments.
@@ -267,10 +264,7 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
     p.chk = 8;
     Worksheet* ss = wb->sheet("Sites");
     if (!ss) ss = wb->addSheet("Sites", 0);
-    if (!ss) {
-        p.msg = "Cannot add the 'Sites' worksheet.";
-        return -1;
-    }
+    if (!ss) return fail("Cannot add the 'Sites' worksheet.");
     ss->clear();
     if (sites.isArray() && sites.dims() == 2) {
         Datam sh;
@@ -281,10 +275,7 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
     p.chk = 9;
     Worksheet* is = wb->sheet("Information");
     if (!is) is = wb->addSheet("Information", std::min(1, wb->sheetCount()));
-    if (!is) {
-        p.msg = "Cannot add the 'Information' worksheet.";
-        return -1;
-    }
+    if (!is) return fail("Cannot add the 'Information' worksheet.");
     is->clear();
     Datam it(kInformationKeyCount, 2, 1, 1);
     for (int i = 1; i <= kInformationKeyCount; ++i) {
@@ -310,7 +301,7 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
             SaveArrayOptions o;
             o.title = "Excluded Data Values for: " + sheetName;
             o.save = false;
-            if (SaveArray(e, "Excluded", wb.get(), o) < 1) return -1;
+            if (Status saved = SaveArray(e, "Excluded", wb.get(), o); !saved) return saved.failure();
         } else if (wb->sheet("Excluded")) {
             wb->removeSheet("Excluded");
         }
@@ -354,15 +345,13 @@ int SaveData(const Datam& data, const Datam& excluded, const Datam& sites, const
         if (n.find("Sheet") != std::string::npos && n != ws->name() && wb->sheetCount() > 1)
             wb->removeSheet(n);
     wb->activate(ws);
-    Status s = wb->save();
-    if (!s) {
-        p.msg = "Error Saving: " + path;
-        if (!s.failure().text.empty()) p.msg += "\r\n" + s.failure().text;
-        return -1;
+    if (Status s = wb->save(); !s) {
+        std::string text = "Error Saving: " + path;
+        if (!s.failure().text.empty()) text += "\r\n" + s.failure().text;
+        return fail(std::move(text));
     }
-    if (savedPath) *savedPath = wb->path();
     SetStatusText("Worksheet (" + sheetName + ") saved as data sheet.");
-    return 1;
+    return wb->path();
 }
 
 }  // namespace zorv

@@ -24,15 +24,9 @@ std::string CutDataSheetSuffix(std::string s) {
 }  // namespace
 
 Worksheet* GetDataSheet(Workbook* workbook, std::string_view name, bool quiet) {
-    Proc p("Import(GetDataSheet): ");
-    p.chk = 1;
-    if (!workbook) {
-        p.msg = "Workbook not provided.";
-        return nullptr;
-    }
+    assert(workbook);
     std::string wanted = name.empty() ? BaseOf(workbook->name()) : std::string(name);
     std::string want = Upper(CutDataSheetSuffix(wanted)).substr(0, kMaxSheetName);
-    p.chk = 2;
     const int n = workbook->sheetCount();
     for (int i = 1; i <= n; ++i)
         if (Upper(workbook->sheet(i)->name()) == want) return workbook->sheet(i);
@@ -46,14 +40,12 @@ Worksheet* GetDataSheet(Workbook* workbook, std::string_view name, bool quiet) {
                 return workbook->sheet(i);
         }
     }
-    p.chk = 3;
     if (!quiet) {
         for (int i = 1; i <= n; ++i) {
             std::vector<Comment> cs = workbook->sheet(i)->comments();
             if (!cs.empty() && IEquals(Trim(cs.front().text), "DataSheet")) return workbook->sheet(i);
         }
     }
-    p.chk = 4;
     Worksheet* first = workbook->sheet(1);
     if (!first) return nullptr;
     std::string q = "Cannot locate data sheet:'" + wanted + "' in workbook:'" + workbook->name() +
@@ -70,15 +62,9 @@ Worksheet* GetDataSheet(Workbook* workbook, std::string_view name, bool quiet) {
 }
 
 Area DataSheetArea(Worksheet*& sheet, bool quiet) {
-    Proc p("Import(GetWorksheetData): ");
-    p.chk = 1;
-    if (!sheet) {
-        p.msg = "Worksheet not provided.";
-        return Area{};
-    }
+    assert(sheet);
     Area a = sheet->usedArea();
     if (a.rows() < 2 || a.cols() < 2) {
-        p.chk = 2;
         Worksheet* other = GetDataSheet(&sheet->workbook(), sheet->name(), quiet);
         if (other && other != sheet) {
             sheet = other;
@@ -135,28 +121,27 @@ Datam GetDataUnits(const Datam& table) {
     return units;
 }
 
-Datam GetWorksheetSites(Workbook* workbook, double scale, Datam& units, int* status) {
+Result<Datam> GetWorksheetSites(Workbook* workbook, double scale, Datam& units) {
     Proc p("Import(GetWorksheetSites): ");
     p.chk = 1;
-    if (status) *status = -1;
-    if (!workbook) {
-        p.msg = "Workbook not provided.";
-        return Datam();
-    }
+    if (!workbook) return p.fail("Workbook not provided.");
     Worksheet* ws = workbook->sheet("Sites");
     if (!ws) {
-        p.msg = LoadResString(resNoSitesSheet);
-        if (status) *status = -2200;
-        return Datam();
+        Failure f = p.fail(LoadResString(resNoSitesSheet));
+        f.file = workbook->path();
+        f.sheet = "Sites";
+        return f;
     }
     if (ws->index() > 2) workbook->moveSheet(ws->name(), 0);
     p.chk = 2;
+    auto empty = [&] {
+        Failure f = p.fail(LoadResString(resSitesSheetEmpty));
+        f.file = workbook->path();
+        f.sheet = ws->name();
+        return f;
+    };
     Area a = ws->usedArea();
-    if (a.row2 < 2 || a.col2 < 2) {
-        p.msg = LoadResString(resSitesSheetEmpty);
-        if (status) *status = -2199;
-        return Datam();
-    }
+    if (a.row2 < 2 || a.col2 < 2) return empty();
     // The whole table with sheet row 1 as row 0 and column A as column 0.
     Datam raw = ws->range(Area{1, 1, a.row2, a.col2});
     Datam full(a.row2 - 1, a.col2 - 1, 0, 0);
@@ -170,11 +155,7 @@ Datam GetWorksheetSites(Workbook* workbook, double scale, Datam& units, int* sta
         if (h == "X_LOC" || h == "XLOC" || h == "LOCX") xcol = c;
     }
     if (xcol < 0) xcol = 4;  // column E
-    if (xcol > full.colUb()) {
-        p.msg = LoadResString(resSitesSheetEmpty);
-        if (status) *status = -2199;
-        return Datam();
-    }
+    if (xcol > full.colUb()) return empty();
     Datam sites(full.rowUb(), full.colUb() - xcol + 1, 0, 1);
     for (int r = 0; r <= full.rowUb(); ++r)
         for (int c = xcol; c <= full.colUb(); ++c) sites(r, c - xcol + 1) = full(r, c);
@@ -183,7 +164,6 @@ Datam GetWorksheetSites(Workbook* workbook, double scale, Datam& units, int* sta
             for (int c = 1; c <= std::min(2, sites.colUb()); ++c)
                 if (sites(r, c).isNumberType()) sites(r, c) = sites(r, c).toDouble() * scale;
     }
-    if (status) *status = 1;
     return sites;
 }
 
@@ -205,13 +185,10 @@ Datam InfoTableFromSheet(Worksheet* ws) {
 }
 }  // namespace
 
-int CreateInfoWorksheet(Workbook* workbook, Datam& table) {
+Status CreateInfoWorksheet(Workbook* workbook, Datam& table) {
     Proc p("Import(CreateInfoWorksheet): ");
     p.chk = 1;
-    if (!workbook) {
-        p.msg = "A workbook reference was not provided.";
-        return -1;
-    }
+    if (!workbook) return p.fail("A workbook reference was not provided.");
     table = Datam(kInformationKeyCount, 2, 1, 1);
     for (int i = 0; i < kInformationKeyCount; ++i) table(i + 1, 1) = kInformationKeys[i];
     table(infoDataTable, 2) = BaseOf(workbook->name());
@@ -231,64 +208,57 @@ int CreateInfoWorksheet(Workbook* workbook, Datam& table) {
     Worksheet* ws = workbook->sheet("Information");
     if (!ws) ws = workbook->addSheet("Information");
     if (!ws) {
-        p.msg = "Cannot add the 'Information' worksheet.";
-        return -1;
+        Failure f = p.fail("Cannot add the 'Information' worksheet.");
+        f.file = workbook->path();
+        f.sheet = "Information";
+        return f;
     }
     ws->setRange(1, 1, table);
-    return 1;
+    return StatusOk();
 }
 
-Datam GetWorksheetInspection(Workbook* workbook) {
+Result<Datam> GetWorksheetInspection(Workbook* workbook) {
     Proc p("Import(GetWorksheetInspection): ");
     p.chk = 1;
-    if (!workbook) {
-        p.msg = "Workbook not provided.";
-        return Datam();
-    }
+    if (!workbook) return p.fail("Workbook not provided.");
     Worksheet* ws = workbook->sheet("Information");
     Datam t;
     if (ws) t = InfoTableFromSheet(ws);
     if (!t.isArray()) {
         p.chk = 2;
-        if (CreateInfoWorksheet(workbook, t) < 1) return Datam();
+        if (Status made = CreateInfoWorksheet(workbook, t); !made) return made.failure();
     }
     return t;
 }
 
-bool xlDataTypeCD(Workbook* workbook) {
+Result<bool> xlDataTypeCD(Workbook* workbook) {
     Proc p("Import(xlDataTypeCD): ");
     p.chk = 1;
-    if (!workbook) {
-        p.msg = "Excel workbook not provided.";
-        return false;
-    }
+    if (!workbook) return p.fail("Excel workbook not provided.");
+    auto fail = [&](std::string text) {
+        Failure f = p.fail(std::move(text));
+        f.file = workbook->path();
+        f.sheet = "Information";
+        return f;
+    };
     Worksheet* ws = workbook->sheet("Information");
-    if (!ws) {
-        p.msg = "Not a proper data workbook. 'Information' data sheet not present.";
-        return false;
-    }
+    if (!ws) return fail("Not a proper data workbook. 'Information' data sheet not present.");
     Datam cells = ws->range(Area{1, 1, 5, 11});
     int row = -1, col = -1;
     FindFirstRow(cells, row, col, "Data Type", 5, 10, 1, 1, true);
-    if (row < 0) {
-        p.msg = workbook->name() + " does not contain a Zorv Information data sheet.";
-        return false;
-    }
+    if (row < 0) return fail(workbook->name() + " does not contain a Zorv Information data sheet.");
     std::string t = Upper(Trim(CellText(cells(row, col + 1))));
     return t == "SCATTER" || t == "CDSEM";
 }
 
-int UpdateXLInformation(Workbook* workbook, const cLot* lot) {
+Status UpdateXLInformation(Workbook* workbook, const cLot* lot) {
     Proc p("Import(UpdateXLInformation): ");
     p.chk = 1;
-    if (!workbook || !lot) {
-        p.msg = "Please reload data.";
-        return -1;
-    }
+    if (!workbook || !lot) return p.fail("Please reload data.");
     Worksheet* ws = workbook->sheet("Information");
     if (!ws) {
         Datam t;
-        if (CreateInfoWorksheet(workbook, t) < 1) return -1;
+        if (Status made = CreateInfoWorksheet(workbook, t); !made) return made;
         ws = workbook->sheet("Information");
     }
     p.chk = 2;
@@ -324,19 +294,15 @@ int UpdateXLInformation(Workbook* workbook, const cLot* lot) {
         ws->setCell(found, 2, it.value);
     }
     p.chk = 3;
-    if (!workbook->readOnly()) {
-        Status s = workbook->save();
-        if (!s) {
-            p.msg = "Error Saving: " + workbook->path();
-            return -1;
-        }
+    if (!workbook->readOnly() && !workbook->save()) {
+        Failure f = p.fail("Error Saving: " + workbook->path());
+        f.file = workbook->path();
+        return f;
     }
-    return 1;
+    return StatusOk();
 }
 
 bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues) {
-    Proc p("Import(GetLayoutData): ");
-    p.chk = 1;
     layoutSetup = Datam();
     layoutValues = Datam();
     if (!workbook) return false;
@@ -355,7 +321,6 @@ bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues) 
         hc = wcol;
     }
     if (hr < 0) return false;
-    p.chk = 2;
     auto blankRow = [&](int r, int c0, int width) {
         for (int c = c0; c < c0 + width; ++c)
             if (u.get(r, c).textLength() > 0) return false;
@@ -376,7 +341,6 @@ bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues) 
     for (int c = 1; c <= 10; ++c)
         if (layoutSetup(0, c).textLength() == 0) layoutSetup(0, c) = defaults[c - 1];
 
-    p.chk = 3;
     int vr = -1, vc = -1;
     FindFirstRow(u, vr, vc, "Wafer", kDefaultBound, kDefaultBound, kDefaultBound, hc + std::max(width, 1),
                  true);
@@ -393,18 +357,17 @@ bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues) 
     return true;
 }
 
-int WriteUnitsToWorkbook(cLot& lot) {
+Status WriteUnitsToWorkbook(cLot& lot) {
     Proc p("cLot(UpdateUnits2Workbook): ");
     p.chk = 1;
     auto wb = std::static_pointer_cast<Workbook>(lot.xlwb);
-    if (!wb) {
-        p.msg = "Please reload data.";
-        return -1;
-    }
+    if (!wb) return p.fail("Please reload data.");
     Worksheet* ws = wb->sheet("Sites");
     if (!ws) {
-        p.msg = LoadResString(resNoSitesSheet);
-        return -1;
+        Failure f = p.fail(LoadResString(resNoSitesSheet));
+        f.file = wb->path();
+        f.sheet = "Sites";
+        return f;
     }
     p.chk = 2;
     const int lastCol = ws->lastCol(), lastRow = std::max(2, ws->lastRow());
@@ -429,21 +392,24 @@ int WriteUnitsToWorkbook(cLot& lot) {
         ++written;
     }
     p.chk = 3;
-    if (written && !wb->readOnly()) {
-        Status s = wb->save();
-        if (!s) {
-            p.msg = "Error Saving: " + wb->path();
-            return -1;
-        }
+    if (written && !wb->readOnly() && !wb->save()) {
+        Failure f = p.fail("Error Saving: " + wb->path());
+        f.file = wb->path();
+        return f;
     }
-    return 1;
+    return StatusOk();
 }
 
 void InstallDataWorkbookHooks() {
     static bool done = false;
     if (done) return;
     done = true;
-    cLot::UpdateUnits2WorkbookHook() = [](cLot& lot) { return WriteUnitsToWorkbook(lot); };
+    // The lot's hook answers 1 or -1, so the failure is shown where it stops.
+    cLot::UpdateUnits2WorkbookHook() = [](cLot& lot) {
+        Status s = WriteUnitsToWorkbook(lot);
+        if (!s) Report(s.failure());
+        return s ? 1 : -1;
+    };
 }
 
 }  // namespace zorv

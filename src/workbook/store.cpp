@@ -214,6 +214,13 @@ Status Worksheet::load() {
     return st;
 }
 
+bool Worksheet::unload() {
+    if (!loaded_ || dirty_ || !src_ || !src_->loadError.empty() || !wb_->impl_->zip) return false;
+    d_ = std::make_unique<Data>();
+    loaded_ = false;
+    return true;
+}
+
 bool Worksheet::setName(std::string_view name) {
     if (!Workbook::validSheetName(name)) return false;
     for (auto& s : wb_->sheets_)

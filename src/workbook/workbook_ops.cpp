@@ -23,6 +23,13 @@ void LogStep(const std::string& line) {
 }
 std::string ChkStr(const Proc& p) { return ChkText(p.chk); }
 
+// A failure about the workbook at `path`.
+Failure FailAt(Proc& p, std::string text, const std::string& path) {
+    Failure f = p.fail(std::move(text));
+    f.file = path;
+    return f;
+}
+
 bool FileExists(const std::string& path) {
     std::error_code ec;
     return fs::is_regular_file(path, ec);
@@ -88,10 +95,8 @@ void SetWorkbookProperties(Workbook& wb) {
         wb.setProperty("Subject", "Zorv Wavefront Analysis Data");
 }
 
-int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet** sheet, bool create,
-                       bool quiet) {
+Status OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet** sheet, bool create) {
     Proc p("Utility(OpenExcelWorksheet): ");
-    if (quiet) p.quiet();
     InstallWorkbookCloseHook();
     if (sheet) *sheet = nullptr;
     p.chk = 1;
@@ -103,7 +108,7 @@ int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet
         LogStep("    ...Workbook:  '" + name + "' already exists.  chk:" + ChkStr(p));
         workbook = open;
         if (sheet) *sheet = workbook->activeSheet();
-        return 1;
+        return StatusOk();
     }
     p.chk = 2;
     LogStep("    ...Start Excel Application.  chk:" + ChkStr(p));
@@ -111,10 +116,7 @@ int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet
         p.chk = 3;
         LogStep("    ...Load '" + name + "' from existing workbook. chk:" + ChkStr(p));
         Result<WorkbookPtr> r = Workbooks::Open(path);
-        if (!r) {
-            p.msg = r.failure().text.empty() ? "Cannot open workbook: " + path : r.failure().text;
-            return -1;
-        }
+        if (!r) return FailAt(p, r.failure().text.empty() ? "Cannot open workbook: " + path : r.failure().text, path);
         workbook = *r;
         if (sheet) *sheet = workbook->activeSheet();
         if (!workbook->readOnly()) {
@@ -124,26 +126,21 @@ int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet
             SetWorkbookProperties(*workbook);
         }
         LogStep("    ...Workbook: '" + name + "' successfully loaded/saved. ");
-        return 1;
+        return StatusOk();
     }
 
     p.chk = 4;
     if (!create) {
         if (IEndsWith(path, ".XLT") || IEndsWith(path, ".XLTX"))
-            p.msg = "A Zorv Macro Template '.XLT' has not been loaded.";
-        else
-            p.msg = "Cannot find file: " + path;
-        return -1;
+            return FailAt(p, "A Zorv Macro Template '.XLT' has not been loaded.", path);
+        return FailAt(p, "Cannot find file: " + path, path);
     }
 
     // 4. Create: the file part gets an extension when it has none and loses
     // its spaces.
     std::string folder = FolderOf(path);
     std::string file = FileOf(path);
-    if (file.empty()) {
-        p.msg = "Cannot create a workbook without a file name: " + path;
-        return -1;
-    }
+    if (file.empty()) return FailAt(p, "Cannot create a workbook without a file name: " + path, path);
     file = Replace(file, " ", "_");
     if (file.find('.') == std::string::npos) file += ".xlsx";
     std::string target = folder.empty() ? file : folder + "/" + file;
@@ -151,29 +148,24 @@ int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet
     LogStep("    ...SaveAS Workbook: " + target);
     if (!folder.empty()) {
         std::error_code ec;
-        if (!fs::is_directory(folder, ec)) {
-            p.msg = "Error Saving: " + target;
-            return -1;
-        }
+        if (!fs::is_directory(folder, ec)) return FailAt(p, "Error Saving: " + target, target);
     }
     LogStep("    ...File Checked, now create..: " + target);
     p.chk = 5;
     WorkbookPtr wb = Workbooks::Add(target, "Information");
     LogStep("    ...Saveas Workbook properties.");
     SetWorkbookProperties(*wb);
-    Status s = wb->save();
-    if (!s) {
+    if (!wb->save()) {
         Workbooks::Close(wb);
-        p.msg = "Error Saving: " + target;
-        return -1;
+        return FailAt(p, "Error Saving: " + target, target);
     }
     workbook = wb;
     if (sheet) *sheet = workbook->activeSheet();
     LogStep("    ...Workbook: '" + FileOf(target) + "' successfully loaded/saved. ");
-    return 1;
+    return StatusOk();
 }
 
-int OpenExcelWorkBook(const std::string& path, WorkbookPtr& workbook, bool create) {
+Status OpenExcelWorkBook(const std::string& path, WorkbookPtr& workbook, bool create) {
     Proc p("Import(OpenExcelWorkBook): ");
     p.chk = 1;
     SetStatusText("Opening Excel file: " + path);
@@ -181,41 +173,33 @@ int OpenExcelWorkBook(const std::string& path, WorkbookPtr& workbook, bool creat
     if (WorkbookPtr open = Workbooks::Find(path)) {
         SetStatusText("Activate workbook ...");
         workbook = open;
-        return 1;
+        return StatusOk();
     }
     SetStatusText("File Check.");
     if (FileExists(path)) {
         p.chk = 2;
         Result<WorkbookPtr> r = Workbooks::Open(path);
-        if (!r) {
-            p.msg = r.failure().text;
-            return -1;
-        }
+        if (!r) return FailAt(p, r.failure().text, path);
         workbook = *r;
         SetStatusText("Activate workbook ...");
-        return 1;
+        return StatusOk();
     }
-    if (!create) {
-        p.msg = "Cannot find file: " + path;
-        return -1;
-    }
+    if (!create) return FailAt(p, "Cannot find file: " + path, path);
     p.chk = 3;
     SetStatusText("Create new workbook ...");
     WorkbookPtr wb = Workbooks::Add(path, "Sheet1");
     SetWorkbookProperties(*wb);
     if (!wb->save()) {
         Workbooks::Close(wb);
-        p.msg = "Error Saving: " + path;
-        return -1;
+        return FailAt(p, "Error Saving: " + path, path);
     }
     workbook = wb;
     SetStatusText("Activate workbook ...");
-    return 1;
+    return StatusOk();
 }
 
-int SaveWorkbookChecked(Workbook& wb, const std::string& sheetName, bool dataSheet, bool quiet) {
+Status SaveWorkbookChecked(Workbook& wb, const std::string& sheetName, bool dataSheet) {
     Proc p("Import(SaveArray): ");
-    if (quiet) p.quiet();
     p.chk = 10;
     Status s = wb.save();
     // The store saves synchronously; the wait only runs while the Saved flag
@@ -226,8 +210,9 @@ int SaveWorkbookChecked(Workbook& wb, const std::string& sheetName, bool dataShe
             std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         if (elapsed > 60) {
             SetStatusText("Time out!");
-            p.msg = "Time-out! Could not save WorkSheet '" + sheetName;
-            return -1;
+            Failure f = FailAt(p, "Time-out! Could not save WorkSheet '" + sheetName, wb.path());
+            f.sheet = sheetName;
+            return f;
         }
         if (elapsed > 3)
             SetStatusText("Waiting for workbook '" + wb.name() + "' to save. " +
@@ -235,15 +220,15 @@ int SaveWorkbookChecked(Workbook& wb, const std::string& sheetName, bool dataShe
         s = wb.save();
     }
     if (!s) {
-        p.msg = "Error Saving: " + wb.path();
-        if (!s.failure().text.empty()) p.msg += "\r\n" + s.failure().text;
-        return -1;
+        std::string text = "Error Saving: " + wb.path();
+        if (!s.failure().text.empty()) text += "\r\n" + s.failure().text;
+        return FailAt(p, std::move(text), wb.path());
     }
     if (dataSheet)
         SetStatusText("Worksheet (" + sheetName + ") saved as data sheet.");
     else
         SetStatusText("Worksheet " + sheetName + " saved.");
-    return 1;
+    return StatusOk();
 }
 
 namespace {
@@ -259,27 +244,21 @@ int LastUsedRow(const Datam& t) {
 }
 }  // namespace
 
-int SaveArray(const Datam& table, const std::string& sheetName, Workbook* workbook,
-              const SaveArrayOptions& o) {
+Status SaveArray(const Datam& table, const std::string& sheetName, Workbook* workbook,
+                 const SaveArrayOptions& o) {
     Proc p("Import(SaveArray): ");
-    if (o.quiet) p.quiet();
     p.chk = 1;
-    if (!workbook) {
-        p.msg = "Workbook not provided.";
-        return -1;
-    }
-    if (!table.isArray() || table.dims() != 2) {
-        p.msg = "Input matrix is not an array.";
-        return -1;
-    }
+    if (!workbook) return p.fail("Workbook not provided.");
+    if (!table.isArray() || table.dims() != 2) return FailAt(p, "Input matrix is not an array.", workbook->path());
     std::string name = Replace(sheetName, " ", "");
     SetStatusText("Save to Worksheet: " + name);
     p.chk = 2;
     Worksheet* ws = workbook->sheet(name);
     if (!ws) ws = workbook->addSheet(name);
     if (!ws) {
-        p.msg = "Cannot add the worksheet '" + name + "'.";
-        return -1;
+        Failure f = FailAt(p, "Cannot add the worksheet '" + name + "'.", workbook->path());
+        f.sheet = name;
+        return f;
     }
     p.chk = 3;
     ws->clear();
@@ -304,21 +283,20 @@ int SaveArray(const Datam& table, const std::string& sheetName, Workbook* workbo
     }
     SetWorkbookProperties(*workbook);
     workbook->activate(ws);
-    if (!o.save) return 1;
+    if (!o.save) return StatusOk();
     p.chk = 5;
-    p.quiet();
-    return SaveWorkbookChecked(*workbook, name, o.dataSheet, o.quiet);
+    return SaveWorkbookChecked(*workbook, name, o.dataSheet);
 }
 
-int SaveArray(const Datam& table, const std::string& sheetName, const std::string& title,
-              Workbook* workbook) {
+Status SaveArray(const Datam& table, const std::string& sheetName, const std::string& title,
+                 Workbook* workbook) {
     SaveArrayOptions o;
     o.title = title;
     return SaveArray(table, sheetName, workbook, o);
 }
 
-int AddIndexItem(Workbook* workbook, const std::string& sheetName, const std::string& description,
-                 const Value& date, bool save) {
+Status AddIndexItem(Workbook* workbook, const std::string& sheetName, const std::string& description,
+                    const Value& date, bool save) {
     Proc p("Import(AddIndexItem): ");
     p.chk = 1;
     SetStatusText("AddIndexItem activated.");
@@ -328,10 +306,7 @@ int AddIndexItem(Workbook* workbook, const std::string& sheetName, const std::st
         if (!all.empty()) held = all.back();
         workbook = held.get();
     }
-    if (!workbook) {
-        p.msg = "Workbook not provided.";
-        return -1;
-    }
+    if (!workbook) return p.fail("Workbook not provided.");
     p.chk = 2;
     double when = 0;
     if (date.isEmpty() || !DateExtract(date, when)) when = SerialNow();
@@ -345,10 +320,11 @@ int AddIndexItem(Workbook* workbook, const std::string& sheetName, const std::st
         SaveArrayOptions o;
         o.title = "Index of Data SpreadSheets";
         o.save = false;
-        o.quiet = true;
-        if (SaveArray(head, "Index", workbook, o) < 1 || !(ix = workbook->sheet("Index"))) {
-            p.msg = "Cannot make the 'Index' worksheet.";
-            return -1;
+        // SaveArray's own failure is not shown: the index says it in its words.
+        if (!SaveArray(head, "Index", workbook, o) || !(ix = workbook->sheet("Index"))) {
+            Failure f = FailAt(p, "Cannot make the 'Index' worksheet.", workbook->path());
+            f.sheet = "Index";
+            return f;
         }
         Worksheet* sites = workbook->sheet("Sites");
         workbook->moveSheet("Index", sites ? sites->index() - 1 : 0);
@@ -399,23 +375,19 @@ int AddIndexItem(Workbook* workbook, const std::string& sheetName, const std::st
         if (n.empty() || !workbook->sheet(n)) continue;
         ix->addHyperlink(r, nameCol, SheetLink(workbook->sheet(n)->name()));
     }
-    if (!save) return 1;
+    if (!save) return StatusOk();
     p.chk = 5;
     SetWorkbookProperties(*workbook);
-    Status s = workbook->save();
-    if (!s) {
-        p.msg = "Error Saving: " + workbook->path();
-        return -1;
-    }
-    return 1;
+    if (!workbook->save()) return FailAt(p, "Error Saving: " + workbook->path(), workbook->path());
+    return StatusOk();
 }
 
-int CheckExcel(WorkbookPtr& workbook, const std::string& folder, const std::string& name) {
+Status CheckExcel(WorkbookPtr& workbook, const std::string& folder, const std::string& name) {
     Proc p("Util(CheckExcel): ");
     p.chk = 1;
     if (workbook) {
         for (const WorkbookPtr& wb : Workbooks::All())
-            if (wb == workbook) return 1;
+            if (wb == workbook) return StatusOk();
     }
     std::string path = folder;
     if (!path.empty() && path.back() != '/' && path.back() != '\\') path += "/";
@@ -425,30 +397,25 @@ int CheckExcel(WorkbookPtr& workbook, const std::string& folder, const std::stri
     p.chk = 2;
     Result<WorkbookPtr> r = Workbooks::Open(path);
     if (!r) {
-        p.msg = r.failure().text.empty() ? "Cannot open workbook: " + path : r.failure().text;
         workbook.reset();
-        return -1;
+        return FailAt(p, r.failure().text.empty() ? "Cannot open workbook: " + path : r.failure().text, path);
     }
     workbook = *r;
-    return 1;
+    return StatusOk();
 }
 
-int UpdateSpreadsheets(std::vector<std::string>* menu, Workbook* workbook) {
+Status UpdateSpreadsheets(std::vector<std::string>* menu, Workbook* workbook) {
     Proc p("Utility(UpdateSpreadsheets): ");
     p.chk = 1;
-    if (!menu) {
-        p.msg = "A form was not provided.";
-        return -1;
-    }
-    if (!workbook) {
-        p.msg = "A workbook was not provided.";
-        return -1;
-    }
+    if (!menu) return p.fail("A form was not provided.");
+    if (!workbook) return p.fail("A workbook was not provided.");
     std::vector<std::string> names = workbook->sheetNames();
     size_t n = std::max(menu->size(), names.size());
     menu->assign(n, "Empty");
     for (size_t i = 0; i < names.size(); ++i) (*menu)[i] = names[i];
-    return 1;
+    return StatusOk();
 }
+
+void xlwb_BeforeClose(const Workbook& xlwb, bool& cancel) { cancel = WorkbookBeforeClose(xlwb.name()); }
 
 }  // namespace zorv

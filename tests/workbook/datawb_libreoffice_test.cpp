@@ -55,8 +55,8 @@ TEST(DataWorkbookLibreOffice, SaveDataWorkbookOpensInLibreOffice) {
     shape.blankEvery = 3;
     shape.excludedRows = 2;
     SampleTables t = MakeSampleTables(shape);
-    std::string saved;
-    ASSERT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
+    Result<std::string> written = SaveData(t.data, t.excluded, t.sites, t.information);
+    ASSERT_TRUE(written.ok()) << written.failure().message();
     Workbooks::CloseAll();
     SetReporter(nullptr);
 

@@ -81,8 +81,9 @@ TEST(DataWorkbookOpenpyxl, SaveDataWorkbookReadsBackInOpenpyxl) {
     shape.blankEvery = 2;
     shape.excludedRows = 3;
     SampleTables t = MakeSampleTables(shape);
-    std::string saved;
-    ASSERT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
+    Result<std::string> written = SaveData(t.data, t.excluded, t.sites, t.information);
+    ASSERT_TRUE(written.ok()) << written.failure().message();
+    const std::string saved = *written;
     Workbooks::CloseAll();
     SetReporter(nullptr);
     fs::path script = dir / "check.py";
@@ -139,10 +140,10 @@ TEST(DataWorkbookOpenpyxl, WorkbookWrittenByOpenpyxlLoadsIntoALot) {
     SetReporter(&quiet);
     Workbooks::CloseAll();
     std::shared_ptr<cLot> lot;
-    int rc = GetExcelWBLot(path, "", lot);
+    Status rc = GetExcelWBLot(path, {}, lot);
     Workbooks::CloseAll();
     SetReporter(nullptr);
-    ASSERT_EQ(rc, 1);
+    ASSERT_TRUE(rc.ok()) << rc.failure().message();
     EXPECT_EQ(lot->DataSource(), 2);
     EXPECT_TRUE(lot->LineWidthType);
     EXPECT_EQ(lot->DateMeasured, "2025-03-14");

@@ -10,7 +10,9 @@
 #include <fstream>
 #include <string>
 
+#include "base/identity.h"
 #include "base/report.h"
+#include "app/shutdown.h"
 #include "common/capture_reporter.h"
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
@@ -27,10 +29,10 @@ std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataT
     shape.dataTable = name;
     shape.workbookPath = (dir / (name + ".xlsx")).string();
     SampleTables t = MakeSampleTables(shape);
-    std::string saved;
-    EXPECT_EQ(SaveData(t.data, t.excluded, t.sites, t.information, "", &saved), 1);
+    Result<std::string> saved = SaveData(t.data, t.excluded, t.sites, t.information);
+    EXPECT_TRUE(saved.ok()) << saved.failure().message();
     Workbooks::CloseAll();
-    return saved;
+    return saved.ok() ? *saved : std::string();
 }
 
 std::string RunCommand(const std::string& cmd, int& rc) {
@@ -65,43 +67,53 @@ TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
     auto a = Workbook::open(cd);
     auto b = Workbook::open(ov);
     ASSERT_TRUE(a.ok() && b.ok());
-    EXPECT_TRUE(xlDataTypeCD(a->get()));
-    EXPECT_FALSE(xlDataTypeCD(b->get()));
-    EXPECT_FALSE(xlDataTypeCD(nullptr));
-    EXPECT_NE(rep.joined().find("Excel workbook not provided."), std::string::npos);
+    Result<bool> cdType = xlDataTypeCD(a->get()), overlayType = xlDataTypeCD(b->get());
+    ASSERT_TRUE(cdType.ok() && overlayType.ok());
+    EXPECT_TRUE(*cdType);
+    EXPECT_FALSE(*overlayType);
+    Result<bool> none = xlDataTypeCD(nullptr);
+    EXPECT_FALSE(none.ok());
+    EXPECT_NE(none.failure().message().find("Excel workbook not provided."), std::string::npos);
     (*b)->removeSheet("Information");
-    EXPECT_FALSE(xlDataTypeCD(b->get()));
-    EXPECT_NE(rep.joined().find("'Information' data sheet not present."), std::string::npos);
+    Result<bool> noInfo = xlDataTypeCD(b->get());
+    EXPECT_FALSE(noInfo.ok());
+    EXPECT_NE(noInfo.failure().message().find("'Information' data sheet not present."), std::string::npos);
 
     // With no Information sheet the keys are made, die sizes from Sites B2, C2.
-    Datam info = GetWorksheetInspection(b->get());
+    Result<Datam> made = GetWorksheetInspection(b->get());
+    ASSERT_TRUE(made.ok()) << made.failure().message();
+    const Datam& info = *made;
     ASSERT_EQ(info.rowUb(), kInformationKeyCount);
     EXPECT_EQ(info(infoDataTable, 2).toString(), "OpsOverlay");
     EXPECT_DOUBLE_EQ(info(infoDieSizeX, 2).toDouble(), 26);
     EXPECT_DOUBLE_EQ(info(infoDieSizeY, 2).toDouble(), 33);
     EXPECT_EQ((*b)->sheetNames().back(), "Information");
     Datam t;
-    EXPECT_EQ(CreateInfoWorksheet(nullptr, t), -1);
-    EXPECT_NE(rep.joined().find("A workbook reference was not provided."), std::string::npos);
+    Status noBook = CreateInfoWorksheet(nullptr, t);
+    EXPECT_FALSE(noBook.ok());
+    EXPECT_NE(noBook.failure().message().find("A workbook reference was not provided."), std::string::npos);
 
     std::vector<std::string> menu(6, "");
-    ASSERT_EQ(UpdateSpreadsheets(&menu, a->get()), 1);
+    ASSERT_TRUE(UpdateSpreadsheets(&menu, a->get()).ok());
     EXPECT_EQ(menu[0], "Sites");
     EXPECT_EQ(menu[2], "OpsCD");
     EXPECT_EQ(menu[5], "Empty");
-    EXPECT_EQ(UpdateSpreadsheets(nullptr, a->get()), -1);
-    EXPECT_NE(rep.joined().find("A form was not provided."), std::string::npos);
+    Status noForm = UpdateSpreadsheets(nullptr, a->get());
+    EXPECT_FALSE(noForm.ok());
+    EXPECT_NE(noForm.failure().message().find("A form was not provided."), std::string::npos);
 }
 
 TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
     std::string path = MakeWorkbook(dir, "OpsGeom", 1);
     std::shared_ptr<cLot> lot;
     WBLotTables t;
-    ASSERT_EQ(GetExcelWBLot(path, "", lot, &t), 1) << rep.joined();
+    Status loaded = GetExcelWBLot(path, {}, lot, &t);
+    ASSERT_TRUE(loaded.ok()) << loaded.failure().message();
     lot->DieSizeX = 22000;
     lot->SiteXoffset = -1500;
     lot->WaferSize = 300000;
-    ASSERT_EQ(UpdateXLInformation(t.workbook.get(), lot.get()), 1) << rep.joined();
+    Status updated = UpdateXLInformation(t.workbook.get(), lot.get());
+    ASSERT_TRUE(updated.ok()) << updated.failure().message();
     Workbooks::CloseAll();
     auto wb = Workbook::open(path);
     ASSERT_TRUE(wb.ok());
@@ -109,8 +121,9 @@ TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
     EXPECT_DOUBLE_EQ(is->cell(infoDieSizeX, 2).toDouble(), 22);
     EXPECT_DOUBLE_EQ(is->cell(infoSiteXoffset, 2).toDouble(), -1.5);
     EXPECT_DOUBLE_EQ(is->cell(infoWaferSize, 2).toDouble(), 300);
-    EXPECT_EQ(UpdateXLInformation(nullptr, lot.get()), -1);
-    EXPECT_NE(rep.joined().find("Please reload data."), std::string::npos);
+    Status noBook = UpdateXLInformation(nullptr, lot.get());
+    EXPECT_FALSE(noBook.ok());
+    EXPECT_NE(noBook.failure().message().find("Please reload data."), std::string::npos);
 }
 
 TEST_F(DataWorkbookOps, CliInfo) {
@@ -163,16 +176,17 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
     GetLogFile(log);
     WorkbookPtr wb;
     Worksheet* ws = nullptr;
-    int rc = OpenExcelWorksheet((dir / "New book").string(), wb, &ws, true);
+    Status rc = OpenExcelWorksheet((dir / "New book").string(), wb, &ws, true);
     WorkbookPtr again;
-    int rc2 = OpenExcelWorksheet((dir / "New_book.xlsx").string(), again, nullptr, false);
+    Status rc2 = OpenExcelWorksheet((dir / "New_book.xlsx").string(), again, nullptr, false);
     WorkbookPtr none;
-    int rc3 = OpenExcelWorksheet((dir / "Template.xlt").string(), none, nullptr, false);
+    Status rc3 = OpenExcelWorksheet((dir / "Template.xlt").string(), none, nullptr, false);
+    if (!rc3) Report(rc3.failure());  // shown as the caller shows it, into the log
     SetLogging(false);
-    ASSERT_EQ(rc, 1);
-    EXPECT_EQ(rc2, 1);
+    ASSERT_TRUE(rc.ok());
+    EXPECT_TRUE(rc2.ok());
     EXPECT_EQ(again, wb);  // the open one is reused, not read again
-    EXPECT_EQ(rc3, -1);
+    EXPECT_FALSE(rc3.ok());
     ASSERT_TRUE(ws);
     EXPECT_EQ(ws->name(), "Information");
     EXPECT_TRUE(fs::exists(dir / "New_book.xlsx"));  // spaces out, extension added, saved at once
@@ -199,9 +213,9 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
     SetLogging(true);
     GetLogFile(log);
     WorkbookPtr fromFile;
-    int rc4 = OpenExcelWorksheet((dir / "New_book.xlsx").string(), fromFile, nullptr, false);
+    Status rc4 = OpenExcelWorksheet((dir / "New_book.xlsx").string(), fromFile, nullptr, false);
     SetLogging(false);
-    ASSERT_EQ(rc4, 1);
+    ASSERT_TRUE(rc4.ok());
     EXPECT_TRUE(fromFile->saved());
     EXPECT_EQ(fromFile->property("Subject"), "Zorv Wavefront Analysis Data");
     std::ifstream in2(log);
@@ -219,12 +233,12 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
 TEST_F(DataWorkbookOps, UnitsGoBackToTheSitesSheet) {
     std::string path = MakeWorkbook(dir, "OpsUnits", 1);
     std::shared_ptr<cLot> lot;
-    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.joined();
+    ASSERT_TRUE(GetExcelWBLot(path, {}, lot).ok());
     EXPECT_EQ(lot->ValueV_Units, 2);  // "nm"
     lot->ValueV_Units = 1;              // Angstrom
     ASSERT_EQ(lot->UpdateUnits2Workbook(), 1) << rep.joined();
     Workbooks::CloseAll();
-    ASSERT_EQ(GetExcelWBLot(path, "", lot), 1) << rep.joined();
+    ASSERT_TRUE(GetExcelWBLot(path, {}, lot).ok());
     EXPECT_EQ(lot->ValueV_Units, 1);
     EXPECT_EQ(lot->ValueH_units, 2);
 }
@@ -251,18 +265,35 @@ TEST_F(DataWorkbookOps, DataSheetFoundByNameCommentOrAnswer) {
     // A reference that is no longer open is opened again from its folder.
     std::string path = MakeWorkbook(dir, "Checked", 1);
     WorkbookPtr gone;
-    ASSERT_EQ(CheckExcel(gone, dir.string(), "Checked"), 1) << rep.joined();
+    Status reopened = CheckExcel(gone, dir.string(), "Checked");
+    ASSERT_TRUE(reopened.ok()) << reopened.failure().message();
     ASSERT_TRUE(gone);
     EXPECT_EQ(gone->name(), "Checked.xlsx");
     WorkbookPtr same = gone;
-    EXPECT_EQ(CheckExcel(same, "", ""), 1);
+    EXPECT_TRUE(CheckExcel(same, "", "").ok());
     EXPECT_EQ(same, gone);
 
     // A second index entry for the same sheet renews its row.
-    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "first"), 1) << rep.joined();
-    ASSERT_EQ(AddIndexItem(gone.get(), "Checked", "second"), 1) << rep.joined();
+    ASSERT_TRUE(AddIndexItem(gone.get(), "Checked", "first").ok());
+    ASSERT_TRUE(AddIndexItem(gone.get(), "Checked", "second").ok());
     Worksheet* ix = gone->sheet("Index");
     ASSERT_TRUE(ix);
     EXPECT_EQ(ix->cell(3, 3).toString(), "second");
     EXPECT_TRUE(ix->cell(4, 1).isEmpty());
+}
+
+TEST_F(DataWorkbookOps, ClosingAHeldWorkbookIsRefusedUntilTheProgramExits) {
+    auto wb = Workbook::create((dir / "Held.xlsx").string());
+    bool cancel = false;
+    xlwb_BeforeClose(*wb, cancel);
+    EXPECT_TRUE(cancel);
+    EXPECT_EQ(rep.joined(), "Workbook 'Held.xlsx' should not be manually closed .\r\nPlease close from within " +
+                                ApplicationTitle() + "\n");
+    rep.clear();
+    SetExiting(true);
+    xlwb_BeforeClose(*wb, cancel);
+    SetExiting(false);
+    EXPECT_FALSE(cancel);
+    EXPECT_TRUE(rep.boxes.empty()) << rep.joined();
+    EXPECT_EQ(rep.statusText(), "Workbook Held.xlsx has been closed.");
 }

@@ -114,6 +114,11 @@ public:
     // A sheet that fails to load stays empty and reports why here.
     Status load();
     bool loaded() const { return loaded_; }
+    // Drops the parsed cells of a sheet that still stands as it was read from
+    // its file; they are parsed again on the next access, and a save copies
+    // the sheet's compressed part as it stands. False (nothing dropped) for a
+    // changed or new sheet.
+    bool unload();
     bool dirty() const { return dirty_; }
 
     // --- cells

@@ -32,11 +32,11 @@ std::string FixWorkbookPathName(std::string_view path);
 // Utility(OpenExcelWorksheet): opens the workbook at `path` (an open one is
 // reused) or, with `create`, makes it (first sheet "Information", document
 // properties, saved at once). `sheet` is the active sheet. In logging mode
-// each step writes a line to the log. Returns 1, or -1 with the message shown.
-int OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet** sheet,
-                       bool create, bool quiet = false);
+// each step writes a line to the log. The failure names the file.
+[[nodiscard]] Status OpenExcelWorksheet(const std::string& path, WorkbookPtr& workbook, Worksheet** sheet,
+                                        bool create);
 // Import(OpenExcelWorkBook): the same for a plain workbook, with its status texts.
-int OpenExcelWorkBook(const std::string& path, WorkbookPtr& workbook, bool create);
+[[nodiscard]] Status OpenExcelWorkBook(const std::string& path, WorkbookPtr& workbook, bool create);
 
 // The document properties every saved workbook carries.
 void SetWorkbookProperties(Workbook& wb);
@@ -45,38 +45,44 @@ void SetWorkbookProperties(Workbook& wb);
 // below `title` in A1) to the sheet `sheetName` (spaces taken out; found or
 // added after the last sheet), numbers formatted "0.0000"; marks a data sheet
 // ("DATASHEET" and the file name) or a batch sheet ("BATCHFILE") with hidden
-// comments; writes the properties and saves. 1, or -1.
+// comments; writes the properties and saves.
 struct SaveArrayOptions {
     std::string title;
     bool dataSheet = false;
     bool batchFile = false;
     std::string fileName;  // the A2 comment of a data sheet
     bool save = true;
-    bool quiet = false;
 };
-int SaveArray(const Datam& table, const std::string& sheetName, Workbook* workbook,
-              const SaveArrayOptions& options = {});
-int SaveArray(const Datam& table, const std::string& sheetName, const std::string& title,
-              Workbook* workbook);
+[[nodiscard]] Status SaveArray(const Datam& table, const std::string& sheetName, Workbook* workbook,
+                               const SaveArrayOptions& options = {});
+[[nodiscard]] Status SaveArray(const Datam& table, const std::string& sheetName, const std::string& title,
+                               Workbook* workbook);
 
-// Saves with the wait of the original: on failure "Error Saving: " and the path.
-int SaveWorkbookChecked(Workbook& wb, const std::string& sheetName, bool dataSheet, bool quiet);
+// Saves with the wait of the original: on failure "Error Saving: " and the
+// path, or the time-out after 60 seconds.
+[[nodiscard]] Status SaveWorkbookChecked(Workbook& wb, const std::string& sheetName, bool dataSheet);
 
 // Import(AddIndexItem): adds (or renews) the row of `sheetName` on the "Index"
 // sheet, made when missing before "Sites", cleans the names and renews the
 // links. `date` empty: now. With no workbook the most recently opened one is
-// taken. 1, or -1.
-int AddIndexItem(Workbook* workbook, const std::string& sheetName, const std::string& description,
-                 const Value& date = Value(), bool save = true);
+// taken.
+[[nodiscard]] Status AddIndexItem(Workbook* workbook, const std::string& sheetName,
+                                  const std::string& description, const Value& date = Value(),
+                                  bool save = true);
 
 // Util(CheckExcel): a workbook reference that is no longer open is opened
-// again from folder and name ("/" and ".xlsx" added as needed). 1, or -1.
-int CheckExcel(WorkbookPtr& workbook, const std::string& folder, const std::string& name);
+// again from folder and name ("/" and ".xlsx" added as needed).
+[[nodiscard]] Status CheckExcel(WorkbookPtr& workbook, const std::string& folder, const std::string& name);
 
 // Utility(UpdateSpreadsheets): the captions of the window's sheet menu
 // (mnuSpreadSheets): one entry per sheet, "Empty" for a free entry. `menu`
-// keeps at least its size. 1, or -1.
-int UpdateSpreadsheets(std::vector<std::string>* menu, Workbook* workbook);
+// keeps at least its size.
+[[nodiscard]] Status UpdateSpreadsheets(std::vector<std::string>* menu, Workbook* workbook);
+
+// xlwb_BeforeClose: the before-close event of a workbook the program holds.
+// A close by the user is refused with a box (`cancel` set); on the exit path
+// it is told in the status line (WorkbookBeforeClose).
+void xlwb_BeforeClose(const Workbook& xlwb, bool& cancel);
 
 // Registers the store's close step with the exit path (idempotent; the
 // opening routines call it).
