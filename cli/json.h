@@ -1,6 +1,7 @@
 // Minimal JSON writer for the --json output of the verbs.
 #pragma once
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -33,6 +34,17 @@ public:
             char buf[32];
             std::snprintf(buf, sizeof buf, "%.17g", d);
             out_ += buf;
+        }
+        return *this;
+    }
+    // Shortest text that reads back as the same single: "1.1", not "1.1000000238418579".
+    Json& value(float f) {
+        sep();
+        if (!std::isfinite(f)) {
+            out_ += "null";
+        } else {
+            char buf[32];
+            out_.append(buf, std::to_chars(buf, buf + sizeof buf, f).ptr);
         }
         return *this;
     }

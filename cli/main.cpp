@@ -1,11 +1,15 @@
-// zorv-cli: the headless verbs of Zorv.
+// zorv-cli: the headless verbs of Zorv. kVerbs lists them; a verb parses its
+// flags, calls one core routine and prints what the core computed.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "base/identity.h"
+#include "base/proc.h"
 #include "base/report.h"
 #include "json.h"
 #include "verbs.h"
@@ -13,19 +17,59 @@
 namespace zorv::cli {
 
 namespace {
-std::vector<Verb>& registry() {
-    static std::vector<Verb> v;
-    return v;
+
+struct Verb {
+    const char* name;
+    const char* summary;  // one line, for the verb list
+    const char* help;     // the whole --help text
+    int (*run)(const Args& args);
+};
+
+constexpr Verb kVerbs[] = {
+    {"version", "print the product and version", kVersionHelp, RunVersion},
+    {"info", "load a data workbook into a lot and print its summary", kInfoHelp, RunInfo},
+    {"sample-workbook", "write a synthetic data workbook with known values", kSampleWorkbookHelp,
+     RunSampleWorkbook},
+};
+
+const Verb* FindVerb(const std::string& name) {
+    for (const Verb& v : kVerbs)
+        if (name == v.name) return &v;
+    return nullptr;
 }
 
-void printUsage() {
+void PrintUsage() {
     std::printf("%s %s\n\nUsage: zorv-cli VERB [ARGS...]\n       zorv-cli VERB --help\n\nVerbs:\n",
                 kProductName, VersionString().c_str());
-    for (const Verb& v : Verbs()) std::printf("  %-12s %s\n", v.name, v.summary);
+    int width = 12;
+    for (const Verb& v : kVerbs) width = std::max(width, static_cast<int>(std::strlen(v.name)) + 1);
+    for (const Verb& v : kVerbs) std::printf("  %-*s %s\n", width, v.name, v.summary);
     std::printf("\nOptions:\n  --version    print the version line\n  --help       this text\n");
+    std::printf(
+        "\nFailures: a verb whose work fails prints the message on stderr and exits with 1;\n"
+        "with --json the message is an object {\"error\": {...}} on stdout instead (see the\n"
+        "verb's --help). Bad arguments and unknown verbs print on stderr and exit with 2.\n");
 }
 
-int runVersion(const std::vector<std::string>& args) {
+// A throw out of a verb is a bug rather than bad input; it still leaves as
+// one failure, in the form the caller asked for.
+int ShowEscaped(const Verb& v, const char* what, bool json) {
+    if (!json) {
+        std::fprintf(stderr, "zorv-cli %s: %s\n", v.name, what);
+        return kExitFailed;
+    }
+    Failure f;
+    f.tag = std::string("zorv-cli ") + v.name + ": ";
+    f.text = what;
+    f.runtime = true;
+    return ShowFailure(f, true);
+}
+
+}  // namespace
+
+const char kVersionHelp[] = "Usage: zorv-cli version [--json]\n";
+
+int RunVersion(const Args& args) {
     if (HasFlag(args, "--json")) {
         Json j;
         j.beginObject()
@@ -38,27 +82,37 @@ int runVersion(const std::vector<std::string>& args) {
     } else {
         std::printf("%s\n", VersionLine().c_str());
     }
-    return 0;
+    return kExitOk;
 }
 
-ZORV_VERB(Verb{"version", "print the product and version", "Usage: zorv-cli version [--json]\n",
-               runVersion});
-}  // namespace
-
-bool RegisterVerb(const Verb& v) {
-    registry().push_back(v);
-    return true;
+int ShowFailure(const Failure& failure, bool json) {
+    if (!json) {
+        // main installs a stderr reporter: the message reads as the box would.
+        // A failure without text stopped at a question, which the reporter
+        // printed (and answered No): that was the message.
+        if (!failure.text.empty()) Report(failure);
+        return kExitFailed;
+    }
+    // Location fields only when the failure knows them, so a reader tests for
+    // the key rather than for "" or 0.
+    Json j;
+    j.beginObject().key("error").beginObject();
+    j.field("tag", failure.tag).field("chk", failure.chk).field("text", failure.text);
+    if (!failure.file.empty()) j.field("file", failure.file);
+    if (!failure.sheet.empty()) j.field("sheet", failure.sheet);
+    if (failure.row != 0) j.field("row", static_cast<long long>(failure.row));
+    if (failure.col != 0) j.field("col", failure.col);
+    j.endObject().endObject();
+    std::printf("%s\n", j.str().c_str());
+    std::fflush(stdout);
+    return kExitFailed;
 }
 
-const std::vector<Verb>& Verbs() { return registry(); }
-
-bool HasFlag(const std::vector<std::string>& args, const std::string& flag) {
-    for (const auto& a : args)
-        if (a == flag) return true;
-    return false;
+bool HasFlag(const Args& args, const std::string& flag) {
+    return std::find(args.begin(), args.end(), flag) != args.end();
 }
 
-std::string OptionValue(const std::vector<std::string>& args, const std::string& name) {
+std::string OptionValue(const Args& args, const std::string& name) {
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == name && i + 1 < args.size()) return args[i + 1];
         if (args[i].rfind(name + "=", 0) == 0) return args[i].substr(name.size() + 1);
@@ -66,15 +120,11 @@ std::string OptionValue(const std::vector<std::string>& args, const std::string&
     return {};
 }
 
-std::vector<std::string> Positional(const std::vector<std::string>& args,
-                                    const std::vector<std::string>& valueOptions) {
-    std::vector<std::string> out;
+Args Positional(const Args& args, const std::vector<std::string>& valueOptions) {
+    Args out;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        bool takesValue = false;
-        for (const auto& o : valueOptions)
-            if (a == o) takesValue = true;
-        if (takesValue) {
+        if (std::find(valueOptions.begin(), valueOptions.end(), a) != valueOptions.end()) {
             ++i;
             continue;
         }
@@ -95,29 +145,29 @@ int main(int argc, char** argv) {
     const auto exe = std::filesystem::canonical("/proc/self/exe", ec);
     if (!ec) SetProgramFolder(exe.parent_path().string());
 
-    std::vector<std::string> args(argv + 1, argv + argc);
+    Args args(argv + 1, argv + argc);
     if (args.empty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
-        if (args.size() >= 2) args = {args[1], "--help"};
-        else {
-            printUsage();
-            return args.empty() ? 2 : 0;
+        if (args.size() >= 2) {
+            args = {args[1], "--help"};
+        } else {
+            PrintUsage();
+            return args.empty() ? kExitUsage : kExitOk;
         }
     }
-    if (args[0] == "--version") return runVersion({args.begin() + 1, args.end()});
-    for (const Verb& v : Verbs()) {
-        if (args[0] != v.name) continue;
-        std::vector<std::string> rest(args.begin() + 1, args.end());
-        if (HasFlag(rest, "--help") || HasFlag(rest, "-h")) {
-            std::printf("%s", v.usage);
-            return 0;
-        }
-        try {
-            return v.run(rest);
-        } catch (const std::exception& e) {
-            std::fprintf(stderr, "zorv-cli %s: %s\n", v.name, e.what());
-            return 1;
-        }
+    if (args[0] == "--version") return RunVersion({args.begin() + 1, args.end()});
+    const Verb* verb = FindVerb(args[0]);
+    if (!verb) {
+        std::fprintf(stderr, "zorv-cli: unknown verb '%s'. Try 'zorv-cli --help'.\n", args[0].c_str());
+        return kExitUsage;
     }
-    std::fprintf(stderr, "zorv-cli: unknown verb '%s'. Try 'zorv-cli --help'.\n", args[0].c_str());
-    return 2;
+    const Args rest(args.begin() + 1, args.end());
+    if (HasFlag(rest, "--help") || HasFlag(rest, "-h")) {
+        std::printf("%s", verb->help);
+        return kExitOk;
+    }
+    try {
+        return verb->run(rest);
+    } catch (const std::exception& e) {
+        return ShowEscaped(*verb, e.what(), HasFlag(rest, "--json"));
+    }
 }

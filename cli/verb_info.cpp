@@ -1,159 +1,122 @@
 // zorv-cli info: loads a data workbook into a lot and prints its summary.
+#include <cassert>
 #include <cstdio>
+#include <memory>
 #include <string>
-#include <vector>
 
-#include "base/report.h"
+#include "base/proc.h"
 #include "json.h"
-#include "lot/lot.h"
 #include "verbs.h"
 #include "workbook/data_workbook.h"
+#include "workbook/lot_summary.h"
 
 namespace zorv::cli {
+
 namespace {
 
-struct Counts {
-    long wafers = 0, fields = 0, sites = 0, points = 0;
-};
-
-Counts CountLot(const cLot& lot) {
-    Counts c;
-    for (cWafer* w : lot.Wafers()) {
-        ++c.wafers;
-        long siteCount = 0;
-        for (cField* f : w->Fields()) {
-            ++c.fields;
-            for (cSite* s : f->sites()) {
-                ++siteCount;
-                c.points += s->Points().Count();
-            }
-        }
-        if (siteCount == 0)
-            for (cSite* s : w->SitesWafer()) {
-                ++siteCount;
-                c.points += s->Points().Count();
-            }
-        c.sites += siteCount;
-    }
-    return c;
+void PrintJson(const std::string& workbook, const LotSummary& s) {
+    Json j;
+    j.beginObject();
+    j.field("workbook", workbook).field("sheet", s.sheet).field("lot", s.lot);
+    j.field("dataType", s.dataType).field("dataSource", static_cast<long long>(s.dataSource));
+    j.field("lineWidthType", s.scalar);
+    j.field("metrologyTool", s.metrologyTool).field("exposureTool", s.exposureTool);
+    j.field("dateMeasured", s.dateMeasured).field("timeMeasured", s.timeMeasured);
+    j.field("processDate", s.processDate);
+    j.key("counts").beginObject();
+    j.field("wafers", static_cast<long long>(s.wafers)).field("fields", static_cast<long long>(s.fields));
+    j.field("sites", static_cast<long long>(s.sites)).field("points", static_cast<long long>(s.points));
+    j.endObject();
+    j.key("features").beginArray();
+    for (const LotFeatureSummary& f : s.features)
+        j.beginObject().field("slot", f.slot).field("name", f.name).field("units", f.units).endObject();
+    j.endArray();
+    j.key("geometryMm").beginObject();
+    j.field("dieSizeX", s.dieSizeXMm).field("dieSizeY", s.dieSizeYMm);
+    j.field("siteXoffset", s.siteXoffsetMm).field("siteYoffset", s.siteYoffsetMm);
+    j.field("dieXoffset", s.dieXoffsetMm).field("dieYoffset", s.dieYoffsetMm);
+    j.field("dieXarray", s.dieXarray).field("dieYarray", s.dieYarray);
+    j.field("waferSize", s.waferSizeMm);
+    j.endObject();
+    j.field("notch", s.notch);
+    j.key("families").beginArray();
+    for (const LotFamilySummary& f : s.families)
+        j.beginObject()
+            .field("enum", f.number.toDouble())
+            .field("name", f.name)
+            .field("count", f.count.toDouble())
+            .endObject();
+    j.endArray();
+    j.key("information").beginObject();
+    for (const auto& [key, value] : s.information) j.field(key, value);
+    j.endObject();
+    j.endObject();
+    std::printf("%s\n", j.str().c_str());
 }
 
-const char* kDataTypes[] = {"Registration", "Overlay", "CDsem",         "Scatter",
-                            "Focus",        "Thermal", "WaferSiteData", "Resistivity"};
-
-int runInfo(const std::vector<std::string>& args) {
-    std::vector<std::string> pos = Positional(args, {"--sheet"});
-    if (pos.size() != 1) {
-        std::fprintf(stderr, "Usage: zorv-cli info WORKBOOK [--sheet NAME] [--json]\n");
-        return 2;
-    }
-    const bool json = HasFlag(args, "--json");
-    std::shared_ptr<cLot> lot;
-    WBLotTables t;
-    if (GetExcelWBLot(pos[0], OptionValue(args, "--sheet"), lot, &t, true) < 1 || !lot) return 1;
-    const cLot& L = *lot;
-    Counts c = CountLot(L);
-    const long ds = L.DataSource();
-    const std::string dataType = ds >= 0 && ds <= 7 ? kDataTypes[ds] : "";
-
-    struct Feature {
-        const char* slot;
-        std::string name;
-        std::string unit;
-    };
-    std::vector<Feature> features;
-    for (int f = 1; f <= 8; ++f) {
-        std::string name = L.GetPlotFeatureName(f);
-        if (name.empty()) continue;
-        std::string unit;
-        long code = 0;
-        L.GetPlotFeatureUnits(f, unit, code);
-        static const char* slots[] = {"", "V", "H", "Z", "Slope", "Pitch", "A", "B", "C"};
-        features.push_back({slots[f], name, unit});
-    }
-
-    if (json) {
-        Json j;
-        j.beginObject();
-        j.field("workbook", pos[0]).field("sheet", t.sheetName).field("lot", L.LotName);
-        j.field("dataType", dataType).field("dataSource", static_cast<long long>(ds));
-        j.field("lineWidthType", L.LineWidthType);
-        j.field("metrologyTool", L.MetrologyTool).field("exposureTool", L.ExposureTool);
-        j.field("dateMeasured", L.DateMeasured).field("timeMeasured", L.TimeMeasured);
-        j.field("processDate", L.ProcessDate);
-        j.key("counts").beginObject();
-        j.field("wafers", static_cast<long long>(c.wafers)).field("fields", static_cast<long long>(c.fields));
-        j.field("sites", static_cast<long long>(c.sites)).field("points", static_cast<long long>(c.points));
-        j.endObject();
-        j.key("features").beginArray();
-        for (const Feature& f : features)
-            j.beginObject().field("slot", f.slot).field("name", f.name).field("units", f.unit).endObject();
-        j.endArray();
-        j.key("geometryMm").beginObject();
-        j.field("dieSizeX", L.DieSizeX / 1000.0).field("dieSizeY", L.DieSizeY / 1000.0);
-        j.field("siteXoffset", L.SiteXoffset / 1000.0).field("siteYoffset", L.SiteYoffset / 1000.0);
-        j.field("dieXoffset", L.DieXoffset / 1000.0).field("dieYoffset", L.DieYoffset / 1000.0);
-        j.field("dieXarray", static_cast<double>(L.DieXarray)).field("dieYarray", static_cast<double>(L.DieYarray));
-        j.field("waferSize", L.WaferSize / 1000.0);
-        j.endObject();
-        j.field("notch", L.GetNotchString());
-        j.key("families").beginArray();
-        if (L.FamilyNames.isArray())
-            for (int r = 1; r <= L.FamilyNames.rowUb(); ++r)
-                j.beginObject()
-                    .field("enum", L.FamilyNames(r, 0).toDouble())
-                    .field("name", L.FamilyNames(r, 1).toString())
-                    .field("count", L.FamilyNames(r, 2).toDouble())
-                    .endObject();
-        j.endArray();
-        j.key("information").beginObject();
-        if (t.information.isArray())
-            for (int r = t.information.rowLb(); r <= t.information.rowUb(); ++r) {
-                std::string k = t.information(r, t.information.colLb()).toString();
-                if (!k.empty()) j.field(k, t.information.get(r, t.information.colLb() + 1).toString());
-            }
-        j.endObject();
-        j.endObject();
-        std::printf("%s\n", j.str().c_str());
-        return 0;
-    }
-    std::printf("Workbook:      %s\n", pos[0].c_str());
-    std::printf("Data sheet:    %s\n", t.sheetName.c_str());
-    std::printf("Lot:           %s\n", L.LotName.c_str());
-    std::printf("Data type:     %s (DataSource %ld)%s\n", dataType.c_str(), ds, L.LineWidthType ? ", scalar" : "");
-    std::printf("Metrology:     %s\n", L.MetrologyTool.c_str());
-    std::printf("Exposure tool: %s\n", L.ExposureTool.c_str());
-    std::printf("Measured:      %s %s\n", L.DateMeasured.c_str(), L.TimeMeasured.c_str());
-    std::printf("Counts:        %ld wafers, %ld fields, %ld sites, %ld points\n", c.wafers, c.fields, c.sites,
-                c.points);
-    for (const Feature& f : features)
-        std::printf("Feature %-6s %s [%s]\n", f.slot, f.name.c_str(), f.unit.c_str());
-    std::printf("Die size:      %.4f x %.4f mm\n", L.DieSizeX / 1000.0, L.DieSizeY / 1000.0);
-    std::printf("Site offset:   %.4f, %.4f mm\n", L.SiteXoffset / 1000.0, L.SiteYoffset / 1000.0);
-    std::printf("Die offset:    %.4f, %.4f mm; array %.2f, %.2f\n", L.DieXoffset / 1000.0, L.DieYoffset / 1000.0,
-                L.DieXarray, L.DieYarray);
-    std::printf("Wafer size:    %.1f mm, notch %s\n", L.WaferSize / 1000.0, L.GetNotchString().c_str());
-    if (L.FamilyNames.isArray())
-        for (int r = 1; r <= L.FamilyNames.rowUb(); ++r)
-            std::printf("Family %-7s %s (%s sites)\n", L.FamilyNames(r, 0).toString().c_str(),
-                        L.FamilyNames(r, 1).toString().c_str(), L.FamilyNames(r, 2).toString().c_str());
+void PrintText(const std::string& workbook, const LotSummary& s) {
+    std::printf("Workbook:      %s\n", workbook.c_str());
+    std::printf("Data sheet:    %s\n", s.sheet.c_str());
+    std::printf("Lot:           %s\n", s.lot.c_str());
+    std::printf("Data type:     %s (DataSource %ld)%s\n", s.dataType.c_str(), s.dataSource,
+                s.scalar ? ", scalar" : "");
+    std::printf("Metrology:     %s\n", s.metrologyTool.c_str());
+    std::printf("Exposure tool: %s\n", s.exposureTool.c_str());
+    std::printf("Measured:      %s %s\n", s.dateMeasured.c_str(), s.timeMeasured.c_str());
+    std::printf("Counts:        %ld wafers, %ld fields, %ld sites, %ld points\n", s.wafers, s.fields, s.sites,
+                s.points);
+    for (const LotFeatureSummary& f : s.features)
+        std::printf("Feature %-6s %s [%s]\n", f.slot.c_str(), f.name.c_str(), f.units.c_str());
+    std::printf("Die size:      %.4f x %.4f mm\n", s.dieSizeXMm, s.dieSizeYMm);
+    std::printf("Site offset:   %.4f, %.4f mm\n", s.siteXoffsetMm, s.siteYoffsetMm);
+    std::printf("Die offset:    %.4f, %.4f mm; array %.2f, %.2f\n", s.dieXoffsetMm, s.dieYoffsetMm, s.dieXarray,
+                s.dieYarray);
+    std::printf("Wafer size:    %.1f mm, notch %s\n", s.waferSizeMm, s.notch.c_str());
+    for (const LotFamilySummary& f : s.families)
+        std::printf("Family %-7s %s (%s sites)\n", f.number.toString().c_str(), f.name.c_str(),
+                    f.count.toString().c_str());
     std::printf("Information:\n");
-    if (t.information.isArray())
-        for (int r = t.information.rowLb(); r <= t.information.rowUb(); ++r) {
-            std::string k = t.information(r, t.information.colLb()).toString();
-            if (k.empty()) continue;
-            std::printf("  %-18s %s\n", k.c_str(), t.information.get(r, t.information.colLb() + 1).toString().c_str());
-        }
-    return 0;
+    for (const auto& [key, value] : s.information) std::printf("  %-18s %s\n", key.c_str(), value.c_str());
 }
-
-ZORV_VERB(Verb{"info", "load a data workbook into a lot and print its summary",
-               "Usage: zorv-cli info WORKBOOK [--sheet NAME] [--json]\n\n"
-               "Loads the data workbook (as the program does) and prints the lot: name, data type,\n"
-               "tools, dates, counts of wafers, fields, sites and points, features and units,\n"
-               "geometry, families and the Information keys. A workbook that cannot be loaded\n"
-               "gives the loader's message on stderr and exit code 1.\n",
-               runInfo});
 
 }  // namespace
+
+const char kInfoHelp[] =
+    "Usage: zorv-cli info WORKBOOK [--sheet NAME] [--json]\n\n"
+    "Loads the data workbook (as the program does) and prints the lot: name, data type,\n"
+    "tools, dates, counts of wafers, fields, sites and points, features and units,\n"
+    "geometry, families and the Information keys. The user's settings are neither read\n"
+    "nor written: focus corrections on, a 200 mm substrate where the workbook gives none.\n\n"
+    "A workbook that cannot be loaded gives the loader's message on stderr (its tag,\n"
+    "the text, \" chk: \" and the checkpoint) and exit code 1. With --json the message\n"
+    "is an object on stdout instead, and is not repeated on stderr:\n"
+    "  {\"error\": {\"tag\": \"...\", \"chk\": N, \"text\": \"...\",\n"
+    "             \"file\": \"...\", \"sheet\": \"...\", \"row\": N, \"col\": N}}\n"
+    "file, sheet, row and col are present only when the failure names them. A data\n"
+    "sheet that cannot be found asks whether to use the first sheet; the question is\n"
+    "printed on stderr and answered No, and is then the only message (with --json the\n"
+    "error object has an empty text). Bad arguments give the usage line on stderr and\n"
+    "exit code 2.\n";
+
+int RunInfo(const Args& args) {
+    const Args pos = Positional(args, {"--sheet"});
+    if (pos.size() != 1) {
+        std::fprintf(stderr, "Usage: zorv-cli info WORKBOOK [--sheet NAME] [--json]\n");
+        return kExitUsage;
+    }
+    const bool json = HasFlag(args, "--json");
+    // The verb only reads, so the options come from here, not from the settings.
+    LoadOptions options;
+    options.sheetName = OptionValue(args, "--sheet");
+    options.quiet = true;
+    std::shared_ptr<cLot> lot;
+    WBLotTables tables;
+    if (Status st = GetExcelWBLot(pos[0], options, lot, &tables); !st) return ShowFailure(st.failure(), json);
+    assert(lot);  // a load that succeeds hands back its lot
+    const LotSummary summary = SummarizeLot(*lot, tables);
+    if (json) PrintJson(pos[0], summary);
+    else PrintText(pos[0], summary);
+    return kExitOk;
+}
+
 }  // namespace zorv::cli

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/proc.h"
 #include "verbs.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
@@ -14,7 +15,7 @@ namespace {
 
 // A whole number option within [lo, hi]; false (with a message naming the
 // option) for text that is not one.
-bool IntOption(const std::vector<std::string>& args, const std::string& name, int def, int lo, int hi,
+bool IntOption(const Args& args, const std::string& name, int def, int lo, int hi,
                int& out) {
     std::string v = OptionValue(args, name);
     if (v.empty()) {
@@ -35,14 +36,27 @@ bool IntOption(const std::vector<std::string>& args, const std::string& name, in
 // Rows below the header that one worksheet holds.
 constexpr long kMaxSheetRows = 1048575;
 
-int runSample(const std::vector<std::string>& args) {
+}  // namespace
+
+const char kSampleWorkbookHelp[] =
+    "Usage: zorv-cli sample-workbook OUT.xlsx [--wafers N] [--fields N] [--sites N]\n"
+    "         [--values N] [--type N] [--blank-every N] [--excluded N]\n"
+    "         [--families A,B] [--wafer-size MM] [--name SHEET]\n\n"
+    "Writes a data workbook through SaveData: N wafers of an N x N field grid centred\n"
+    "on index 0, N x N sites per field, values that follow from wafer, field and site.\n"
+    "--type is the data type number (1 overlay, 2 CD SEM, 4 focus ...).\n\n"
+    "Prints the path written. A workbook that cannot be written gives the message on\n"
+    "stderr and exit code 1; options out of range give a message on stderr and exit\n"
+    "code 2.\n";
+
+int RunSampleWorkbook(const Args& args) {
     const std::vector<std::string> valueOptions = {"--wafers", "--fields", "--sites", "--values", "--type",
                                                    "--blank-every", "--excluded", "--name", "--families",
                                                    "--wafer-size"};
-    std::vector<std::string> pos = Positional(args, valueOptions);
+    const Args pos = Positional(args, valueOptions);
     if (pos.size() != 1) {
         std::fprintf(stderr, "Usage: zorv-cli sample-workbook OUT.xlsx [options]\n");
-        return 2;
+        return kExitUsage;
     }
     SampleSpec shape;
     int fields = 0, sites = 0, waferSize = 0;
@@ -52,7 +66,7 @@ int runSample(const std::vector<std::string>& args) {
         !IntOption(args, "--blank-every", 0, 0, 1 << 30, shape.blankEvery) ||
         !IntOption(args, "--excluded", 0, 0, 1000000, shape.excludedRows) ||
         !IntOption(args, "--wafer-size", 0, 0, 1000, waferSize))
-        return 2;
+        return kExitUsage;
     shape.fieldsX = shape.fieldsY = fields;
     shape.sitesX = shape.sitesY = sites;
     shape.waferSizeMm = waferSize;
@@ -60,7 +74,7 @@ int runSample(const std::vector<std::string>& args) {
     if (rows > kMaxSheetRows) {
         std::fprintf(stderr, "sample-workbook: %lld rows do not fit one worksheet (at most %ld)\n", rows,
                      kMaxSheetRows);
-        return 2;
+        return kExitUsage;
     }
     shape.families = OptionValue(args, "--families");
     std::string out = pos[0];
@@ -74,20 +88,10 @@ int runSample(const std::vector<std::string>& args) {
     shape.dataTable = name;
     shape.workbookPath = out;
     SampleTables t = MakeSampleTables(shape);
-    std::string saved;
-    if (SaveData(t.data, t.excluded, t.sites, t.information, "Sample workbook", &saved) < 1) return 1;
-    std::printf("%s\n", saved.c_str());
-    return 0;
+    Result<std::string> saved = SaveData(t.data, t.excluded, t.sites, t.information, "Sample workbook");
+    if (!saved) return ShowFailure(saved.failure(), false);
+    std::printf("%s\n", saved->c_str());
+    return kExitOk;
 }
 
-ZORV_VERB(Verb{"sample-workbook", "write a synthetic data workbook with known values",
-               "Usage: zorv-cli sample-workbook OUT.xlsx [--wafers N] [--fields N] [--sites N]\n"
-               "         [--values N] [--type N] [--blank-every N] [--excluded N]\n"
-               "         [--families A,B] [--wafer-size MM] [--name SHEET]\n\n"
-               "Writes a data workbook through SaveData: N wafers of an N x N field grid centred\n"
-               "on index 0, N x N sites per field, values that follow from wafer, field and site.\n"
-               "--type is the data type number (1 overlay, 2 CD SEM, 4 focus ...).\n",
-               runSample});
-
-}  // namespace
 }  // namespace zorv::cli

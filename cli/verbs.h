@@ -1,33 +1,42 @@
-// Verb registry of zorv-cli. A verb file defines a run function and registers
-// it with a static ZORV_VERB; main.cpp dispatches.
+// What the verbs of zorv-cli share: their entry points, argument helpers and
+// the one way a failure of the core leaves the program. The table that lists
+// the verbs is in main.cpp.
 #pragma once
 
 #include <string>
 #include <vector>
 
+namespace zorv {
+struct Failure;
+}
+
 namespace zorv::cli {
 
-struct Verb {
-    const char* name;
-    const char* summary;  // one line, for the verb list
-    const char* usage;    // full --help text
-    int (*run)(const std::vector<std::string>& args);
-};
+using Args = std::vector<std::string>;
 
-bool RegisterVerb(const Verb& v);
-const std::vector<Verb>& Verbs();
+// Exit codes, the same for every verb.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;  // a core routine failed (or threw)
+inline constexpr int kExitUsage = 2;   // bad arguments, unknown verb, no verb
+
+// Entry points and --help texts of the verbs.
+int RunVersion(const Args& args);
+int RunInfo(const Args& args);
+int RunSampleWorkbook(const Args& args);
+extern const char kVersionHelp[];
+extern const char kInfoHelp[];
+extern const char kSampleWorkbookHelp[];
+
+// Prints a failure of a core routine exactly once and gives kExitFailed:
+// through the stderr reporter (tag, text, " chk: " and checkpoint, as a box
+// reads), or with json as {"error": {...}} on stdout.
+int ShowFailure(const Failure& failure, bool json);
 
 // Small argument helpers shared by the verbs.
-bool HasFlag(const std::vector<std::string>& args, const std::string& flag);
+bool HasFlag(const Args& args, const std::string& flag);
 // Value after "--name" or in "--name=value"; empty when absent.
-std::string OptionValue(const std::vector<std::string>& args, const std::string& name);
+std::string OptionValue(const Args& args, const std::string& name);
 // Arguments that are neither flags nor option values of the listed options.
-std::vector<std::string> Positional(const std::vector<std::string>& args,
-                                    const std::vector<std::string>& valueOptions = {});
+Args Positional(const Args& args, const std::vector<std::string>& valueOptions = {});
 
 }  // namespace zorv::cli
-
-#define ZORV_CLI_CONCAT2(a, b) a##b
-#define ZORV_CLI_CONCAT(a, b) ZORV_CLI_CONCAT2(a, b)
-#define ZORV_VERB(...) \
-    static const bool ZORV_CLI_CONCAT(zorv_verb_, __LINE__) = ::zorv::cli::RegisterVerb(__VA_ARGS__)

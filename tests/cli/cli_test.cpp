@@ -2,12 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <random>
 #include <string>
+#include <utility>
+#include <vector>
+
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "workbook/store.h"
 
 namespace fs = std::filesystem;
 
@@ -18,40 +26,159 @@ struct CliRun {
     std::string out, err;
 };
 
-CliRun run(const std::string& args) {
-    const fs::path dir = fs::path(ZORV_TEST_TMP) / "cli";
-    fs::create_directories(dir);
-    // ctest runs each test in its own process, in parallel: names per process.
-    static int calls = 0;
-    const fs::path errFile =
-        dir / ("stderr-" + std::to_string(getpid()) + "-" + std::to_string(++calls) + ".txt");
-    const std::string cmd = std::string(ZORV_CLI_PATH) + " " + args + " 2>" + errFile.string();
-    CliRun r;
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    std::array<char, 4096> buf;
-    size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), p)) > 0) r.out.append(buf.data(), n);
-    const int status = pclose(p);
-    r.rc = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::ifstream in(errFile);
-    r.err.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    fs::remove(errFile);
-    return r;
-}
+// A folder of its own for every test: ctest runs each test in its own
+// process, in parallel, and a file one test leaves must not feed another.
+class Cli : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir = fs::path(ZORV_TEST_TMP) / "cli" / (std::string(info->name()) + "-" + std::to_string(getpid()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+    }
+    void TearDown() override {
+        if (!HasFailure()) fs::remove_all(dir);
+    }
 
-bool validJson(const std::string& text) {
-    const fs::path f = fs::path(ZORV_TEST_TMP) / "cli" / ("out-" + std::to_string(getpid()) + ".json");
-    std::ofstream(f) << text;
-    if (std::system("/usr/bin/python3 -c 'import json' 2>/dev/null") != 0) return true;
-    return std::system(("/usr/bin/python3 -c 'import json,sys; json.load(open(sys.argv[1]))' " +
-                        f.string() + " 2>/dev/null")
-                           .c_str()) == 0;
+    // env: assignments put before the command ("NAME=value ...").
+    CliRun run(const std::string& args, const std::string& env = {}) {
+        const fs::path errFile = dir / ("stderr-" + std::to_string(++calls) + ".txt");
+        const std::string cmd = env + " " + std::string(ZORV_CLI_PATH) + " " + args + " 2>" + errFile.string();
+        CliRun r;
+        FILE* p = popen(cmd.c_str(), "r");
+        if (!p) return r;
+        std::array<char, 4096> buf;
+        size_t n;
+        while ((n = fread(buf.data(), 1, buf.size(), p)) > 0) r.out.append(buf.data(), n);
+        const int status = pclose(p);
+        r.rc = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        std::ifstream in(errFile);
+        r.err.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        fs::remove(errFile);
+        return r;
+    }
+
+    bool validJson(const std::string& text) {
+        const fs::path f = dir / "out.json";
+        std::ofstream(f) << text;
+        if (std::system("/usr/bin/python3 -c 'import json' 2>/dev/null") != 0) return true;
+        return std::system(("/usr/bin/python3 -c 'import json,sys; json.load(open(sys.argv[1]))' " +
+                            f.string() + " 2>/dev/null")
+                               .c_str()) == 0;
+    }
+
+    fs::path dir;
+    int calls = 0;
+};
+
+// JSON read into "a.b.0.c" -> value (strings unescaped, other scalars as
+// written). Written apart from the program's writer so that it checks it.
+class FlatJson {
+public:
+    explicit FlatJson(const std::string& text) : s_(text) {
+        ok_ = parseValue("") && (skip(), pos_ == s_.size());
+    }
+    bool ok() const { return ok_; }
+    bool has(const std::string& path) const { return values_.count(path) != 0; }
+    std::string operator[](const std::string& path) const {
+        auto it = values_.find(path);
+        return it == values_.end() ? "<absent>" : it->second;
+    }
+
+private:
+    void skip() {
+        while (pos_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[pos_]))) ++pos_;
+    }
+    bool parseString(std::string& out) {
+        if (pos_ >= s_.size() || s_[pos_] != '"') return false;
+        ++pos_;
+        while (pos_ < s_.size() && s_[pos_] != '"') {
+            char c = s_[pos_++];
+            if (static_cast<unsigned char>(c) < 0x20) return false;
+            if (c != '\\') {
+                out += c;
+                continue;
+            }
+            if (pos_ >= s_.size()) return false;
+            switch (char e = s_[pos_++]) {
+                case 'n': out += '\n'; break;
+                case 'r': out += '\r'; break;
+                case 't': out += '\t'; break;
+                case 'u': {
+                    if (pos_ + 4 > s_.size()) return false;
+                    const long code = std::stol(s_.substr(pos_, 4), nullptr, 16);
+                    pos_ += 4;
+                    if (code >= 0x80) return false;  // not needed by these tests
+                    out += static_cast<char>(code);
+                    break;
+                }
+                default: out += e;
+            }
+        }
+        if (pos_ >= s_.size()) return false;
+        ++pos_;
+        return true;
+    }
+    bool parseValue(const std::string& path) {
+        skip();
+        if (pos_ >= s_.size()) return false;
+        const std::string prefix = path.empty() ? "" : path + ".";
+        if (s_[pos_] == '{' || s_[pos_] == '[') {
+            const bool object = s_[pos_] == '{';
+            const char close = object ? '}' : ']';
+            ++pos_;
+            skip();
+            if (pos_ < s_.size() && s_[pos_] == close) {
+                ++pos_;
+                return true;
+            }
+            for (int i = 0;; ++i) {
+                skip();
+                std::string key = std::to_string(i);
+                if (object) {
+                    key.clear();
+                    if (!parseString(key)) return false;
+                    skip();
+                    if (pos_ >= s_.size() || s_[pos_++] != ':') return false;
+                }
+                if (!parseValue(prefix + key)) return false;
+                skip();
+                if (pos_ >= s_.size()) return false;
+                if (s_[pos_] == ',') {
+                    ++pos_;
+                    continue;
+                }
+                if (s_[pos_++] != close) return false;
+                return true;
+            }
+        }
+        std::string v;
+        if (s_[pos_] == '"') {
+            if (!parseString(v)) return false;
+        } else {
+            while (pos_ < s_.size() && std::string_view(",}] \n\r\t").find(s_[pos_]) == std::string_view::npos)
+                v += s_[pos_++];
+            if (v.empty()) return false;
+        }
+        values_[path] = v;
+        return true;
+    }
+
+    std::string s_;
+    size_t pos_ = 0;
+    bool ok_ = false;
+    std::map<std::string, std::string> values_;
+};
+
+size_t Occurrences(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
 }
 
 }  // namespace
 
-TEST(Cli, VersionHelpAndUnknownVerb) {
+TEST_F(Cli, VersionHelpAndUnknownVerb) {
     CliRun v = run("--version");
     EXPECT_EQ(v.rc, 0);
     EXPECT_EQ(v.out, "Zorv Wavefront Engineering ver: 5.1.0\n");
@@ -72,7 +199,7 @@ TEST(Cli, VersionHelpAndUnknownVerb) {
     EXPECT_NE(bad.err.find("unknown verb 'frobnicate'"), std::string::npos) << bad.err;
 }
 
-TEST(Cli, EveryVerbHasHelp) {
+TEST_F(Cli, EveryVerbHasHelp) {
     for (const char* verb : {"version", "info", "sample-workbook"}) {
         CliRun r = run(std::string(verb) + " --help");
         EXPECT_EQ(r.rc, 0) << verb;
@@ -80,7 +207,19 @@ TEST(Cli, EveryVerbHasHelp) {
     }
 }
 
-TEST(Cli, InfoOnSamplesAndOnBadInput) {
+TEST_F(Cli, HelpSaysWhereFailuresGo) {
+    CliRun top = run("--help");
+    EXPECT_NE(top.out.find("stderr"), std::string::npos) << top.out;
+    EXPECT_NE(top.out.find("{\"error\": {...}} on stdout"), std::string::npos) << top.out;
+    CliRun info = run("info --help");
+    EXPECT_NE(info.out.find("stderr"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("{\"error\": {\"tag\""), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("exit code 1"), std::string::npos) << info.out;
+    CliRun sample = run("sample-workbook --help");
+    EXPECT_NE(sample.out.find("stderr and exit code 1"), std::string::npos) << sample.out;
+}
+
+TEST_F(Cli, InfoOnSamplesAndOnBadInput) {
     const std::string sample = std::string(ZORV_DATA_DIR) + "/samples/SampleCD.xlsx";
     CliRun ok = run("info " + sample + " --json");
     ASSERT_EQ(ok.rc, 0) << ok.err;
@@ -88,7 +227,7 @@ TEST(Cli, InfoOnSamplesAndOnBadInput) {
     EXPECT_NE(ok.out.find("\"points\":162"), std::string::npos) << ok.out;
 
     // Not a workbook: the loader's message names the file; nothing on stdout.
-    const fs::path junk = fs::path(ZORV_TEST_TMP) / "cli" / "notes.xlsx";
+    const fs::path junk = dir / "notes.xlsx";
     std::ofstream(junk) << "these are not the cells you are looking for\n";
     CliRun bad = run("info " + junk.string());
     EXPECT_NE(bad.rc, 0);
@@ -98,9 +237,8 @@ TEST(Cli, InfoOnSamplesAndOnBadInput) {
     EXPECT_FALSE(missing.err.empty());
 }
 
-TEST(Cli, SampleWorkbookRoundTrip) {
-    const fs::path out = fs::path(ZORV_TEST_TMP) / "cli" / "Synth.xlsx";
-    fs::remove(out);
+TEST_F(Cli, SampleWorkbookRoundTrip) {
+    const fs::path out = dir / "Synth.xlsx";
     CliRun w = run("sample-workbook " + out.string() + " --wafers 3 --fields 2 --sites 3");
     ASSERT_EQ(w.rc, 0) << w.err;
     CliRun i = run("info " + out.string() + " --json");
@@ -108,4 +246,176 @@ TEST(Cli, SampleWorkbookRoundTrip) {
     // 3 wafers x (2 x 2 fields) x (3 x 3 sites), one point per site.
     EXPECT_NE(i.out.find("\"wafers\":3,\"fields\":12,\"sites\":108,\"points\":108"), std::string::npos)
         << i.out;
+}
+
+namespace {
+
+// What the loader says about one bad input.
+struct Expected {
+    std::string tag, chk, text;
+};
+
+// Bytes that look like nothing: neither a zip package ("PK") nor an old
+// compound file (0xD0 0xCF), the two things a workbook can start with.
+std::string NoiseBytes(size_t n) {
+    std::mt19937 gen(20240611);
+    std::uniform_int_distribution<int> byte(0, 255);
+    std::string s(n, '\0');
+    for (char& c : s) c = static_cast<char>(byte(gen));
+    s[0] = 'Z';
+    return s;
+}
+
+}  // namespace
+
+TEST_F(Cli, InfoFailuresAreOneErrorObjectWithJsonAndOneMessageWithout) {
+    // A good workbook from the sample verb, less its "Sites" sheet.
+    const std::string noSites = (dir / "NoSites.xlsx").string();
+    ASSERT_EQ(run("sample-workbook " + noSites + " --wafers 1").rc, 0);
+    {
+        auto wb = zorv::Workbook::open(noSites);
+        ASSERT_TRUE(wb.ok()) << wb.failure().text;
+        ASSERT_TRUE((*wb)->removeSheet("Sites"));
+        ASSERT_TRUE((*wb)->save().ok());
+    }
+    const std::string garbage = (dir / "garbage.xlsx").string();
+    std::ofstream(garbage, std::ios::binary) << NoiseBytes(4096);
+    const std::string missing = (dir / "none.xlsx").string();
+
+    const std::vector<std::pair<std::string, Expected>> cases = {
+        {missing, {"Import(GetExcelWBLot): ", "1", "Cannot find file: " + missing}},
+        {garbage,
+         {"Utility(OpenExcelWorksheet): ", "3", "garbage.xlsx is not an .xlsx workbook (not a zip package)."}},
+        {noSites, {"Import(GetWorksheetSites): ", "1", "The workbook does not contain a 'Sites' worksheet."}},
+    };
+    for (const auto& [path, want] : cases) {
+        SCOPED_TRACE(path);
+        CliRun j = run("info " + path + " --json");
+        EXPECT_EQ(j.rc, 1);
+        FlatJson e(j.out);
+        ASSERT_TRUE(e.ok()) << j.out;
+        EXPECT_EQ(e["error.tag"], want.tag) << j.out;
+        EXPECT_EQ(e["error.chk"], want.chk) << j.out;
+        EXPECT_EQ(e["error.text"], want.text) << j.out;
+        EXPECT_EQ(e["error.file"], path) << j.out;
+        // Where the failure does not know them, they are left out rather than empty or 0.
+        for (const char* key : {"error.sheet", "error.row", "error.col"})
+            EXPECT_TRUE(!e.has(key) || (e[key] != "" && e[key] != "0")) << key << ": " << j.out;
+        EXPECT_EQ(Occurrences(j.err, want.text), 0u) << "also on stderr: " << j.err;
+
+        CliRun t = run("info " + path);
+        EXPECT_EQ(t.rc, 1);
+        EXPECT_EQ(t.out, "");
+        // As the box reads, its CR LF a plain line break on a terminal.
+        EXPECT_EQ(Occurrences(t.err, want.tag + "\n" + want.text + " chk: " + want.chk + "\n"), 1u) << t.err;
+        EXPECT_EQ(Occurrences(t.err, want.text), 1u) << t.err;
+        EXPECT_EQ(t.err.find('\r'), std::string::npos) << t.err;
+    }
+}
+
+TEST_F(Cli, InfoPrintsTheSummaryOfAGoodWorkbook) {
+    const std::string sample = std::string(ZORV_DATA_DIR) + "/samples/SampleOverlay.xlsx";
+    CliRun t = run("info " + sample);
+    ASSERT_EQ(t.rc, 0) << t.err;
+    EXPECT_EQ(t.err, "");
+    for (const char* line : {"Data sheet:    SampleOverlay\n", "Lot:           SampleOverlay\n",
+                             "Data type:     Overlay (DataSource 1)\n",
+                             "Counts:        2 wafers, 18 fields, 72 sites, 72 points\n",
+                             "Feature V      X_reg [nm]\n", "Feature H      Y_reg [nm]\n",
+                             "Die size:      26.0000 x 33.0000 mm\n", "Wafer size:    200.0 mm, notch Down\n",
+                             "Family 1       IsoLine (36 sites)\n", "Family 2       DensePack (36 sites)\n",
+                             "\nInformation:\n  Data Type          Overlay\n"})
+        EXPECT_NE(t.out.find(line), std::string::npos) << line << t.out;
+
+    CliRun j = run("info " + sample + " --json");
+    ASSERT_EQ(j.rc, 0) << j.err;
+    FlatJson s(j.out);
+    ASSERT_TRUE(s.ok()) << j.out;
+    EXPECT_FALSE(s.has("error.tag"));
+    EXPECT_EQ(s["dataType"], "Overlay");
+    EXPECT_EQ(s["counts.sites"], "72");
+    EXPECT_EQ(s["families.1.name"], "DensePack");
+    EXPECT_EQ(s["families.1.count"], "36");
+    EXPECT_EQ(s["geometryMm.dieSizeY"], "33");
+    EXPECT_EQ(s["information.Data Type"], "Overlay");
+}
+
+TEST_F(Cli, InfoLeavesTheSettingsAlone) {
+    // A settings file of the user's, with a source folder the loader would
+    // otherwise overwrite.
+    const fs::path settings = dir / "settings" / "settings.ini";
+    fs::create_directories(settings.parent_path());
+    const std::string text =
+        "; Zorv settings: [application\\section], key=value\n\n"
+        "[Zorv Wavefront Engineering\\Options]\nSourceDirectory=/home/someone/lots\n";
+    std::ofstream(settings) << text;
+    const auto stamp = fs::last_write_time(settings);
+    const std::string sample = std::string(ZORV_DATA_DIR) + "/samples/SampleCD.xlsx";
+    CliRun r = run("info " + sample + " --json", "ZORV_SETTINGS_FILE=" + settings.string());
+    ASSERT_EQ(r.rc, 0) << r.err;
+    std::ifstream in(settings);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()), text);
+    EXPECT_EQ(fs::last_write_time(settings), stamp);
+    size_t files = 0;
+    for (const auto& e : fs::directory_iterator(settings.parent_path())) files += e.is_regular_file();
+    EXPECT_EQ(files, 1u);  // no lock or temporary file either
+}
+
+TEST_F(Cli, InfoFailureNamesTheSheet) {
+    // A data sheet of two columns, the rest of the workbook sound.
+    const std::string narrow = (dir / "Narrow.xlsx").string();
+    ASSERT_EQ(run("sample-workbook " + narrow + " --wafers 1").rc, 0);
+    {
+        auto wb = zorv::Workbook::open(narrow);
+        ASSERT_TRUE(wb.ok()) << wb.failure().text;
+        zorv::Worksheet* data = (*wb)->sheet("Narrow");
+        ASSERT_NE(data, nullptr);
+        data->clear();
+        data->setCell(1, 1, zorv::Value("Wafer"));
+        data->setCell(1, 2, zorv::Value("Test"));
+        for (int r = 2; r <= 4; ++r) {
+            data->setCell(r, 1, zorv::Value(1.0));
+            data->setCell(r, 2, zorv::Value(static_cast<double>(r - 1)));
+        }
+        ASSERT_TRUE((*wb)->save().ok());
+    }
+    CliRun j = run("info " + narrow + " --json");
+    EXPECT_EQ(j.rc, 1);
+    FlatJson e(j.out);
+    ASSERT_TRUE(e.ok()) << j.out;
+    EXPECT_EQ(e["error.tag"], "Import(GetExcelWBLot): ");
+    EXPECT_EQ(e["error.chk"], "17");
+    EXPECT_EQ(e["error.text"], "Improper worksheet setup. Only 2 columns of data.");
+    EXPECT_EQ(e["error.file"], narrow);
+    EXPECT_EQ(e["error.sheet"], "Narrow");
+    EXPECT_FALSE(e.has("error.row")) << j.out;
+    EXPECT_FALSE(e.has("error.col")) << j.out;
+    EXPECT_EQ(j.err, "");
+
+    CliRun t = run("info " + narrow);
+    EXPECT_EQ(t.rc, 1);
+    EXPECT_EQ(t.err, "Zorv Wavefront Engineering chk: 17: Import(GetExcelWBLot): \n"
+                     "Improper worksheet setup. Only 2 columns of data. chk: 17\n");
+}
+
+TEST_F(Cli, InfoOnAMissingSheetStopsAtTheQuestion) {
+    const std::string good = (dir / "Good.xlsx").string();
+    ASSERT_EQ(run("sample-workbook " + good + " --wafers 1").rc, 0);
+    // Sheets are "Sites", "Information", "Good": the question offers the first,
+    // and a run without a user answers No.
+    const std::string question = "Zorv Wavefront Engineering: Cannot locate data sheet:'Nope' in workbook:"
+                                 "'Good.xlsx'\nUse data from sheet: Sites instead?\n";
+    CliRun t = run("info " + good + " --sheet Nope");
+    EXPECT_EQ(t.rc, 1);
+    EXPECT_EQ(t.out, "");
+    EXPECT_EQ(t.err, question);  // the question was the message: no empty one after it
+
+    CliRun j = run("info " + good + " --sheet Nope --json");
+    EXPECT_EQ(j.rc, 1);
+    FlatJson e(j.out);
+    ASSERT_TRUE(e.ok()) << j.out;
+    EXPECT_EQ(e["error.tag"], "Import(GetExcelWBLot): ");
+    EXPECT_EQ(e["error.text"], "");
+    EXPECT_EQ(e["error.file"], good);
+    EXPECT_EQ(j.err, question);
 }
