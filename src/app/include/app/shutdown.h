@@ -1,6 +1,11 @@
 // Process exit: the Exiting flag and CloseExcel, the exit step of the
-// workbook store. The store registers its hooks here at start; without them
-// there is no open workbook and CloseExcel goes straight on.
+// workbook store.
+//
+// The hooks below are upcalls: the exit path runs here, at the bottom, but
+// closes what higher subsystems own (the workbook store, the exposure tool
+// library, the template library). Each owner registers its hook when it
+// starts; without one there is nothing of that kind open and the exit goes
+// straight on.
 #pragma once
 
 #include <functional>
