@@ -410,22 +410,15 @@ long cLot::GetCenterSite(Datam& centerColumn, Datam& centerRow, bool onCentreLin
     const cSite* centre = nullptr;
     maxX = DieSizeX;
     maxY = DieSizeY;
-    // Both walks by hand, not forEachLive: they visit sites, not points.
-    for (cWafer* w : wafers_) {
-        if (w->cull()) continue;
-        for (cField* f : w->Fields()) {
-            if (f->cull()) continue;
-            for (cSite* s : f->sites()) {
-                if (s->cull()) continue;
-                if (s->LocationR < rmin) {
-                    rmin = s->LocationR;
-                    centre = s;
-                }
-                maxX = std::max(maxX, s->LocationX);
-                maxY = std::max(maxY, s->LocationY);
-            }
+    forEachLiveSite([&](cWafer&, cField&, cSite& s) {
+        if (s.LocationR < rmin) {
+            rmin = s.LocationR;
+            centre = &s;
         }
-    }
+        maxX = std::max(maxX, s.LocationX);
+        maxY = std::max(maxY, s.LocationY);
+    });
+    // By hand: it skips empty fields and stops a field's walk early.
     long key = centre ? centre->NumberKey() : -1;
     std::unordered_set<long> inCol, inRow;
     std::set<double> xs, ys;

@@ -223,6 +223,9 @@ public:
     // whether it ran to the end.
     template <class F>
     bool forEachLive(F&& fn) const;
+    // The walk one level up: fn(wafer, field, site) for every site not culled.
+    template <class F>
+    bool forEachLiveSite(F&& fn) const;
     void Clear();
     void Kill();
 
@@ -319,26 +322,38 @@ private:
 };
 
 template <class F>
-bool cLot::forEachLive(F&& fn) const {
-    constexpr bool canStop = std::is_same_v<std::invoke_result_t<F&, cWafer&, cField&, cSite&, cPoint&>, bool>;
+bool cLot::forEachLiveSite(F&& fn) const {
+    constexpr bool canStop = std::is_same_v<std::invoke_result_t<F&, cWafer&, cField&, cSite&>, bool>;
     for (cWafer* w : wafers_) {
         if (w->cull()) continue;
         for (cField* f : w->Fields()) {
             if (f->cull()) continue;
             for (cSite* s : f->sites()) {
                 if (s->cull()) continue;
-                for (cPoint* p : s->Points()) {
-                    if (p->cull()) continue;
-                    if constexpr (canStop) {
-                        if (!fn(*w, *f, *s, *p)) return false;
-                    } else {
-                        fn(*w, *f, *s, *p);
-                    }
+                if constexpr (canStop) {
+                    if (!fn(*w, *f, *s)) return false;
+                } else {
+                    fn(*w, *f, *s);
                 }
             }
         }
     }
     return true;
+}
+
+template <class F>
+bool cLot::forEachLive(F&& fn) const {
+    return forEachLiveSite([&](cWafer& w, cField& f, cSite& s) {
+        for (cPoint* p : s.Points()) {
+            if (p->cull()) continue;
+            if constexpr (std::is_same_v<std::invoke_result_t<F&, cWafer&, cField&, cSite&, cPoint&>, bool>) {
+                if (!fn(w, f, s, *p)) return false;
+            } else {
+                fn(w, f, s, *p);
+            }
+        }
+        return true;
+    });
 }
 
 }  // namespace zorv
