@@ -24,26 +24,25 @@ const char* DataTypeWord(int number) {
     return number >= 0 && number <= 7 ? words[number] : "";
 }
 
-int DataSourceOfText(std::string_view text) {
+eDataSource DataSourceOfText(std::string_view text) {
     std::string t = Upper(Trim(text));
-    if (t == "REGISTRATION" || t == "REG") return 0;
-    if (t == "OVERLAY") return 1;
-    if (t == "CDSEM" || t == "SEM" || t == "CD") return 2;
+    if (t == "REGISTRATION" || t == "REG") return eDataSourceRegistration;
+    if (t == "OVERLAY") return eDataSourceOverlay;
+    if (t == "CDSEM" || t == "SEM" || t == "CD") return eDataSourceCDSEM;
     if (t == "SCATTER" || t == "ELLIPSEOMETER" || t == "SCATTEROMETER" || t == "SCATTEROMETRY")
-        return 3;
-    if (t == "FOCUS") return 4;
-    if (t == "THERMAL") return 5;
-    if (t == "WAFERSITEDATA") return 6;
-    if (t == "RESISTIVITY" || t == "SHEET RESISTANCE" || t == "SHEETRESISTANCE") return 7;
-    return 3;
+        return eDataSourceScatterometry;
+    if (t == "FOCUS") return eDataSourceFocus;
+    if (t == "THERMAL") return eDataSourceThermal;
+    if (t == "WAFERSITEDATA") return eDataSourceWaferSite;
+    if (t == "RESISTIVITY" || t == "SHEET RESISTANCE" || t == "SHEETRESISTANCE") return eDataSourceResistivity;
+    return eDataSourceScatterometry;
 }
 
 bool IsScalarDataType(std::string_view text) {
     // The writer's own list: "ELLIPSOMETER" here is spelled as the tools write it.
     std::string t = Upper(Trim(text));
     if (t == "ELLIPSOMETER") return true;
-    int s = DataSourceOfText(t);
-    return !(s == 0 || s == 1 || s == 4);
+    return IsScalarSource(DataSourceOfText(t));
 }
 
 }  // namespace zorv

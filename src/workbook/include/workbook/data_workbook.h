@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "base/datam.h"
+#include "lot/data_source.h"
 #include "base/proc.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
@@ -40,7 +41,7 @@ enum InfoRow : int {
 // The word SaveData writes for a data type number ("" outside 0..7).
 const char* DataTypeWord(int number);
 // The loader's DataSource of a data type text (unknown text: 3).
-int DataSourceOfText(std::string_view text);
+eDataSource DataSourceOfText(std::string_view text);
 // SaveData's scalar test of a data type text.
 bool IsScalarDataType(std::string_view text);
 
