@@ -162,7 +162,7 @@ void ApplyLayoutValues(cLot& lot, const Datam& values) {
                 else if (h == "CONTROLINDEX") lay->ControlIndex = static_cast<int>(Num(v));
             }
         }
-        if (lot.DataSource() == 5) break;
+        if (lot.DataSource() == eDataSourceThermal) break;
     }
 }
 
@@ -229,7 +229,10 @@ Status FindWorkbookFile(Proc& p, const std::string& given, LoadSession& s) {
 Status ReadDataArea(Proc& p, LoadSession& s, bool quiet) {
     p.chk = 6;
     // A sheet whose part cannot be read says why, rather than reading as empty.
-    if (Status ls = s.ws->load(); !ls) return s.fail(p, ls.failure().text);
+    // One that declares its size is not parsed here: its rows stream later,
+    // and a damaged part fails then, at this checkpoint.
+    if (!s.ws->declaredArea())
+        if (Status ls = s.ws->load(); !ls) return s.fail(p, ls.failure().text);
     if (Worksheet* sitesSheet = s.wb->sheet("Sites")) {
         if (Status ls = sitesSheet->load(); !ls) {
             Failure f = s.fail(p, ls.failure().text);
@@ -241,6 +244,26 @@ Status ReadDataArea(Proc& p, LoadSession& s, bool quiet) {
     if (s.area.empty()) return s.fail(p, std::string(LoadResString(resNoDataRows)) + " (" + s.wb->name() + ")");
     SetStatusText(VersionLine() + ": Data Uploaded");
     return StatusOk();
+}
+
+// The data sheet's part found damaged while its rows stream: the failure its
+// load would have given at checkpoint 6.
+Failure DataSheetFailure(Proc& p, const LoadSession& s, const Failure& read) {
+    p.chk = 6;
+    return s.fail(p, read.text);
+}
+
+// Rows 1 to lastRow, columns 1 to nCols, of the data sheet as a table from
+// (1, 1), read from the stream of its rows.
+Status ReadTopRows(Worksheet& ws, int lastRow, int nCols, Datam& out) {
+    out = Datam(lastRow, nCols, 1, 1);
+    Value* dst = out.data();
+    return ws.forEachRow([&](int row, const Value* cells, int count) {
+        if (row > lastRow) return false;
+        Value* d = dst + static_cast<size_t>(row - 1) * static_cast<size_t>(nCols);
+        for (int c = 0, n = std::min(count, nCols); c < n; ++c) d[c] = cells[c];
+        return true;
+    });
 }
 
 // Checkpoints 3 to 6: the workbook opened, its data sheet found and read.
@@ -494,7 +517,7 @@ void StoreValueNames(cLot& L, const Datam& head, int hr, int wc, int nCols) {
     L.ValueH_Name = name(wc + 5);
     if (nCols > 6) {
         L.valueZ_Name = name(wc + 6);
-        if (L.valueZ_Name.empty()) L.valueZ_Name = L.DataSource() == 4 ? "Mean" : "Length";
+        if (L.valueZ_Name.empty()) L.valueZ_Name = L.DataSource() == eDataSourceFocus ? "Mean" : "Length";
     } else if (!L.LineWidthType) {
         // The lot keeps no flag for a derived Z; its name tells.
         L.valueZ_Name = "Mean";
@@ -512,7 +535,9 @@ Result<DataColumns> FindColumns(Proc& p, const LoadSession& s, cLot& L, const Ke
     if (s.area.row2 < 2) return s.fail(p, "There are no data rows to import from worksheet.");
 
     p.chk = 18;
-    const Datam head = s.ws->range(Area{1, 1, std::min(s.area.row2, 1000), nCols});
+    Datam head;
+    if (Status read = ReadTopRows(*s.ws, std::min(s.area.row2, 1000), nCols, head); !read)
+        return DataSheetFailure(p, s, read.failure());
     DataColumns c;
     int hc = -1;
     auto find = [&](const char* text) {
@@ -714,9 +739,9 @@ private:
         }
         // A missing V or H goes into Z as its mark, as the rule is written.
         if (pt->ValueZ == kMissingValue) {
-            if (ds_ == 0 || ds_ == 1)
+            if (ds_ == eDataSourceRegistration || ds_ == eDataSourceOverlay)
                 pt->ValueZ = std::sqrt(pt->ValueV * pt->ValueV + pt->ValueH * pt->ValueH);
-            else if (ds_ == 4)
+            else if (ds_ == eDataSourceFocus)
                 pt->ValueZ = (pt->ValueV + pt->ValueH) / 2;
         }
         // The site is in its collection already; the point joins it under
@@ -730,7 +755,7 @@ private:
     const DataColumns& c_;
     SiteTable& sites_;
     const bool split_;
-    const long ds_;
+    const eDataSource ds_;
     const double gx_, gy_;  // the wafer offset of the field grid, um
     std::vector<int32_t> famCount_;
 
@@ -748,11 +773,11 @@ private:
 };
 
 // The run-time failure of a row: the error, the checkpoint, the row and its cells.
-Failure RowFailure(Proc& p, LoadSession& s, int row, int lastRow, int col) {
+Failure RowFailure(Proc& p, LoadSession& s, int row, int lastRow, int col, const std::vector<Value>& rowCells) {
     std::string cells;
     for (int c = 1; c <= s.area.col2; ++c) {
         if (c > 1) cells += ", ";
-        cells += CellText(s.ws->cell(row, c));
+        cells += CellText(rowCells[static_cast<size_t>(c)]);
     }
     Failure f = p.failure();
     f.text += "...Load Error Track: " + ChkText(p.chk) + "... Row " + std::to_string(row) + " of " +
@@ -764,35 +789,52 @@ Failure RowFailure(Proc& p, LoadSession& s, int row, int lastRow, int col) {
     return f;
 }
 
-// Checkpoints 21 and 22: every row below the header, read in blocks (one range
-// transfer each) so that the whole table never stands beside the tree.
+// Checkpoints 21 and 22: every row below the header, taken from the stream of
+// the sheet's rows as each is parsed, so that the table never stands whole
+// beside the tree.
 Status BuildTree(Proc& p, LoadSession& s, const DataColumns& cols, TreeBuilder& tree, const Datam& units) {
     p.chk = 21;
     const int firstRow = cols.headerRow + 1, lastRow = s.area.row2;
+    const size_t nCols = static_cast<size_t>(s.area.col2);
     const std::string nText = std::to_string(lastRow - firstRow + 1);
     SetStatusText("    Zorv Data Upload row 1 of " + nText);
-    constexpr int kBlock = 32768;
-    Datam block;
-    int blockFirst = 0, blockLast = -1;
+    // The row in hand, its cells from column 1 at [1]; a failure names them.
+    std::vector<Value> cur(nCols + 1);
+    auto blank = [&] { std::fill(cur.begin(), cur.end(), Value()); };
     int r = firstRow;
-    const bool ok = Guarded(p, [&] {
-        for (; r <= lastRow; ++r) {
-            if (r > blockLast) {
-                blockFirst = r;
-                blockLast = std::min(lastRow, r + kBlock - 1);
-                block = Datam();
-                block = s.ws->range(Area{blockFirst, 1, blockLast, s.area.col2});
-            }
-            if ((r - firstRow) % 100 == 0 && r != firstRow) {
-                SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
-                if (CheckEscKey()) break;
-            }
-            const Value* row = block.data() + static_cast<size_t>(r - blockFirst) * block.colCount() - block.colLb();
-            if (!tree.addRow(row)) break;
+    // Row r into the tree; false ends the walk.
+    auto step = [&] {
+        if ((r - firstRow) % 100 == 0 && r != firstRow) {
+            SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
+            if (CheckEscKey()) return false;
         }
+        return tree.addRow(cur.data());
+    };
+    bool more = true;
+    Status read = StatusOk();
+    const bool ok = Guarded(p, [&] {
+        read = s.ws->forEachRow([&](int row, const Value* cells, int count) {
+            if (row < r) return true;  // the header rows
+            // Rows without values in between go in blank, as the table has them.
+            if (row > r) {
+                blank();
+                for (; r < row && r <= lastRow; ++r)
+                    if (!step()) return more = false;
+            }
+            if (r > lastRow) return more = false;
+            const size_t n = std::min(nCols, static_cast<size_t>(count));
+            for (size_t c = 1; c <= nCols; ++c) cur[c] = c <= n ? cells[c - 1] : Value();
+            if (!step()) return more = false;
+            ++r;
+            return true;
+        });
+        if (!read) return;
+        blank();
+        for (; more && r <= lastRow; ++r)
+            if (!step()) break;
     });
-    block = Datam();
-    if (!ok) return RowFailure(p, s, r, lastRow, tree.column());
+    if (!ok) return RowFailure(p, s, r, lastRow, tree.column(), cur);
+    if (!read) return DataSheetFailure(p, s, read.failure());
 
     p.chk = 22;
     tree.finish(units);
@@ -820,7 +862,7 @@ void ApplyExposure(Proc& p, cLot& L, const Exposure& e, int k, WBLotTables& T, W
                 l.DieXo = origin->DieX;
                 l.DieYo = origin->DieY;
             }
-        if (L.DataSource() == 5) break;
+        if (L.DataSource() == eDataSourceThermal) break;
     }
     if (cWafer* w = L.Wafers().At(1)) {
         L.CurrentWaferKey = w->KeyName;
@@ -914,6 +956,9 @@ Status GetExcelWBLot(const std::string& path, const LoadOptions& options, std::s
     SetStatusText(ApplicationTitle() + " Ready");
     T.workbook = s.wb;
     T.sheetName = s.ws->name();
+    // The lot holds the workbook, not its parsed cells: a sheet as it stands
+    // in the file is parsed again when next read, and saved by copy.
+    for (int i = 1; i <= s.wb->sheetCount(); ++i) s.wb->sheet(i)->unload();
     s.done = true;
     SetStatusText("Excel xlwb set.");
     SetStatusText("... Upload complete");

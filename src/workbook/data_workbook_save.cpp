@@ -256,7 +256,18 @@ Result<std::string> SaveData(const Datam& data, const Datam& excluded, const Dat
     ws->clearComments();
     Datam holder;
     const Datam& d = Trimmed(data, holder);
-    ws->setRange(1, 1, d);
+    {
+        Datam header(d.rowLb(), d.colUb(), d.rowLb(), d.colLb());
+        for (int c = d.colLb(); c <= d.colUb(); ++c) header(d.rowLb(), c) = d(d.rowLb(), c);
+        ws->setRange(1, 1, header);
+    }
+    // The body stays in the caller's table until the save writes it; should
+    // the save not happen, the sheet takes its own copy.
+    ws->referRows(2, 1, d, d.rowLb() + 1, d.rowUb());
+    struct HoldOnExit {
+        Worksheet* ws;
+        ~HoldOnExit() { ws->holdCells(); }
+    } hold{ws};
     ws->setComment(1, 1, "DATASHEET", false);
     ws->setComment(2, 1, BaseOf(path), false);
 

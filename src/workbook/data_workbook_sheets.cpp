@@ -61,14 +61,23 @@ Worksheet* GetDataSheet(Workbook* workbook, std::string_view name, bool quiet) {
     return nullptr;
 }
 
+namespace {
+// The used area, from the sheet's own declaration when it has one, so that a
+// large sheet need not be parsed to be measured.
+Area UsedAreaOf(Worksheet& ws) {
+    if (std::optional<Area> a = ws.declaredArea()) return *a;
+    return ws.usedArea();
+}
+}  // namespace
+
 Area DataSheetArea(Worksheet*& sheet, bool quiet) {
     assert(sheet);
-    Area a = sheet->usedArea();
+    Area a = UsedAreaOf(*sheet);
     if (a.rows() < 2 || a.cols() < 2) {
         Worksheet* other = GetDataSheet(&sheet->workbook(), sheet->name(), quiet);
         if (other && other != sheet) {
             sheet = other;
-            a = sheet->usedArea();
+            a = UsedAreaOf(*sheet);
         }
     }
     if (a.empty()) return Area{};

@@ -189,9 +189,70 @@ void Worksheet::touch() {
     wb_->savedOverride_ = false;
 }
 
+// ------------------------------------------------- cells held by reference
+
+namespace {
+xlsx::Row& RowAt(std::vector<xlsx::Row>& rows, int row, int width);
+
+// Copies referred cells into ordinary rows and lets go of the table. A
+// column style of the reference overrides; style 0 leaves the ordinary one.
+void Materialize(Worksheet::Data& d) {
+    if (!d.ref) return;
+    const TableRef t = std::move(*d.ref);
+    d.ref.reset();
+    bool styled = std::any_of(t.style.begin(), t.style.end(), [](uint16_t s) { return s != 0; });
+    for (int i = 0; i < t.rows; ++i) {
+        auto& r = RowAt(d.rows, t.row + i, t.lastCol());
+        const Value* src = t.cells + static_cast<size_t>(i) * t.stride;
+        std::copy(src, src + t.cols, r.v.begin() + (t.col - 1));
+        if (!styled) continue;
+        if (r.s.empty()) r.s.assign(r.v.size(), 0);
+        for (int j = 0; j < t.cols; ++j)
+            if (t.style[static_cast<size_t>(j)]) r.s[static_cast<size_t>(t.col - 1 + j)] = t.style[static_cast<size_t>(j)];
+    }
+}
+}  // namespace
+
+void Worksheet::referRows(int row, int col, const Datam& t, int firstRow, int lastRow) {
+    if (!t.isArray() || t.dims() != 2 || row < 1 || col < 1) return;
+    firstRow = std::max(firstRow, t.rowLb());
+    lastRow = std::min(lastRow, t.rowUb());
+    int nr = std::min(lastRow - firstRow + 1, kMaxRows - row + 1);
+    int nc = std::min(t.colCount(), kMaxCols - col + 1);
+    if (nr <= 0 || nc <= 0) return;
+    ensure();
+    touch();
+    TableRef ref;
+    ref.cells = t.data() + static_cast<size_t>(firstRow - t.rowLb()) * t.stride();
+    ref.stride = t.stride();
+    ref.row = row;
+    ref.col = col;
+    ref.rows = nr;
+    ref.cols = nc;
+    ref.style.assign(static_cast<size_t>(nc), 0);
+    // Values under the area are overwritten; formats there stay, which only
+    // ordinary cells can hold.
+    bool formatted = false;
+    auto& rows = d_->rows;
+    for (int r = row; r <= ref.lastRow() && static_cast<size_t>(r) <= rows.size(); ++r) {
+        auto& o = rows[static_cast<size_t>(r) - 1];
+        int last = std::min<int>(ref.lastCol(), static_cast<int>(o.v.size()));
+        for (int c = col; c <= last; ++c) {
+            o.v[static_cast<size_t>(c) - 1] = Value();
+            formatted |= !o.s.empty() && o.s[static_cast<size_t>(c) - 1] != 0;
+        }
+    }
+    d_->ref = std::move(ref);
+    if (formatted) Materialize(*d_);
+}
+
+void Worksheet::holdCells() { Materialize(*d_); }
+
+// Loads the sheet, and copies in referred cells: what reads or writes cells
+// one by one sees ordinary rows only.
 bool Worksheet::ensure() {
-    if (loaded_) return true;
-    (void)load();
+    if (!loaded_) (void)load();
+    Materialize(*d_);
     return loaded_;
 }
 
@@ -219,6 +280,25 @@ bool Worksheet::unload() {
     d_ = std::make_unique<Data>();
     loaded_ = false;
     return true;
+}
+
+Status Worksheet::forEachRow(const RowVisitor& f) {
+    if (!loaded_) return WorkbookImpl::streamSheet(*wb_, *this, f);
+    if (Status st = load(); !st) return st;  // a part that failed to load says so again
+    holdCells();                              // rows held by reference become ordinary rows
+    const auto& rows = d_->rows;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const auto& v = rows[i].v;
+        size_t n = v.size();
+        while (n > 0 && v[n - 1].isEmpty()) --n;
+        if (n && !f(static_cast<int>(i) + 1, v.data(), static_cast<int>(n))) break;
+    }
+    return StatusOk();
+}
+
+std::optional<Area> Worksheet::declaredArea() {
+    if (loaded_ || dirty_ || !src_ || !wb_->impl_->zip) return std::nullopt;
+    return WorkbookImpl::declaredArea(*wb_, *this);
 }
 
 bool Worksheet::setName(std::string_view name) {
@@ -357,8 +437,9 @@ int Worksheet::lastCol() {
 }
 
 void Worksheet::clear() {
-    ensure();
+    (void)load();
     touch();
+    d_->ref.reset();
     d_->rows.clear();
     d_->rows.shrink_to_fit();
 }
@@ -377,34 +458,58 @@ void Worksheet::clearContents(const Area& a) {
 
 namespace {
 // Applies f to the style of every cell of the area (whole columns and rows
-// clipped to what is in use).
+// clipped to what is in use). Referred cells keep their reference when the
+// area spans all their rows: their style is one per column.
 template <class F>
 void Restyle(Worksheet::Data& d, xlsx::StyleTable& styles, Area a, F&& f) {
     if (a.empty()) return;
-    if (a.row2 >= kMaxRows) a.row2 = std::max(a.row1, static_cast<int>(d.rows.size()));
+    int usedRows = static_cast<int>(d.rows.size());
+    if (d.ref) usedRows = std::max(usedRows, d.ref->lastRow());
+    if (a.row2 >= kMaxRows) a.row2 = std::max(a.row1, usedRows);
     if (a.col2 >= kMaxCols) {
         size_t w = 0;
         for (auto& r : d.rows) w = std::max(w, r.v.size());
+        if (d.ref) w = std::max(w, static_cast<size_t>(d.ref->lastCol()));
         a.col2 = std::max(a.col1, static_cast<int>(w));
     }
+    if (d.ref) {
+        const TableRef& t = *d.ref;
+        bool meets = a.row1 <= t.lastRow() && a.row2 >= t.row && a.col1 <= t.lastCol() && a.col2 >= t.col;
+        if (meets && (a.row1 > t.row || a.row2 < t.lastRow())) Materialize(d);
+    }
     std::map<uint16_t, uint16_t> memo;
-    for (int r = a.row1; r <= a.row2; ++r) {
-        auto& row = RowAt(d.rows, r, a.col2);
+    auto apply = [&](uint16_t& s) {
+        auto it = memo.find(s);
+        if (it == memo.end()) {
+            xlsx::Style st = styles.at(s);
+            f(st);
+            it = memo.emplace(s, styles.intern(st)).first;
+        }
+        s = it->second;
+    };
+    auto span = [&](int r, int c1, int c2) {
+        if (c1 > c2) return;
+        auto& row = RowAt(d.rows, r, c2);
         if (row.s.empty()) row.s.assign(row.v.size(), 0);
-        for (int c = a.col1; c <= a.col2; ++c) {
-            uint16_t& s = row.s[static_cast<size_t>(c) - 1];
-            auto it = memo.find(s);
-            if (it == memo.end()) {
-                xlsx::Style st = styles.at(s);
-                f(st);
-                it = memo.emplace(s, styles.intern(st)).first;
-            }
-            s = it->second;
+        for (int c = c1; c <= c2; ++c) apply(row.s[static_cast<size_t>(c) - 1]);
+    };
+    TableRef* t = d.ref ? &*d.ref : nullptr;
+    for (int r = a.row1; r <= a.row2; ++r) {
+        if (t && r >= t->row && r <= t->lastRow()) {
+            span(r, a.col1, std::min(a.col2, t->col - 1));
+            span(r, std::max(a.col1, t->lastCol() + 1), a.col2);
+        } else {
+            span(r, a.col1, a.col2);
         }
     }
+    if (t && a.row1 <= t->row && a.row2 >= t->lastRow())
+        for (int c = std::max(a.col1, t->col); c <= std::min(a.col2, t->lastCol()); ++c)
+            apply(t->style[static_cast<size_t>(c - t->col)]);
 }
 
 uint16_t StyleIdAt(Worksheet::Data& d, int row, int col) {
+    if (d.ref && row >= d.ref->row && row <= d.ref->lastRow() && col >= d.ref->col && col <= d.ref->lastCol())
+        return d.ref->style[static_cast<size_t>(col - d.ref->col)];
     if (row < 1 || col < 1 || static_cast<size_t>(row) > d.rows.size()) return 0;
     const auto& r = d.rows[static_cast<size_t>(row) - 1];
     if (r.s.empty() || static_cast<size_t>(col) > r.s.size()) return 0;
@@ -413,43 +518,43 @@ uint16_t StyleIdAt(Worksheet::Data& d, int row, int col) {
 }  // namespace
 
 void Worksheet::setNumberFormat(const Area& a, std::string_view format) {
-    ensure();
+    (void)load();
     touch();
     std::string f = IEquals(format, "General") ? std::string() : std::string(format);
     Restyle(*d_, wb_->impl_->styles, a, [&](xlsx::Style& s) { s.numFmt = f; });
 }
 
 std::string Worksheet::numberFormat(int row, int col) {
-    ensure();
+    (void)load();
     const auto& s = wb_->impl_->styles.at(StyleIdAt(*d_, row, col));
     return s.numFmt.empty() ? "General" : s.numFmt;
 }
 
 void Worksheet::setBold(const Area& a, bool b) {
-    ensure();
+    (void)load();
     touch();
     Restyle(*d_, wb_->impl_->styles, a, [&](xlsx::Style& s) { s.bold = b; });
 }
 
 bool Worksheet::bold(int row, int col) {
-    ensure();
+    (void)load();
     return wb_->impl_->styles.at(StyleIdAt(*d_, row, col)).bold;
 }
 
 void Worksheet::setAlignment(const Area& a, HAlign al) {
-    ensure();
+    (void)load();
     touch();
     Restyle(*d_, wb_->impl_->styles, a, [&](xlsx::Style& s) { s.align = al; });
 }
 
 HAlign Worksheet::alignment(int row, int col) {
-    ensure();
+    (void)load();
     return wb_->impl_->styles.at(StyleIdAt(*d_, row, col)).align;
 }
 
 void Worksheet::setComment(int row, int col, std::string_view text, bool visible) {
     if (row < 1 || col < 1 || row > kMaxRows || col > kMaxCols) return;
-    ensure();
+    (void)load();  // comments and links leave referred cells be
     touch();
     Comment c;
     c.row = row;
@@ -460,27 +565,27 @@ void Worksheet::setComment(int row, int col, std::string_view text, bool visible
 }
 
 const Comment* Worksheet::comment(int row, int col) {
-    ensure();
+    (void)load();
     auto it = d_->comments.find({row, col});
     return it == d_->comments.end() ? nullptr : &it->second;
 }
 
 std::vector<Comment> Worksheet::comments() {
-    ensure();
+    (void)load();
     std::vector<Comment> out;
     for (auto& [k, c] : d_->comments) out.push_back(c);
     return out;
 }
 
 bool Worksheet::removeComment(int row, int col) {
-    ensure();
+    (void)load();
     if (!d_->comments.erase({row, col})) return false;
     touch();
     return true;
 }
 
 void Worksheet::clearComments() {
-    ensure();
+    (void)load();
     if (d_->comments.empty()) return;
     touch();
     d_->comments.clear();
@@ -488,7 +593,7 @@ void Worksheet::clearComments() {
 
 void Worksheet::addHyperlink(int row, int col, std::string_view target, std::string_view tooltip) {
     if (row < 1 || col < 1 || row > kMaxRows || col > kMaxCols) return;
-    ensure();
+    (void)load();
     touch();
     if (!target.empty() && target[0] == '#') target.remove_prefix(1);
     auto& links = d_->links;
@@ -499,12 +604,12 @@ void Worksheet::addHyperlink(int row, int col, std::string_view target, std::str
 }
 
 std::vector<Hyperlink> Worksheet::hyperlinks() {
-    ensure();
+    (void)load();
     return d_->links;
 }
 
 void Worksheet::clearHyperlinks() {
-    ensure();
+    (void)load();
     if (d_->links.empty()) return;
     touch();
     d_->links.clear();

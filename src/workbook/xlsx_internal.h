@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -85,8 +86,22 @@ std::string RelsPartOf(std::string_view part);
 
 namespace zorv {
 
+// Cells a sheet refers to in a caller's table instead of holding them
+// (Worksheet::referRows): rows x cols values, stride apart, with the first at
+// sheet (row, col), and one style id per column.
+struct TableRef {
+    const Value* cells = nullptr;
+    size_t stride = 0;
+    int row = 0, col = 0, rows = 0, cols = 0;
+    std::vector<uint16_t> style;
+    int lastRow() const { return row + rows - 1; }
+    int lastCol() const { return col + cols - 1; }
+};
+
 struct Worksheet::Data {
     std::vector<xlsx::Row> rows;  // rows[0] is sheet row 1
+    // Ordinary rows hold nothing (no value, style 0) inside the referred area.
+    std::optional<TableRef> ref;
     std::map<std::pair<int, int>, Comment> comments;
     std::vector<Hyperlink> links;
     size_t slots = 0;  // cells allocated while loading (guard against sparse bombs)
@@ -125,6 +140,9 @@ struct WorkbookImpl {
 
     static Status readPackage(Workbook& wb, Workbook::Load load);
     static Status loadSheet(Workbook& wb, Worksheet& ws);
+    // The rows of a sheet not loaded, parsed and handed over as they complete.
+    static Status streamSheet(Workbook& wb, Worksheet& ws, const Worksheet::RowVisitor& f);
+    static std::optional<Area> declaredArea(Workbook& wb, Worksheet& ws);
     // Reads the styles part: formats, fonts, xfs; with resetTable the style
     // table becomes the part's xfs.
     static Status readStyles(WorkbookImpl& im, bool resetTable);

@@ -529,6 +529,11 @@ struct AttrList {
 class SheetScanner {
 public:
     SheetScanner(WorkbookImpl& im, Worksheet::Data& d, uint64_t partSize) : im_(im), d_(d), partSize_(partSize) {}
+    // Hands each row to f as it completes instead of keeping it in d.
+    void streamTo(const Worksheet::RowVisitor& f) { sink_ = &f; }
+    void setPartSize(uint64_t n) { partSize_ = n; }
+    // The row still being collected goes out (at the end of the part).
+    bool flushRow();
 
     // Walks [p, end); returns how far it got (an incomplete construct at the
     // end waits for more input unless last). Sets error_ on failure.
@@ -553,6 +558,7 @@ private:
     void endTag(std::string_view name);
     bool commitCell();
     bool place(int row, int col, Value v, uint16_t style);
+    bool stream(int row, int col, Value v);
     bool fail(std::string msg) {
         error_ = std::move(msg);
         return false;
@@ -573,6 +579,11 @@ private:
     std::string_view view_;
     bool viewActive_ = false;
     size_t cells_ = 0;
+    // Streaming: the row being collected, reused from row to row.
+    const Worksheet::RowVisitor* sink_ = nullptr;
+    std::vector<Value> rowBuf_;
+    int sinkRow_ = 0;
+    size_t width_ = 0;
 };
 
 inline bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
@@ -826,6 +837,7 @@ std::string_view name, const AttrList& at, bool selfClosing) {
                 if (row_ > kMaxRows) return fail("too many rows");
             }
             nextCol_ = 1;
+            if (sink_) return true;
             int width = rowWidth_;
             std::string_view spans = at.get("spans");
             if (size_t colon = spans.find(':'); colon != std::string_view::npos) {
@@ -860,7 +872,7 @@ std::string_view name, const AttrList& at, bool selfClosing) {
         std::string_view ref = at.get("ref");
         size_t colon = ref.find(':');
         int r = 0, c = 0;
-        if (colon != std::string_view::npos && ParseRef(ref.substr(colon + 1), r, c)) {
+        if (!sink_ && colon != std::string_view::npos && ParseRef(ref.substr(colon + 1), r, c)) {
             // trust the claim only as far as the part could hold it
             size_t cap = static_cast<size_t>(partSize_ / 16);
             d_.rows.reserve(std::min<size_t>(static_cast<size_t>(r), cap));
@@ -899,6 +911,10 @@ void SheetScanner::endTag(std::string_view name) {
         hasV_ = true;
         textTarget_ = 0;
     } else if (name == "row") {
+        if (sink_) {
+            if (!flushRow()) done_ = true;
+            return;
+        }
         if (row_ >= 1 && static_cast<size_t>(row_) <= d_.rows.size()) {
             rowWidth_ = static_cast<int>(d_.rows[static_cast<size_t>(row_) - 1].v.size());
         }
@@ -908,6 +924,7 @@ void SheetScanner::endTag(std::string_view name) {
 }
 
 bool SheetScanner::place(int row, int col, Value v, uint16_t style) {
+    if (sink_) return stream(row, col, std::move(v));
     auto& rows = d_.rows;
     if (rows.size() < static_cast<size_t>(row)) {
         d_.slots += static_cast<size_t>(row) - rows.size();
@@ -929,6 +946,29 @@ bool SheetScanner::place(int row, int col, Value v, uint16_t style) {
         r.s[c - 1] = style;
     }
     return true;
+}
+
+// A style alone does not make a row worth handing over: only values count.
+bool SheetScanner::stream(int row, int col, Value v) {
+    if (v.isEmpty()) return true;
+    if (row != sinkRow_) {
+        if (!flushRow()) return false;
+        sinkRow_ = row;
+    }
+    size_t c = static_cast<size_t>(col);
+    if (rowBuf_.size() < c) rowBuf_.resize(c);
+    rowBuf_[c - 1] = std::move(v);
+    width_ = std::max(width_, c);
+    ++cells_;
+    return true;
+}
+
+bool SheetScanner::flushRow() {
+    if (width_ == 0) return true;
+    const bool go = (*sink_)(sinkRow_, rowBuf_.data(), static_cast<int>(width_));
+    for (size_t i = 0; i < width_; ++i) rowBuf_[i] = Value();
+    width_ = 0;
+    return go;
 }
 
 bool SheetScanner::commitCell() {
@@ -1017,54 +1057,249 @@ void ReadVmlVisibility(const std::string& vml, std::map<std::pair<int, int>, Com
     }
 }
 
+// Feeds the sheet part through the scanner, the inflate running a piece
+// ahead on the second core when the part is large.
+Status ScanSheet(const ZipReader& zip, const std::string& sheetName, const std::string& part, SheetScanner& sc) {
+    auto fail = [&](const std::string& what) {
+        return ReadFail(zip.displayName() + ": sheet '" + sheetName + "' (part '" + part + "'): " + what);
+    };
+    auto st = zip.openStream(part);
+    if (!st) return ReadFail(st.failure().text);
+    uint64_t size = (*st)->declaredSize();
+    sc.setPartSize(size);
+    Inflater inf(std::move(*st), size > (8u << 20));
+    std::string buf, piece;
+    size_t line = 1;
+    for (;;) {
+        if (!inf.next(piece)) return ReadFail(inf.error());
+        bool last = piece.empty();
+        buf += piece;
+        size_t upto = buf.size();
+        if (!last) {
+            size_t gt = buf.rfind('>');
+            if (gt == std::string::npos) continue;
+            upto = gt + 1;
+        }
+        size_t used = sc.feed(buf.data(), buf.data() + upto, last);
+        auto lines = [&](size_t n) {
+            for (const char* q = buf.data(); (q = static_cast<const char*>(std::memchr(q, '\n', static_cast<size_t>(buf.data() + n - q)))); ++q)
+                ++line;
+        };
+        if (!sc.error().empty()) {
+            lines(used);
+            return fail("malformed XML at line " + std::to_string(line) + " near cell " +
+                        CellAddress(std::max(1, sc.row()), std::max(1, sc.col())) + ": " + sc.error() + ".");
+        }
+        lines(used);
+        buf.erase(0, used);
+        if (last || sc.done()) {
+            if (!buf.empty() && buf.find_first_not_of(" \t\r\n") != std::string::npos && !sc.done())
+                return fail("malformed XML at line " + std::to_string(line) + ": the part ends early.");
+            break;
+        }
+        if (buf.size() > (64u << 20))
+            return fail("malformed XML at line " + std::to_string(line) + ": a tag or text longer than 64 MB.");
+    }
+    return StatusOk();
+}
+
 }  // namespace
+
+namespace {
+
+// Rows parsed on a thread of their own reach the caller's thread in batches,
+// so that what the caller does with a row overlaps the parse of the next ones
+// (the inflate runs on a third thread). Batches are reused: their vectors
+// keep their room from one batch to the next.
+class RowPipe {
+public:
+    struct Batch {
+        struct Row {
+            int row, at, count;
+        };
+        std::vector<Value> cells;
+        std::vector<Row> rows;
+    };
+
+    // The parsing side. False once the reader has stopped.
+    bool put(int row, const Value* cells, int count) {
+        if (!fill_) fill_ = fresh();
+        fill_->rows.push_back({row, static_cast<int>(fill_->cells.size()), count});
+        fill_->cells.insert(fill_->cells.end(), cells, cells + count);
+        return fill_->rows.size() < kRows || ship();
+    }
+    void finish(Status st) {
+        if (fill_ && !fill_->rows.empty()) (void)ship();
+        std::lock_guard<std::mutex> l(mu_);
+        status_ = std::move(st);
+        done_ = true;
+        cv_.notify_all();
+    }
+
+    // The reading side: the next batch, nullptr at the end.
+    std::unique_ptr<Batch> next() {
+        std::unique_lock<std::mutex> l(mu_);
+        cv_.wait(l, [&] { return !q_.empty() || done_; });
+        if (q_.empty()) return nullptr;
+        std::unique_ptr<Batch> b = std::move(q_.front());
+        q_.pop_front();
+        cv_.notify_all();
+        return b;
+    }
+    // The batch is emptied on the parsing side, off the reader's path.
+    void recycle(std::unique_ptr<Batch> b) {
+        std::lock_guard<std::mutex> l(mu_);
+        free_.push_back(std::move(b));
+    }
+    void stop() {
+        std::lock_guard<std::mutex> l(mu_);
+        stop_ = true;
+        cv_.notify_all();
+    }
+    Status status() {
+        std::lock_guard<std::mutex> l(mu_);
+        return status_;
+    }
+
+private:
+    static constexpr size_t kRows = 4096, kQueued = 4;
+    std::unique_ptr<Batch> fresh() {
+        std::unique_ptr<Batch> b;
+        {
+            std::lock_guard<std::mutex> l(mu_);
+            if (free_.empty()) return std::make_unique<Batch>();
+            b = std::move(free_.back());
+            free_.pop_back();
+        }
+        b->cells.clear();
+        b->rows.clear();
+        return b;
+    }
+    bool ship() {
+        std::unique_lock<std::mutex> l(mu_);
+        cv_.wait(l, [&] { return q_.size() < kQueued || stop_; });
+        if (stop_) return false;
+        q_.push_back(std::move(fill_));
+        cv_.notify_all();
+        return true;
+    }
+
+    std::unique_ptr<Batch> fill_;  // parsing side only
+    std::mutex mu_;
+    std::condition_variable cv_;
+    std::deque<std::unique_ptr<Batch>> q_;
+    std::vector<std::unique_ptr<Batch>> free_;
+    bool done_ = false, stop_ = false;
+    Status status_ = StatusOk();
+};
+
+}  // namespace
+
+Status WorkbookImpl::streamSheet(Workbook& wb, Worksheet& ws, const Worksheet::RowVisitor& f) {
+    WorkbookImpl& im = *wb.impl_;
+    const ZipReader& zip = *im.zip;
+    const std::string& part = ws.src_->part;
+    uint64_t size = 0;
+    {
+        auto probe = zip.openStream(part);
+        if (!probe) return ReadFail(probe.failure().text);
+        size = (*probe)->declaredSize();
+    }
+    Worksheet::Data scratch;  // hyperlinks and the like land here, unused
+    SheetScanner sc(im, scratch, 0);
+    if (size <= (8u << 20)) {
+        sc.streamTo(f);
+        if (Status st = ScanSheet(zip, ws.name(), part, sc); !st) return st;
+        (void)sc.flushRow();
+        return StatusOk();
+    }
+    // A large part: the parse moves to its own thread; f stays on this one.
+    RowPipe pipe;
+    const Worksheet::RowVisitor put = [&pipe](int row, const Value* cells, int count) {
+        return pipe.put(row, cells, count);
+    };
+    sc.streamTo(put);
+    std::thread scan([&] {
+        Status st = StatusOk();
+        try {
+            st = ScanSheet(zip, ws.name(), part, sc);
+            if (st) (void)sc.flushRow();
+        } catch (const std::exception& e) {
+            st = ReadFail(zip.displayName() + ": sheet '" + ws.name() + "': " + e.what());
+        }
+        pipe.finish(std::move(st));
+    });
+    // Whatever way this returns (f may throw), the parse stops first.
+    struct Join {
+        RowPipe& pipe;
+        std::thread& th;
+        ~Join() {
+            pipe.stop();
+            th.join();
+        }
+    } join{pipe, scan};
+    while (std::unique_ptr<RowPipe::Batch> b = pipe.next()) {
+        for (const auto& r : b->rows)
+            if (!f(r.row, b->cells.data() + r.at, r.count)) return StatusOk();
+        pipe.recycle(std::move(b));
+    }
+    return pipe.status();
+}
+
+std::optional<Area> WorkbookImpl::declaredArea(Workbook& wb, Worksheet& ws) {
+    // The element comes before the cells: the head of the part holds it.
+    auto st = wb.impl_->zip->openStream(ws.src_->part);
+    if (!st) return std::nullopt;
+    std::string head;
+    constexpr size_t kHead = 64u << 10;
+    size_t at = std::string::npos;
+    while (head.size() < kHead) {
+        char buf[8192];
+        int64_t n = (*st)->read(buf, sizeof buf);
+        if (n <= 0) break;
+        head.append(buf, static_cast<size_t>(n));
+        if (head.find("sheetData") != std::string::npos) break;
+    }
+    for (size_t k = 0; (k = head.find("dimension", k)) != std::string::npos; k += 9) {
+        if (k > 0 && (head[k - 1] == '<' || head[k - 1] == ':')) {
+            at = k;
+            break;
+        }
+    }
+    size_t sheetData = head.find("sheetData");
+    if (at == std::string::npos || (sheetData != std::string::npos && at > sheetData)) return std::nullopt;
+    size_t close = head.find('>', at);
+    if (close == std::string::npos) return std::nullopt;
+    std::string_view tag(head.data() + at, close - at);
+    size_t ref = tag.find("ref=");
+    if (ref == std::string_view::npos || ref + 5 > tag.size()) return std::nullopt;
+    const char quote = tag[ref + 4];
+    size_t end = tag.find(quote, ref + 5);
+    if ((quote != '"' && quote != '\'') || end == std::string_view::npos) return std::nullopt;
+    std::string_view v = tag.substr(ref + 5, end - ref - 5);
+    size_t colon = v.find(':');
+    Area a;
+    if (!ParseRef(v.substr(0, colon), a.row1, a.col1)) return std::nullopt;
+    if (colon == std::string_view::npos) {
+        // "A1" is what writers put for an empty sheet as well as for one cell.
+        if (a.row1 == 1 && a.col1 == 1) return std::nullopt;
+        a.row2 = a.row1;
+        a.col2 = a.col1;
+    } else if (!ParseRef(v.substr(colon + 1), a.row2, a.col2)) {
+        return std::nullopt;
+    }
+    if (a.empty()) return std::nullopt;
+    return a;
+}
 
 Status WorkbookImpl::loadSheet(Workbook& wb, Worksheet& ws) {
     WorkbookImpl& im = *wb.impl_;
     const ZipReader& zip = *im.zip;
     const std::string& part = ws.src_->part;
-    auto fail = [&](const std::string& what) {
-        return ReadFail(zip.displayName() + ": sheet '" + ws.name() + "' (part '" + part + "'): " + what);
-    };
     auto data = std::make_unique<Worksheet::Data>();
     {
-        auto st = zip.openStream(part);
-        if (!st) return ReadFail(st.failure().text);
-        uint64_t size = (*st)->declaredSize();
-        Inflater inf(std::move(*st), size > (8u << 20));
-        SheetScanner sc(im, *data, size);
-        std::string buf, piece;
-        size_t line = 1;
-        for (;;) {
-            if (!inf.next(piece)) return ReadFail(inf.error());
-            bool last = piece.empty();
-            buf += piece;
-            size_t upto = buf.size();
-            if (!last) {
-                size_t gt = buf.rfind('>');
-                if (gt == std::string::npos) continue;
-                upto = gt + 1;
-            }
-            size_t used = sc.feed(buf.data(), buf.data() + upto, last);
-            auto lines = [&](size_t n) {
-                for (const char* q = buf.data(); (q = static_cast<const char*>(std::memchr(q, '\n', static_cast<size_t>(buf.data() + n - q)))); ++q)
-                    ++line;
-            };
-            if (!sc.error().empty()) {
-                lines(used);
-                return fail("malformed XML at line " + std::to_string(line) + " near cell " +
-                            CellAddress(std::max(1, sc.row()), std::max(1, sc.col())) + ": " + sc.error() + ".");
-            }
-            lines(used);
-            buf.erase(0, used);
-            if (last || sc.done()) {
-                if (!buf.empty() && buf.find_first_not_of(" \t\r\n") != std::string::npos && !sc.done())
-                    return fail("malformed XML at line " + std::to_string(line) + ": the part ends early.");
-                break;
-            }
-            if (buf.size() > (64u << 20))
-                return fail("malformed XML at line " + std::to_string(line) + ": a tag or text longer than 64 MB.");
-        }
+        SheetScanner sc(im, *data, 0);
+        if (Status st = ScanSheet(zip, ws.name(), part, sc); !st) return st;
     }
     // Comments and their visibility
     if (!ws.src_->comments.empty() && zip.find(ws.src_->comments) >= 0) {

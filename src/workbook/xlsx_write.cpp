@@ -269,6 +269,49 @@ std::string ExtendStyles(const std::string& orig, const WorkbookImpl& im) {
 
 // ------------------------------------------------------------ sheet XML
 
+const Value kNoValue;
+
+// One row of a sheet as the save sees it: its ordinary cells and, in the
+// area the sheet refers to a table, that table's cells. Columns 0-based.
+struct RowCells {
+    const Row* row = nullptr;
+    const Value* ref = nullptr;
+    const uint16_t* refStyle = nullptr;
+    size_t refCol0 = 0, refCols = 0;
+    size_t width = 0;
+    const Value& v(size_t c) const {
+        if (c - refCol0 < refCols) return ref[c - refCol0];
+        return row && c < row->v.size() ? row->v[c] : kNoValue;
+    }
+    uint16_t s(size_t c) const {
+        if (c - refCol0 < refCols) return refStyle[c - refCol0];
+        return row && c < row->s.size() ? row->s[c] : 0;
+    }
+};
+
+size_t RowCount(const Worksheet::Data& d) {
+    return d.ref ? std::max(d.rows.size(), static_cast<size_t>(d.ref->lastRow())) : d.rows.size();
+}
+
+// Row i (0-based) of the sheet.
+RowCells CellsOf(const Worksheet::Data& d, size_t i) {
+    RowCells rc;
+    if (i < d.rows.size()) {
+        rc.row = &d.rows[i];
+        rc.width = rc.row->v.size();
+    }
+    const int r = static_cast<int>(i) + 1;
+    if (d.ref && r >= d.ref->row && r <= d.ref->lastRow()) {
+        const TableRef& t = *d.ref;
+        rc.ref = t.cells + static_cast<size_t>(r - t.row) * t.stride;
+        rc.refStyle = t.style.data();
+        rc.refCol0 = static_cast<size_t>(t.col) - 1;
+        rc.refCols = static_cast<size_t>(t.cols);
+        rc.width = std::max(rc.width, static_cast<size_t>(t.lastCol()));
+    }
+    return rc;
+}
+
 class SheetWriter {
 public:
     SheetWriter(Worksheet::Data& d, const StyleTable& styles, const std::vector<uint16_t>& dateStyle,
@@ -283,8 +326,9 @@ public:
             return true;
         }
         if (stage_ == 1) {
-            while (row_ < d_.rows.size() && out.size() < (256u << 10)) rowXml(out, row_++);
-            if (row_ >= d_.rows.size()) {
+            const size_t n = RowCount(d_);
+            while (row_ < n && out.size() < (256u << 10)) rowXml(out, row_++);
+            if (row_ >= n) {
                 out += "</sheetData>";
                 tail(out);
                 stage_ = 2;
@@ -315,16 +359,18 @@ private:
         out += "workbookViewId=\"0\"/></sheetViews><sheetFormatPr defaultRowHeight=\"15\"/><sheetData>";
         size_t w = 0;
         for (auto& r : d_.rows) w = std::max(w, r.v.size());
+        if (d_.ref) w = std::max(w, static_cast<size_t>(d_.ref->lastCol()));
         letters_.resize(w);
         for (size_t c = 0; c < w; ++c) letters_[c] = ColumnLetters(static_cast<int>(c) + 1);
     }
 
     Area used() const {
         int r1 = 0, r2 = 0, c1 = kMaxCols + 1, c2 = 0;
-        for (size_t i = 0; i < d_.rows.size(); ++i) {
-            const Row& r = d_.rows[i];
-            for (size_t c = 0; c < r.v.size(); ++c) {
-                if (r.v[c].isEmpty() && (r.s.empty() || r.s[c] == 0)) continue;
+        const size_t n = RowCount(d_);
+        for (size_t i = 0; i < n; ++i) {
+            const RowCells r = CellsOf(d_, i);
+            for (size_t c = 0; c < r.width; ++c) {
+                if (r.v(c).isEmpty() && r.s(c) == 0) continue;
                 if (!r1) r1 = static_cast<int>(i) + 1;
                 r2 = static_cast<int>(i) + 1;
                 c1 = std::min(c1, static_cast<int>(c) + 1);
@@ -335,14 +381,14 @@ private:
     }
 
     void rowXml(std::string& out, size_t i) {
-        const Row& r = d_.rows[i];
-        size_t first = r.v.size(), last = 0;
-        for (size_t c = 0; c < r.v.size(); ++c) {
-            if (r.v[c].isEmpty() && (r.s.empty() || r.s[c] == 0)) continue;
-            if (first == r.v.size()) first = c;
+        const RowCells r = CellsOf(d_, i);
+        size_t first = r.width, last = 0;
+        for (size_t c = 0; c < r.width; ++c) {
+            if (r.v(c).isEmpty() && r.s(c) == 0) continue;
+            if (first == r.width) first = c;
             last = c;
         }
-        if (first == r.v.size()) return;
+        if (first == r.width) return;
         char rowNum[16];
         auto rn = std::to_chars(rowNum, rowNum + sizeof rowNum, i + 1);
         std::string_view rowText(rowNum, static_cast<size_t>(rn.ptr - rowNum));
@@ -354,8 +400,8 @@ private:
         AppendInt(out, static_cast<long long>(last + 1));
         out += "\">";
         for (size_t c = first; c <= last; ++c) {
-            const Value& v = r.v[c];
-            uint16_t s = r.s.empty() ? 0 : r.s[c];
+            const Value& v = r.v(c);
+            uint16_t s = r.s(c);
             VType t = v.type();
             if ((t == VType::Empty || t == VType::Null || t == VType::Array) && s == 0) continue;
             if (t == VType::Date && !styles_.isDate(s)) s = dateStyle_[s];
@@ -662,13 +708,15 @@ Status WorkbookImpl::write(Workbook& wb, const std::string& path) {
     std::vector<uint16_t> dateStyle;
     for (auto& p : plan) {
         if (p.copy) continue;
-        for (auto& row : p.ws->d_->rows) {
-            for (size_t c = 0; c < row.v.size(); ++c) {
-                const Value& v = row.v[c];
+        const Worksheet::Data& d = *p.ws->d_;
+        for (size_t i = 0, n = RowCount(d); i < n; ++i) {
+            const RowCells row = CellsOf(d, i);
+            for (size_t c = 0; c < row.width; ++c) {
+                const Value& v = row.v(c);
                 if (v.isString()) {
                     sst.add(v);
                 } else if (v.isDate()) {
-                    uint16_t s = row.s.empty() ? 0 : row.s[c];
+                    uint16_t s = row.s(c);
                     if (im.styles.isDate(s)) continue;
                     if (dateStyle.size() < im.styles.size()) dateStyle.resize(im.styles.size(), 0);
                     if (dateStyle[s] == 0) {
@@ -887,6 +935,8 @@ Status WorkbookImpl::write(Workbook& wb, const std::string& path) {
         ws.src_->sheetId = p.sheetId;
         ws.src_->loadError.clear();
         ws.dirty_ = false;
+        // The sheet lets go of a referred table: the file holds its cells now.
+        if (ws.d_->ref) ws.unload();
         for (const std::string* q : {&p.part, &p.rels, &p.comments, &p.vml})
             if (!q->empty()) im.sheetParts.push_back(Lower(*q));
     }

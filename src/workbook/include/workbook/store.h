@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -121,6 +122,20 @@ public:
     bool unload();
     bool dirty() const { return dirty_; }
 
+    // --- rows read without keeping them
+    // f(row, cells, count): a sheet row with a value, cells[0] being column 1
+    // and count reaching its last value. It returns false to stop the walk.
+    using RowVisitor = std::function<bool(int row, const Value* cells, int count)>;
+    // Hands every row that has a value to f, in the part's row order. A sheet
+    // that is not loaded is parsed as it streams and keeps nothing, so a large
+    // sheet never stands whole in memory; a loaded one walks its rows. Fails
+    // as load() would on a damaged part.
+    Status forEachRow(const RowVisitor& f);
+    // The used area as the sheet's part declares it (its <dimension>), read
+    // without parsing the cells; nullopt for a loaded, changed or new sheet,
+    // and for a part that declares none, or only "A1".
+    std::optional<Area> declaredArea();
+
     // --- cells
     // The value of a cell; an empty value outside the used cells.
     const Value& cell(int row, int col);
@@ -128,6 +143,16 @@ public:
     // Writes a table with its first row and column at (row, col): one range
     // transfer. Empty values clear their cells. 1-D arrays are written as a row.
     void setRange(int row, int col, const Datam& table);
+    // setRange of rows firstRow..lastRow of a 2-D table, without copying them:
+    // the sheet refers to the table's cells, so that a table of a million rows
+    // is not held twice while it is saved. The table must stay alive and
+    // unchanged until the sheet lets go of it: the next successful save (the
+    // sheet is then read back from the file when needed), clear(), or an
+    // access to the cells of the area, which copies them in. Formats over
+    // whole columns of the area keep the reference.
+    void referRows(int row, int col, const Datam& table, int firstRow, int lastRow);
+    // Copies the cells of a referred table in, so that the table may go.
+    void holdCells();
     // The values of an area as a table with rows and columns from 1.
     Datam range(const Area& area);
     // The cells, comments and formats in use (Excel's UsedRange): from the
