@@ -10,6 +10,7 @@
 
 #include "base/identity.h"
 #include "base/proc.h"
+#include "base/process.h"
 #include "base/report.h"
 #include "json.h"
 #include "verbs.h"
@@ -139,6 +140,7 @@ Args Positional(const Args& args, const std::vector<std::string>& valueOptions) 
 int main(int argc, char** argv) {
     using namespace zorv;
     using namespace zorv::cli;
+    PreferHugePageHeap(argv);
     StreamReporter reporter(stderr, false);
     SetReporter(&reporter);
     std::error_code ec;

@@ -5,6 +5,7 @@
 #include <QSessionManager>
 
 #include "base/identity.h"
+#include "base/process.h"
 #include "base/report.h"
 #include "app/startup.h"
 #include "ui/app_startup.h"
@@ -12,6 +13,7 @@
 #include "ui/gui_reporter.h"
 
 int main(int argc, char** argv) {
+    zorv::PreferHugePageHeap(argv);
     QApplication app(argc, argv);
     QApplication::setApplicationName(QString::fromUtf8(zorv::kProductName));
     QApplication::setOrganizationName(QString::fromUtf8(zorv::kCompanyName));
