@@ -37,20 +37,19 @@ Value::Value(Datam&& array) : t_(VType::Array) {
     u_.a = new detail::ArrRep{{1}, std::move(array)};
 }
 
-void Value::retain() const noexcept {
+void Value::retainShared() const noexcept {
     if (t_ == VType::String)
         u_.s->rc.fetch_add(1, std::memory_order_relaxed);
     else if (t_ == VType::Array)
         u_.a->rc.fetch_add(1, std::memory_order_relaxed);
 }
 
-void Value::release() noexcept {
+void Value::releaseShared() noexcept {
     if (t_ == VType::String) {
         if (u_.s->rc.fetch_sub(1, std::memory_order_acq_rel) == 1) ::operator delete(u_.s);
-    } else if (t_ == VType::Array) {
+    } else {
         if (u_.a->rc.fetch_sub(1, std::memory_order_acq_rel) == 1) delete u_.a;
     }
-    t_ = VType::Empty;
 }
 
 bool ParseNumber(std::string_view t, double& out) {

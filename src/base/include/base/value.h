@@ -108,8 +108,17 @@ public:
     bool identical(const Value& o) const;
 
 private:
-    void retain() const noexcept;
-    void release() noexcept;
+    // Only text and arrays are counted; the test stays inline so that copying
+    // numbers, the bulk of every table, costs no call.
+    void retain() const noexcept {
+        if (t_ == VType::String || t_ == VType::Array) retainShared();
+    }
+    void release() noexcept {
+        if (t_ == VType::String || t_ == VType::Array) releaseShared();
+        t_ = VType::Empty;
+    }
+    void retainShared() const noexcept;
+    void releaseShared() noexcept;
 
     union U {
         double d;
