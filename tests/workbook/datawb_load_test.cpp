@@ -22,6 +22,7 @@
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
+#include "workbook_test_util.h"
 
 namespace fs = std::filesystem;
 using namespace zorv;
@@ -84,17 +85,7 @@ protected:
         Workbooks::CloseAll();
         return saved.ok() ? *saved : std::string();
     }
-    std::string sample(const std::string& name) {
-        SampleSpec shape;
-        shape.wafers = 1;
-        shape.dataTable = name;
-        shape.workbookPath = (dir / (name + ".xlsx")).string();
-        SampleTables t = MakeSampleTables(shape);
-        Result<std::string> saved = SaveData(t.data, t.excluded, t.sites, t.information);
-        EXPECT_TRUE(saved.ok()) << saved.failure().message();
-        Workbooks::CloseAll();
-        return saved.ok() ? *saved : std::string();
-    }
+    std::string sample(const std::string& name) { return zorv::testing::MakeSampleWorkbook(dir, name); }
 
     fs::path dir;
     zorv::testing::CaptureReporter rep;

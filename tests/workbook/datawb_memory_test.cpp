@@ -16,31 +16,17 @@
 #include "workbook/data_workbook_sample.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
+#include "workbook_test_util.h"
 
 namespace fs = std::filesystem;
 using namespace zorv;
 using zorv::testing::CaptureReporter;
+using zorv::testing::FreshDir;
+using zorv::testing::MakeZip;
 
 namespace {
 
-fs::path FreshDir(const std::string& name) {
-    fs::path d = fs::path(ZORV_TEST_TMP) / ("datawb_memory_" + name);
-    fs::remove_all(d);
-    fs::create_directories(d);
-    return d;
-}
 
-void MakeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& parts) {
-    fs::remove(path);
-    int err = 0;
-    zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
-    ASSERT_NE(z, nullptr);
-    for (auto& [name, data] : parts) {
-        zip_source_t* s = zip_source_buffer(z, data.data(), data.size(), 0);
-        zip_file_add(z, name.c_str(), s, 0);
-    }
-    ASSERT_EQ(zip_close(z), 0);
-}
 
 struct PartStat {
     uint64_t compSize = 0;
@@ -177,7 +163,7 @@ const char* kMixedRows =
 }  // namespace
 
 TEST(SheetRowStream, GivesTheRowsOfTheSheetWithoutLoadingIt) {
-    fs::path dir = FreshDir("mixed");
+    fs::path dir = FreshDir(std::string("datawb_memory_") + "mixed");
     std::string path = (dir / "mixed.xlsx").string();
     MakeSheetZip(path, kMixedRows, "A1:F9");
 
@@ -225,7 +211,7 @@ TEST(SheetRowStream, GivesTheRowsOfTheSheetWithoutLoadingIt) {
 }
 
 TEST(SheetRowStream, StopsWhenAskedAndWalksAChangedSheet) {
-    fs::path dir = FreshDir("stop");
+    fs::path dir = FreshDir(std::string("datawb_memory_") + "stop");
     std::string path = (dir / "stop.xlsx").string();
     MakeSheetZip(path, kMixedRows, "A1:F9");
     auto r = Workbook::open(path, Workbook::Load::Lazy);
@@ -254,7 +240,7 @@ TEST(SheetRowStream, StopsWhenAskedAndWalksAChangedSheet) {
 
 TEST(SheetRowStream, ALargeSheetStreamsAsItLoads) {
     // Large enough for the inflate to run on its own thread.
-    fs::path dir = FreshDir("large");
+    fs::path dir = FreshDir(std::string("datawb_memory_") + "large");
     std::string path = (dir / "large.xlsx").string();
     std::string xml;
     const int n = 150000;
@@ -290,7 +276,7 @@ TEST(SheetRowStream, ALargeSheetStreamsAsItLoads) {
 }
 
 TEST(SheetRowStream, ADamagedPartFailsAsItsLoadDoes) {
-    fs::path dir = FreshDir("damaged");
+    fs::path dir = FreshDir(std::string("datawb_memory_") + "damaged");
     std::string path = (dir / "damaged.xlsx").string();
     MakeSheetZip(path, "<row r=\"1\"><c r=\"A1\"><v>1</v></c></row><row r=\"2\"><c r=\"A2\" t=\"s\"><v>9</v></c></row>", "A1:A2");
     auto lazy = Workbook::open(path, Workbook::Load::Lazy);
@@ -306,7 +292,7 @@ TEST(SheetRowStream, ADamagedPartFailsAsItsLoadDoes) {
 }
 
 TEST(SheetRowStream, DeclaredAreaOnlyWhenPlausible) {
-    fs::path dir = FreshDir("declared");
+    fs::path dir = FreshDir(std::string("datawb_memory_") + "declared");
     std::string path = (dir / "d.xlsx").string();
     for (const char* dim : {"", "A1", "B1:A2", "nonsense"}) {
         MakeSheetZip(path, kMixedRows, dim);
@@ -340,7 +326,7 @@ static cPoint* FirstPoint(const cLot& lot) {
 class DataWorkbookMemory : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir = FreshDir(::testing::UnitTest::GetInstance()->current_test_info()->name());
+        dir = FreshDir(std::string("datawb_memory_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
         rep.answer = vbNo;
         SetReporter(&rep);
         Workbooks::CloseAll();

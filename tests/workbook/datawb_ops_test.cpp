@@ -17,23 +17,13 @@
 #include "lot/lot.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
+#include "workbook_test_util.h"
 
 namespace fs = std::filesystem;
 using namespace zorv;
+using zorv::testing::MakeSampleWorkbook;
 
 namespace {
-std::string MakeWorkbook(const fs::path& dir, const std::string& name, int dataType) {
-    SampleSpec shape;
-    shape.wafers = 1;
-    shape.dataType = dataType;
-    shape.dataTable = name;
-    shape.workbookPath = (dir / (name + ".xlsx")).string();
-    SampleTables t = MakeSampleTables(shape);
-    Result<std::string> saved = SaveData(t.data, t.excluded, t.sites, t.information);
-    EXPECT_TRUE(saved.ok()) << saved.failure().message();
-    Workbooks::CloseAll();
-    return saved.ok() ? *saved : std::string();
-}
 
 std::string RunCommand(const std::string& cmd, int& rc) {
     // ctest runs each test in its own process, side by side: one capture file per process.
@@ -62,8 +52,8 @@ protected:
 };
 
 TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
-    std::string cd = MakeWorkbook(dir, "OpsCD", 2);
-    std::string ov = MakeWorkbook(dir, "OpsOverlay", 1);
+    std::string cd = MakeSampleWorkbook(dir, "OpsCD", 2);
+    std::string ov = MakeSampleWorkbook(dir, "OpsOverlay", 1);
     auto a = Workbook::open(cd);
     auto b = Workbook::open(ov);
     ASSERT_TRUE(a.ok() && b.ok());
@@ -104,7 +94,7 @@ TEST_F(DataWorkbookOps, DataTypeAndInformationSheet) {
 }
 
 TEST_F(DataWorkbookOps, UpdateXLInformationWritesTheGeometryBack) {
-    std::string path = MakeWorkbook(dir, "OpsGeom", 1);
+    std::string path = MakeSampleWorkbook(dir, "OpsGeom", 1);
     std::shared_ptr<cLot> lot;
     WBLotTables t;
     Status loaded = GetExcelWBLot(path, {}, lot, &t);
@@ -231,7 +221,7 @@ TEST_F(DataWorkbookOps, OpeningLogsItsStepsAndReusesAnOpenWorkbook) {
 }
 
 TEST_F(DataWorkbookOps, UnitsGoBackToTheSitesSheet) {
-    std::string path = MakeWorkbook(dir, "OpsUnits", 1);
+    std::string path = MakeSampleWorkbook(dir, "OpsUnits", 1);
     std::shared_ptr<cLot> lot;
     ASSERT_TRUE(GetExcelWBLot(path, {}, lot).ok());
     EXPECT_EQ(lot->ValueV_Units, 2);  // "nm"
@@ -263,7 +253,7 @@ TEST_F(DataWorkbookOps, DataSheetFoundByNameCommentOrAnswer) {
     EXPECT_EQ(StatusText(), " Aborting data load...");
 
     // A reference that is no longer open is opened again from its folder.
-    std::string path = MakeWorkbook(dir, "Checked", 1);
+    std::string path = MakeSampleWorkbook(dir, "Checked", 1);
     WorkbookPtr gone;
     Status reopened = CheckExcel(gone, dir.string(), "Checked");
     ASSERT_TRUE(reopened.ok()) << reopened.failure().message();

@@ -12,9 +12,11 @@
 #include <set>
 
 #include "workbook/store.h"
+#include "workbook_test_util.h"
 
 namespace fs = std::filesystem;
 using namespace zorv;
+using zorv::testing::MakeZip;
 
 namespace {
 
@@ -42,18 +44,6 @@ uint64_t Bits(double d) {
     return u;
 }
 
-// A zip made of the given parts (stored as given, deflated).
-void MakeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& parts) {
-    fs::remove(path);
-    int err = 0;
-    zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
-    ASSERT_NE(z, nullptr);
-    for (auto& [name, data] : parts) {
-        zip_source_t* s = zip_source_buffer(z, data.data(), data.size(), 0);
-        zip_file_add(z, name.c_str(), s, 0);
-    }
-    ASSERT_EQ(zip_close(z), 0);
-}
 
 const char* kCT =
     "<?xml version=\"1.0\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
