@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/proc.h"
+#include "json.h"
 #include "verbs.h"
 #include "workbook/data_workbook.h"
 #include "workbook/data_workbook_sample.h"
@@ -41,13 +42,14 @@ constexpr long kMaxSheetRows = 1048575;
 const char kSampleWorkbookHelp[] =
     "Usage: zorv-cli sample-workbook OUT.xlsx [--wafers N] [--fields N] [--sites N]\n"
     "         [--values N] [--type N] [--blank-every N] [--excluded N]\n"
-    "         [--families A,B] [--wafer-size MM] [--name SHEET]\n\n"
+    "         [--families A,B] [--wafer-size MM] [--name SHEET] [--json]\n\n"
     "Writes a data workbook through SaveData: N wafers of an N x N field grid centred\n"
     "on index 0, N x N sites per field, values that follow from wafer, field and site.\n"
     "--type is the data type number (1 overlay, 2 CD SEM, 4 focus ...).\n\n"
-    "Prints the path written. A workbook that cannot be written gives the message on\n"
-    "stderr and exit code 1; options out of range give a message on stderr and exit\n"
-    "code 2.\n";
+    "Prints the path written (with --json: {\"workbook\": PATH, \"rows\": N}). A workbook\n"
+    "that cannot be written gives the message on stderr and exit code 1 (with --json\n"
+    "an error object on stdout, as info's); options out of range give a message on\n"
+    "stderr and exit code 2.\n";
 
 int RunSampleWorkbook(const Args& args) {
     const std::vector<std::string> valueOptions = {"--wafers", "--fields", "--sites", "--values", "--type",
@@ -89,8 +91,15 @@ int RunSampleWorkbook(const Args& args) {
     shape.workbookPath = out;
     SampleTables t = MakeSampleTables(shape);
     Result<std::string> saved = SaveData(t.data, t.excluded, t.sites, t.information, "Sample workbook");
-    if (!saved) return ShowFailure(saved.failure(), false);
-    std::printf("%s\n", saved->c_str());
+    const bool json = HasFlag(args, "--json");
+    if (!saved) return ShowFailure(saved.failure(), json);
+    if (json) {
+        Json j;
+        j.beginObject().field("workbook", *saved).field("rows", rows).endObject();
+        std::printf("%s\n", j.str().c_str());
+    } else {
+        std::printf("%s\n", saved->c_str());
+    }
     return kExitOk;
 }
 

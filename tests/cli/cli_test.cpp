@@ -246,6 +246,19 @@ TEST_F(Cli, SampleWorkbookRoundTrip) {
     // 3 wafers x (2 x 2 fields) x (3 x 3 sites), one point per site.
     EXPECT_NE(i.out.find("\"wafers\":3,\"fields\":12,\"sites\":108,\"points\":108"), std::string::npos)
         << i.out;
+
+    // With --json the path and the row count; a folder that cannot be made is
+    // an error object naming the file, and exit 1.
+    const fs::path out2 = dir / "Synth2.xlsx";
+    CliRun j = run("sample-workbook " + out2.string() + " --wafers 2 --fields 3 --sites 2 --json");
+    ASSERT_EQ(j.rc, 0) << j.err;
+    EXPECT_EQ(j.out, "{\"workbook\":\"" + out2.string() + "\",\"rows\":72}\n");  // 2 x 9 x 4
+    const fs::path bad = dir / "no" / "such" / "folder" / "x.xlsx";
+    CliRun f = run("sample-workbook " + bad.string() + " --json");
+    EXPECT_EQ(f.rc, 1);
+    EXPECT_EQ(f.out.rfind("{\"error\":{\"tag\":", 0), 0u) << f.out;
+    EXPECT_NE(f.out.find("\"file\":\"" + bad.string() + "\""), std::string::npos) << f.out;
+    EXPECT_FALSE(fs::exists(bad));
 }
 
 namespace {
