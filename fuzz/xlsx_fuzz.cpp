@@ -116,6 +116,13 @@ void Exercise(Workbook& wb) {
     bool allRead = true;
     for (int i = 1; i <= wb.sheetCount(); ++i) {
         Worksheet* ws = wb.sheet(i);
+        // The streamed read first, while the sheet is not loaded, then the load.
+        (void)ws->declaredArea();
+        long streamed = 0;
+        (void)ws->forEachRow([&](int, const Value* cells, int count) {
+            for (int c = 0; c < count && c < 50; ++c) (void)cells[c].toString();
+            return ++streamed < 100000;
+        });
         allRead &= static_cast<bool>(ws->load());
         Area a = ws->usedArea();
         if (!a.empty() && static_cast<double>(a.rows()) * a.cols() < 2e6) {
