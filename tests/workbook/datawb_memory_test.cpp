@@ -23,6 +23,8 @@ using namespace zorv;
 using zorv::testing::CaptureReporter;
 using zorv::testing::FreshDir;
 using zorv::testing::MakeZip;
+using zorv::testing::kCT;
+using zorv::testing::kRootRels;
 
 namespace {
 
@@ -114,14 +116,6 @@ Datam TableOfRows(Worksheet& ws, const Area& a, Status* st = nullptr) {
     return t;
 }
 
-const char* kCT =
-    "<?xml version=\"1.0\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
-    "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
-    "<Default Extension=\"xml\" ContentType=\"application/xml\"/></Types>";
-const char* kRootRels =
-    "<?xml version=\"1.0\"?><Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\" "
-    "Target=\"xl/workbook.xml\"/></Relationships>";
 const char* kWbRels =
     "<?xml version=\"1.0\"?><Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
     "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet\" "

@@ -17,6 +17,8 @@
 namespace fs = std::filesystem;
 using namespace zorv;
 using zorv::testing::MakeZip;
+using zorv::testing::kCT;
+using zorv::testing::kRootRels;
 
 namespace {
 
@@ -45,14 +47,6 @@ uint64_t Bits(double d) {
 }
 
 
-const char* kCT =
-    "<?xml version=\"1.0\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
-    "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
-    "<Default Extension=\"xml\" ContentType=\"application/xml\"/></Types>";
-const char* kRootRels =
-    "<?xml version=\"1.0\"?><Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\" "
-    "Target=\"xl/workbook.xml\"/></Relationships>";
 const char* kWbRels =
     "<?xml version=\"1.0\"?><Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
     "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet\" "

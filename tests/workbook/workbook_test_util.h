@@ -27,6 +27,17 @@ inline std::filesystem::path FreshDir(const std::string& name) {
     return d;
 }
 
+// The content types and root relationships of a hand-made package whose
+// parts are all XML.
+inline const char* kCT =
+    "<?xml version=\"1.0\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
+    "<Default Extension=\"rels\" ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
+    "<Default Extension=\"xml\" ContentType=\"application/xml\"/></Types>";
+inline const char* kRootRels =
+    "<?xml version=\"1.0\"?><Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+    "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\" "
+    "Target=\"xl/workbook.xml\"/></Relationships>";
+
 // A zip made of the given parts (stored as given, deflated).
 inline void MakeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& parts) {
     std::filesystem::remove(path);
