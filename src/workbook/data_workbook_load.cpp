@@ -166,6 +166,46 @@ void ApplyLayoutValues(cLot& lot, const Datam& values) {
     }
 }
 
+// Import(FPdata2Lot): the field table of the Layout sheet ("Wafer", "Field",
+// "Diex", "Diey", "Focus", "Dose", "NA", "PCinner", "PCouter",
+// "ScanDirection") gives each field of the lot its exposure. Rows find their
+// field by wafer and column and row; a numeric wafer name is matched with the
+// "W" the loader puts before it.
+void FPdata2Lot(cLot& lot, const Datam& fp) {
+    if (!fp.isArray() || fp.rowUb() < 1 || fp.colUb() < 6) return;
+    const int c0 = fp.colLb();
+    cWafer* w = nullptr;
+    std::string lastKey;
+    for (int r = fp.rowLb() + 1; r <= fp.rowUb(); ++r) {
+        std::string key = CellText(fp(r, c0));
+        if (key.empty() || !IsNumericValue(fp(r, c0 + 2)) || !IsNumericValue(fp(r, c0 + 3))) continue;
+        if (!w || key != lastKey) {
+            w = nullptr;
+            lastKey = key;
+            for (cWafer* x : lot.Wafers())
+                if (IEquals(x->KeyName, key) || IEquals(x->WaferID, key) ||
+                    (IsNumericValue(fp(r, c0)) && IEquals(x->KeyName, "W" + key)))
+                    w = x;
+            if (!w) continue;
+        }
+        const float dx = static_cast<float>(fp(r, c0 + 2).toDouble());
+        const float dy = static_cast<float>(fp(r, c0 + 3).toDouble());
+        for (cField* f : w->Fields()) {
+            if (f->DieX != dx || f->DieY != dy) continue;
+            auto num = [&](int c, float& out) {
+                if (c <= fp.colUb() && IsNumericValue(fp(r, c))) out = static_cast<float>(fp(r, c).toDouble());
+            };
+            num(c0 + 4, f->Focus);
+            num(c0 + 5, f->Dose);
+            num(c0 + 6, f->NA);
+            num(c0 + 7, f->PCinner);
+            num(c0 + 8, f->PCouter);
+            if (c0 + 9 <= fp.colUb() && fp(r, c0 + 9).textLength() > 0) f->SetDirection(CellText(fp(r, c0 + 9)));
+            break;
+        }
+    }
+}
+
 // ---------------------------------------------------------------- the steps
 
 // The workbook of one load. A load that fails closes the workbook again when
@@ -871,7 +911,10 @@ void ApplyExposure(Proc& p, cLot& L, const Exposure& e, int k, WBLotTables& T, W
 
     p.chk = 24;
     SetStatusText("Update exposure layout for " + L.LotName);
-    if (GetLayoutData(wb, T.layoutSetup, T.layoutValues)) ApplyLayoutValues(L, T.layoutValues);
+    if (GetLayoutData(wb, T.layoutSetup, T.layoutValues)) {
+        FPdata2Lot(L, T.layoutSetup);
+        ApplyLayoutValues(L, T.layoutValues);
+    }
 }
 
 // Checkpoints 25 to 28: the wafer size, given or estimated from the field grid.

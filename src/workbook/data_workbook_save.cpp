@@ -146,7 +146,7 @@ Datam SummaryOf(const Datam& data, int firstCol) {
 }  // namespace
 
 Result<std::string> SaveData(const Datam& data, const Datam& excluded, const Datam& sites,
-                             const Datam& information, const std::string& comments) {
+                             const Datam& information, const std::string& comments, const Datam* layout) {
     Proc p("Import(SaveData):  ");
     BusyPointer busy;
     p.chk = 1;
@@ -347,6 +347,18 @@ Result<std::string> SaveData(const Datam& data, const Datam& excluded, const Dat
         if (Worksheet* t = wb->sheet(rr->sheet)) t->setNumberFormat(rr->area, fmt);
     }
     ws->setBold(Area{1, 1, 1, d.colCount()});
+    if (layout && layout->isArray() && layout->dims() == 2) {
+        Worksheet* ls = wb->sheet("Layout");
+        if (!ls) {
+            // Before "Excluded", which stays the last sheet.
+            Worksheet* ex = wb->sheet("Excluded");
+            ls = wb->addSheet("Layout", ex ? ex->index() - 1 : -1);
+        }
+        if (!ls) return fail("Cannot add the 'Layout' worksheet.");
+        ls->clear();
+        ls->setRange(1, 1, *layout);
+        ls->setBold(Area{1, 1, 1, layout->colCount()});
+    }
     SetStatusText(VersionLine() + ": Data loaded");
 
     // 13. Properties, stray sheets, save.

@@ -73,9 +73,12 @@ int FindFirstRow(const Datam& table, int& row, int& column, std::string_view tex
 
 // Import(SaveData): writes the data workbook of an import. The workbook path
 // comes from "WorkBookPath" of `information` (or the data folder and the data
-// table name). Returns the path of the file written.
+// table name). Returns the path of the file written. A reader that knows
+// the exposure of each field passes the "Layout" sheet too (its cells from
+// A1), so that one save writes everything.
 [[nodiscard]] Result<std::string> SaveData(const Datam& data, const Datam& excluded, const Datam& sites,
-                                           const Datam& information, const std::string& comments = {});
+                                           const Datam& information, const std::string& comments = {},
+                                           const Datam* layout = nullptr);
 
 // Import(GetDataSheet): the data sheet of a workbook by name (or base name),
 // by the "DataSheet" comment, or (with a Yes) the first sheet. nullptr when
