@@ -31,6 +31,10 @@ constexpr Verb kVerbs[] = {
     {"info", "load a data workbook into a lot and print its summary", kInfoHelp, RunInfo},
     {"sample-workbook", "write a synthetic data workbook with known values", kSampleWorkbookHelp,
      RunSampleWorkbook},
+    {"formats", "list the import formats and which readers are built", kFormatsHelp, RunFormats},
+    {"import", "read a raw tool file into a data workbook and print its lot", kImportHelp, RunImport},
+    {"simulate", "write a synthetic tool file with a known truth (fem, overlay, psfm, reticle)", kSimulateHelp,
+     RunSimulate},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -12,11 +12,7 @@
 
 namespace zorv::cli {
 
-namespace {
-
-void PrintJson(const std::string& workbook, const LotSummary& s) {
-    Json j;
-    j.beginObject();
+void WriteLotSummaryJson(Json& j, const std::string& workbook, const LotSummary& s) {
     j.field("workbook", workbook).field("sheet", s.sheet).field("lot", s.lot);
     j.field("dataType", s.dataType).field("dataSource", static_cast<long long>(s.dataSource));
     j.field("lineWidthType", s.scalar);
@@ -50,11 +46,9 @@ void PrintJson(const std::string& workbook, const LotSummary& s) {
     j.key("information").beginObject();
     for (const auto& [key, value] : s.information) j.field(key, value);
     j.endObject();
-    j.endObject();
-    std::printf("%s\n", j.str().c_str());
 }
 
-void PrintText(const std::string& workbook, const LotSummary& s) {
+void PrintLotSummaryText(const std::string& workbook, const LotSummary& s) {
     std::printf("Workbook:      %s\n", workbook.c_str());
     std::printf("Data sheet:    %s\n", s.sheet.c_str());
     std::printf("Lot:           %s\n", s.lot.c_str());
@@ -78,8 +72,6 @@ void PrintText(const std::string& workbook, const LotSummary& s) {
     std::printf("Information:\n");
     for (const auto& [key, value] : s.information) std::printf("  %-18s %s\n", key.c_str(), value.c_str());
 }
-
-}  // namespace
 
 const char kInfoHelp[] =
     "Usage: zorv-cli info WORKBOOK [--sheet NAME] [--json]\n\n"
@@ -114,8 +106,15 @@ int RunInfo(const Args& args) {
     if (Status st = GetExcelWBLot(pos[0], options, lot, &tables); !st) return ShowFailure(st.failure(), json);
     assert(lot);  // a load that succeeds hands back its lot
     const LotSummary summary = SummarizeLot(*lot, tables);
-    if (json) PrintJson(pos[0], summary);
-    else PrintText(pos[0], summary);
+    if (json) {
+        Json j;
+        j.beginObject();
+        WriteLotSummaryJson(j, pos[0], summary);
+        j.endObject();
+        std::printf("%s\n", j.str().c_str());
+    } else {
+        PrintLotSummaryText(pos[0], summary);
+    }
     return kExitOk;
 }
 

@@ -8,6 +8,7 @@
 
 namespace zorv {
 struct Failure;
+struct LotSummary;
 }
 
 namespace zorv::cli {
@@ -23,14 +24,26 @@ inline constexpr int kExitUsage = 2;   // bad arguments, unknown verb, no verb
 int RunVersion(const Args& args);
 int RunInfo(const Args& args);
 int RunSampleWorkbook(const Args& args);
+int RunFormats(const Args& args);
+int RunImport(const Args& args);
+int RunSimulate(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
+extern const char kFormatsHelp[];
+extern const char kImportHelp[];
+extern const char kSimulateHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box
 // reads), or with json as {"error": {...}} on stdout.
 int ShowFailure(const Failure& failure, bool json);
+
+// The lot summary of `info`, for every verb that ends with a loaded lot:
+// its fields into an open JSON object, or the text block.
+class Json;
+void WriteLotSummaryJson(Json& j, const std::string& workbook, const LotSummary& s);
+void PrintLotSummaryText(const std::string& workbook, const LotSummary& s);
 
 // Small argument helpers shared by the verbs.
 bool HasFlag(const Args& args, const std::string& flag);
