@@ -90,26 +90,14 @@ int RunImport(const Args& args) {
         return kExitUsage;
     }
     const bool json = HasFlag(args, "--json");
-    ImportRequest req;
-    req.path = pos[0];
-    req.description = OptionValue(args, "--format");
+    std::string detected;
+    Result<ImportRequest> file = GetDataFile(pos[0], OptionValue(args, "--format"), &detected);
+    if (!file) return ShowFailure(file.failure(), json);
+    ImportRequest req = *file;
     req.dataFolder = OptionValue(args, "--out");
     req.workbookPath = OptionValue(args, "--workbook");
     req.sheets = SplitList(OptionValue(args, "--sheets"));
-    std::string detected;
-    if (req.description.empty()) {
-        Detection d = DetectFormat(req.path);
-        if (!d.ok()) {
-            Failure f;
-            f.tag = "Import(DetectFormat): ";
-            f.text = d.why;
-            f.file = req.path;
-            return ShowFailure(f, json);
-        }
-        req.description = d.description;
-        detected = d.why;
-        if (!json) std::fprintf(stderr, "Format: %s\n", d.why.c_str());
-    }
+    if (!detected.empty() && !json) std::fprintf(stderr, "Format: %s\n", detected.c_str());
     Result<std::string> written = ImportCall(req);
     if (!written) return ShowFailure(written.failure(), json);
 

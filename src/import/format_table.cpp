@@ -142,6 +142,31 @@ Result<std::string> ImportRawData(const ImportRequest& request) {
     return r;
 }
 
+Result<ImportRequest> GetDataFile(const std::string& path, const std::string& description, std::string* why) {
+    Proc p("Import(GetDataFile): ");
+    p.chk = 1;
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(path, ec)) {
+        Failure f = p.fail("Cannot find file: " + path);
+        f.file = path;
+        return f;
+    }
+    ImportRequest req;
+    req.path = path;
+    req.description = description;
+    if (!description.empty()) return req;
+    p.chk = 2;
+    Detection d = DetectFormat(path);
+    if (!d.ok()) {
+        Failure f = p.fail(d.why + "\r\nPlease check the import type or data file.");
+        f.file = path;
+        return f;
+    }
+    req.description = d.description;
+    if (why) *why = d.why;
+    return req;
+}
+
 Result<std::string> ImportCall(const ImportRequest& request) {
     struct Hold {
         bool was = Exiting();

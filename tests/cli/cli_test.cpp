@@ -200,7 +200,7 @@ TEST_F(Cli, VersionHelpAndUnknownVerb) {
 }
 
 TEST_F(Cli, EveryVerbHasHelp) {
-    for (const char* verb : {"version", "info", "sample-workbook"}) {
+    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate"}) {
         CliRun r = run(std::string(verb) + " --help");
         EXPECT_EQ(r.rc, 0) << verb;
         EXPECT_NE(r.out.find("Usage: zorv-cli " + std::string(verb)), std::string::npos) << r.out;
@@ -431,4 +431,66 @@ TEST_F(Cli, InfoOnAMissingSheetStopsAtTheQuestion) {
     EXPECT_EQ(e["error.text"], "");
     EXPECT_EQ(e["error.file"], good);
     EXPECT_EQ(j.err, question);
+}
+
+TEST_F(Cli, FormatsListTheTableInOrder) {
+    CliRun r = run("formats --json");
+    ASSERT_EQ(r.rc, 0) << r.err;
+    EXPECT_TRUE(validJson(r.out)) << r.out;
+    FlatJson j(r.out);
+    EXPECT_EQ(j["0.description"], "Accent Optical CDS");
+    EXPECT_EQ(j["15.description"], "KLA 8xxx CD-SEM");
+    EXPECT_EQ(j["15.available"], "true");
+    EXPECT_EQ(j["0.available"], "false");
+    EXPECT_EQ(j["28.description"], "Delimited text (CSV, TSV)");
+    CliRun text = run("formats");
+    EXPECT_NE(text.out.find("Focus/Dose(FEM) spreadsheets"), std::string::npos);
+}
+
+TEST_F(Cli, SimulateThenImportDetectsAndLoads) {
+    CliRun sim = run("simulate fem --wafers 2 --sites 3 --out " + (dir / "fem").string() + " --json");
+    ASSERT_EQ(sim.rc, 0) << sim.err;
+    FlatJson s(sim.out);
+    const std::string file = s["file"];
+    ASSERT_FALSE(file.empty()) << sim.out;
+    // No --format: the file's words choose the reader, said on stderr.
+    CliRun imp = run("import " + file + " --out " + dir.string());
+    ASSERT_EQ(imp.rc, 0) << imp.err;
+    EXPECT_NE(imp.err.find("Format: KLA 8xxx CD-SEM"), std::string::npos) << imp.err;
+    EXPECT_NE(imp.out.find("Counts:        2 wafers, 198 fields"), std::string::npos) << imp.out;
+    EXPECT_TRUE(fs::exists(dir / "fem.xlsx"));
+    CliRun js = run("import " + file + " --format \"KLA 8xxx CD-SEM\" --out " + dir.string() + " --json");
+    ASSERT_EQ(js.rc, 0) << js.err;
+    EXPECT_TRUE(validJson(js.out)) << js.out;
+    FlatJson j(js.out);
+    EXPECT_EQ(j["format"], "KLA 8xxx CD-SEM");
+    EXPECT_EQ(j["counts.wafers"], "2");
+    EXPECT_EQ(j["features.0.name"], "MEAS_1");
+}
+
+TEST_F(Cli, ImportFailuresExitNonZeroAndWriteNothing) {
+    const fs::path junk = dir / "junk.txt";
+    std::ofstream(junk, std::ios::binary) << std::string("\x01\x02\0\x7f garbage\0", 14);
+    CliRun a = run("import " + junk.string() + " --format \"KLA 8xxx CD-SEM\"");
+    EXPECT_EQ(a.rc, 1);
+    EXPECT_NE(a.err.find("File type incorrect: "), std::string::npos) << a.err;
+    EXPECT_NE(a.err.find("junk.txt"), std::string::npos) << a.err;
+    CliRun b = run("import " + junk.string() + " --format \"KLA 8xxx CD-SEM\" --json");
+    EXPECT_EQ(b.rc, 1);
+    FlatJson j(b.out);
+    EXPECT_EQ(j["error.file"], junk.string());
+    EXPECT_EQ(j["error.row"], "1");
+    // Unknown format, and a format whose reader is not built.
+    CliRun c = run("import " + junk.string() + " --format \"No Such Tool\"");
+    EXPECT_EQ(c.rc, 1);
+    EXPECT_NE(c.err.find("Import format not found."), std::string::npos) << c.err;
+    CliRun d = run("import " + junk.string() + " --format \"KLA Archer overlay\"");
+    EXPECT_EQ(d.rc, 1);
+    EXPECT_NE(d.err.find("Data import format not available."), std::string::npos) << d.err;
+    // Undetectable without --format.
+    CliRun e = run("import " + junk.string());
+    EXPECT_EQ(e.rc, 1);
+    EXPECT_NE(e.err.find("Please check the import type or data file."), std::string::npos) << e.err;
+    for (const auto& f : fs::directory_iterator(dir)) EXPECT_NE(f.path().extension(), ".xlsx") << f.path();
+    EXPECT_EQ(run("import").rc, 2);
 }

@@ -73,6 +73,13 @@ void SaveFileOpenChoice(const std::string& sourcePath, const std::string& filter
 // One back-slash between the parts of a folder path ("\\", "/\", "\/" become "\").
 std::string NormaliseStoragePath(std::string_view path);
 
+// Import(GetDataFile): the request for one raw file. The file must exist;
+// without a description its first kilobytes choose the format (`why` says
+// how); a file that fits no format, or two alike, fails naming the best
+// candidates.
+[[nodiscard]] Result<ImportRequest> GetDataFile(const std::string& path, const std::string& description = {},
+                                                std::string* why = nullptr);
+
 // Which reader a file is for, from its first few kilobytes. `description` is
 // the format row chosen (empty when none fits); `why` says which words
 // decided, or names the two best candidates when the choice is not clear.
