@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
+
 namespace zorv::cli {
 
 class Json {
@@ -64,27 +66,7 @@ private:
             first_.back() = false;
         }
     }
-    void str(std::string_view s) {
-        out_ += '"';
-        for (unsigned char c : s) {
-            switch (c) {
-                case '"': out_ += "\\\""; break;
-                case '\\': out_ += "\\\\"; break;
-                case '\n': out_ += "\\n"; break;
-                case '\r': out_ += "\\r"; break;
-                case '\t': out_ += "\\t"; break;
-                default:
-                    if (c < 0x20) {
-                        char buf[8];
-                        std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                        out_ += buf;
-                    } else {
-                        out_ += static_cast<char>(c);
-                    }
-            }
-        }
-        out_ += '"';
-    }
+    void str(std::string_view s) { AppendJsonString(out_, s); }
     std::string out_;
     std::vector<bool> first_;
     bool pendingKey_ = false;

@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "base/report.h"
+#include "base/text.h"
 #include "simulate_core.h"
 
 namespace zorv::sim {
@@ -242,27 +243,7 @@ JsonWriter& JsonWriter::number(std::string_view text) {
     return *this;
 }
 
-void JsonWriter::quoted(std::string_view s) {
-    out_ += '"';
-    for (unsigned char c : s) {
-        switch (c) {
-            case '"': out_ += "\\\""; break;
-            case '\\': out_ += "\\\\"; break;
-            case '\n': out_ += "\\n"; break;
-            case '\r': out_ += "\\r"; break;
-            case '\t': out_ += "\\t"; break;
-            default:
-                if (c < 0x20) {
-                    char buf[8];
-                    std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                    out_ += buf;
-                } else {
-                    out_ += static_cast<char>(c);
-                }
-        }
-    }
-    out_ += '"';
-}
+void JsonWriter::quoted(std::string_view s) { AppendJsonString(out_, s); }
 
 // ---- special rows ----
 

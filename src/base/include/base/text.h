@@ -67,4 +67,29 @@ inline std::string Trim(std::string_view s) {
     return std::string(s.substr(a, b - a));
 }
 
+// Appends `s` as a JSON string literal: quotes, backslash escapes, control
+// characters as \u00XX. Bytes above 0x7f pass as they are (UTF-8 stays UTF-8).
+inline void AppendJsonString(std::string& out, std::string_view s) {
+    static const char hex[] = "0123456789abcdef";
+    out += '"';
+    for (unsigned char c : s) {
+        switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            default:
+                if (c < 0x20) {
+                    out += "\\u00";
+                    out += hex[c >> 4];
+                    out += hex[c & 15];
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    out += '"';
+}
+
 }  // namespace zorv
