@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -176,33 +177,35 @@ void FPdata2Lot(cLot& lot, const Datam& fp) {
     const int c0 = fp.colLb();
     cWafer* w = nullptr;
     std::string lastKey;
+    // The fields of the current wafer by column and row.
+    std::map<std::pair<float, float>, cField*> grid;
     for (int r = fp.rowLb() + 1; r <= fp.rowUb(); ++r) {
         std::string key = CellText(fp(r, c0));
         if (key.empty() || !IsNumericValue(fp(r, c0 + 2)) || !IsNumericValue(fp(r, c0 + 3))) continue;
-        if (!w || key != lastKey) {
+        if (key != lastKey) {
             w = nullptr;
             lastKey = key;
             for (cWafer* x : lot.Wafers())
                 if (IEquals(x->KeyName, key) || IEquals(x->WaferID, key) ||
                     (IsNumericValue(fp(r, c0)) && IEquals(x->KeyName, "W" + key)))
                     w = x;
-            if (!w) continue;
+            grid.clear();
+            if (w)
+                for (cField* f : w->Fields()) grid.emplace(std::make_pair(f->DieX, f->DieY), f);
         }
-        const float dx = static_cast<float>(fp(r, c0 + 2).toDouble());
-        const float dy = static_cast<float>(fp(r, c0 + 3).toDouble());
-        for (cField* f : w->Fields()) {
-            if (f->DieX != dx || f->DieY != dy) continue;
-            auto num = [&](int c, float& out) {
-                if (c <= fp.colUb() && IsNumericValue(fp(r, c))) out = static_cast<float>(fp(r, c).toDouble());
-            };
-            num(c0 + 4, f->Focus);
-            num(c0 + 5, f->Dose);
-            num(c0 + 6, f->NA);
-            num(c0 + 7, f->PCinner);
-            num(c0 + 8, f->PCouter);
-            if (c0 + 9 <= fp.colUb() && fp(r, c0 + 9).textLength() > 0) f->SetDirection(CellText(fp(r, c0 + 9)));
-            break;
-        }
+        if (!w) continue;
+        auto it = grid.find({static_cast<float>(fp(r, c0 + 2).toDouble()), static_cast<float>(fp(r, c0 + 3).toDouble())});
+        if (it == grid.end()) continue;
+        cField* f = it->second;
+        auto num = [&](int c, float& out) {
+            if (c <= fp.colUb() && IsNumericValue(fp(r, c))) out = static_cast<float>(fp(r, c).toDouble());
+        };
+        num(c0 + 4, f->Focus);
+        num(c0 + 5, f->Dose);
+        num(c0 + 6, f->NA);
+        num(c0 + 7, f->PCinner);
+        num(c0 + 8, f->PCouter);
+        if (c0 + 9 <= fp.colUb() && fp(r, c0 + 9).textLength() > 0) f->SetDirection(CellText(fp(r, c0 + 9)));
     }
 }
 
