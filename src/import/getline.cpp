@@ -29,7 +29,9 @@ Status TextStream::open(const std::string& path) {
         size_ = std::ftell(f_);
         std::fseek(f_, 0, SEEK_SET);
     }
-    buf_.resize(kBlock);
+    // A small file needs no block of full size; the buffer grows for a
+    // line that does not fit.
+    buf_.resize(size_ > 0 ? static_cast<size_t>(std::clamp<long long>(size_ + 1, 4096, kBlock)) : kBlock);
     pos_ = end_ = 0;
     lfAt_ = kNone;
     lfUntil_ = 0;

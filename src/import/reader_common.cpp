@@ -27,7 +27,7 @@ const char* const kSiteHeads[] = {"Sites", "X_DIE_SIZE", "Y_DIE_SIZE", "TEST", "
 
 // The data table starts with the four index columns; the features widen it
 // while it is still small, so that the rows never need moving sideways.
-ReaderTables::ReaderTables() : data_(10000, 4, 0, 0), excl_(0, 4, 0, 0), sites_(2048, 15, 0, 0) {
+ReaderTables::ReaderTables() : data_(256, 4, 0, 0), excl_(0, 4, 0, 0), sites_(64, 6, 0, 0) {
     for (int c = 1; c <= 4; ++c) {
         data_(0, c) = kDataHeads[c];
         excl_(0, c) = kDataHeads[c];
@@ -59,7 +59,7 @@ void ReaderTables::reserveRows(long rows) {
 
 long ReaderTables::addRow() {
     if (rows_ + 1 > data_.rowUb()) {
-        long grow = std::max<long>(10000, data_.rowUb() / 2);
+        long grow = std::max<long>(256, data_.rowUb() / 2);
         data_.redimPreserve(static_cast<int>(data_.rowUb() + grow), data_.colUb());
     }
     ++rows_;

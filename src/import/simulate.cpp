@@ -466,7 +466,9 @@ Status ResolveRequest(Proc& p, const std::string& kindText, const SimulateOption
     if (r.outliers < 0 || r.failed < 0) return p.fail("--outliers and --failed must be 0 or more.");
 
     r.coefs = r.kind->coefficients();
-    for (const auto& [name, value] : o.coefficients) {
+    for (const auto& given : o.coefficients) {
+        const std::string& name = given.first;
+        const double value = given.second;
         auto it = std::find_if(r.coefs.begin(), r.coefs.end(),
                                [&](const Coefficient& c) { return IEquals(c.name, name); });
         if (it == r.coefs.end()) {
