@@ -28,7 +28,8 @@ constexpr double kMinScore = 3;      // below this nothing is said to fit
 constexpr double kClearRatio = 1.5;  // the best must beat the second by this much
 
 // One candidate: the rows of the format table its reader serves (the first
-// is chosen, a variant when one of its words is present) and its words in
+// is chosen, a variant when one of its words is present and none of its
+// "!" words) and its words in
 // three weights, "|" between words. The words are those the readers look
 // for, upper case; the readers outside the table that take the same files
 // (the Questar, Q200 and Archer statistics readers, the ASML XT log, the
@@ -72,7 +73,8 @@ const Candidate kCandidates[] = {
     {"Hitachi_CDSEM (multi-point)",
      "IDW_INFO|MP_NAME|TOTAL_OF_MP_NAME|MAP_ORIGIN|MAP_OFFSET|FEM_EXECUTION|EDGROUGH|UPPERLEFT|LOWERRIGHT",
      "SLOT_NO|FEM_X|FEM_Y|FOCUS_STEP|CTRL_VALUE|UCL1|UCL2|LCL2|_MEASURE|_STATS",
-     "_DATA|_INFO|_MEAN|_3SIGMA|_MI/MA|_XDIAM|_YDIAM|_AREA", "Hitachi_CDSEM (statistical)"},
+     "_DATA|_INFO|_MEAN|_3SIGMA|_MI/MA|_XDIAM|_YDIAM|_AREA", "Hitachi_CDSEM (statistical)",
+     "_STATS|_STATS_WAFER|!_DATA"},
     {"Hitachi LAXXX Overlay", "XREG|YREG", "", ""},
     {"KLA Archer overlay",
      "WAFER COLUMN(X)|WAFER ROW(Y)|FIELD_XPOS|FIELD_YPOS|XF(FIELD COORD)|YF(FIELD COORD)|XW(WAFER COORD)|"
@@ -348,10 +350,18 @@ std::vector<Score> ScoreText(std::string_view upper, bool cut) {
 std::string DescriptionOf(const Score& s, std::string_view upper) {
     if (s.candidate == kCandidateCount) return kDelimitedDescription;
     const Candidate& c = kCandidates[s.candidate];
-    if (c.variant && c.variantWords)
-        for (const std::string& w : SplitBars(c.variantWords))
-            if (HasWord(upper, w)) return c.variant;
-    return c.description;
+    if (!c.variant || !c.variantWords) return c.description;
+    // Any of the words chooses the variant; a word after "!" must be absent.
+    bool any = false, hasPositive = false;
+    for (const std::string& w : SplitBars(c.variantWords)) {
+        if (!w.empty() && w[0] == '!') {
+            if (HasWord(upper, w.substr(1))) return c.description;
+            continue;
+        }
+        hasPositive = true;
+        any = any || HasWord(upper, w);
+    }
+    return any || !hasPositive ? c.variant : c.description;
 }
 
 std::string OneDecimal(double v) {

@@ -10,6 +10,11 @@
 #include "readers.h"
 #include "readers_extra.h"
 #include "readers_fem.h"
+#include "readers_biorad_asml.h"
+#include "readers_cdsem.h"
+#include "readers_kla_overlay.h"
+#include "readers_ocd_film.h"
+#include "readers_thermal_yield.h"
 
 namespace zorv {
 
@@ -62,9 +67,35 @@ struct ReaderEntry {
     bool takesText;  // a spreadsheet source is made a text copy first
 };
 
+// Readers that open a workbook themselves take the spreadsheet as it is;
+// OnWafer refuses one with its own message, so it sees the file too.
 constexpr ReaderEntry kReaders[] = {
+    {"ImportAccentCDS", ImportAccentCDS, true},
+    {"ImportBioRadQ6res", ImportBioRadQ6res, true},
+    {"ImportNanoSEM", ImportNanoSEM, true},
+    {"ImportNanoSEM_ByFamily", ImportNanoSEM_ByFamily, true},
+    {"ImportASML", ImportASML, true},
+    {"ImportCDEResMap", ImportCDEResMap, true},
     {"ImportExcelFEM", ImportExcelFEM, false},
+    {"ImportHitachi_CDSEM_S9xxx", ImportHitachi_CDSEM_S9xxx, true},
+    {"ImportHitachi_CDSEM_Stats", ImportHitachi_CDSEM_Stats, true},
+    {"ImportHitachiLAXX", ImportHitachiLAXX, false},
+    {"ImportKLAarcher", ImportKLAarcher, true},
+    {"ImportKLAAsetF5", ImportKLAAsetF5, true},
+    {"ImportKLA", ImportKLA, true},
     {"ImportKLACDsem", ImportKLACDsem, true},
+    {"ImportKLAProData", ImportKLAProData, true},
+    {"ImportNanoMetricsOCD", ImportNanoMetricsOCD, true},
+    {"ImportNanoMetricsOCDreticle", ImportNanoMetricsOCDreticle, true},
+    {"ImportNikonNRM", ImportNikonNRM, true},
+    {"ImportNovaTrackOL", ImportNovaTrackOL, true},
+    {"ImportOnWafer", ImportOnWafer, false},
+    {"ImportYieldXLS", ImportYieldXLS, false},
+    {"ImportSensArray", ImportSensArray, true},
+    {"ImportIVS", ImportIVS, true},
+    {"ImportIVSyosemite", ImportIVSyosemite, true},
+    {"ImportThermaWaveProfile", ImportThermaWaveProfile, true},
+    {"ImportTimbreODP", ImportTimbreODP, true},
     {"ImportDelimited", ImportDelimited, true},
 };
 
