@@ -27,13 +27,16 @@ echo
 echo "== zorv-cli formats"
 "$cli" formats
 mkdir -p "$out/imports"
-for f in "$here"/samples/kla_cdsem_* "$here"/samples/delimited_* "$here"/samples/fem_spreadsheet.xlsx; do
-  [ -e "$f" ] || continue
-  echo
-  echo "== zorv-cli import $(basename "$f")"
+# One sample per reader (and variants); each is detected from its words, but
+# for a Questar file without its header, which names no format.
+for f in "$here"/samples/*; do
+  name=$(basename "$f")
+  case "$name" in Sample*.xlsx) continue ;; esac
+  format=()
+  case "$name" in biorad_res_noheader.txt) format=(--format "BioRad Questar Overlay") ;; esac
   cp "$f" "$out/imports/"
-  "$cli" import "$out/imports/$(basename "$f")" --json | head -c 400
-  echo
+  printf '== zorv-cli import %-30s ' "$name"
+  "$cli" import "$out/imports/$name" "${format[@]}" 2>/dev/null | sed -n 's/^Format: *//p; s/^Counts: *//p' | paste -sd '|' -
 done
 for kind in fem overlay psfm reticle; do
   echo
