@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "app/shutdown.h"
+#include <set>
+
 #include "import/import.h"
 #include "import/sites.h"
 #include "import_test_util.h"
@@ -86,6 +88,76 @@ TEST(FindDieSize, MostCommonSpacing) {
     EXPECT_DOUBLE_EQ(x, 26);
     EXPECT_DOUBLE_EQ(y, 33);
     EXPECT_FALSE(FindDieSize({5, 5}, {1, 2}, x, y));
+}
+
+}  // namespace
+}  // namespace zorv
+
+namespace zorv {
+namespace {
+
+// Every sample file is recognised as the row of the tool that wrote it (a
+// Questar file without its header names no format and is left out).
+TEST(DetectFormat, EverySampleNamesItsRow) {
+    const std::pair<const char*, const char*> samples[] = {
+        {"accent_cds.txt", "Accent Optical CDS"},
+        {"accent_cds_varied.txt", "Accent Optical CDS"},
+        {"accent_q200.txt", "Accent Overlay"},
+        {"asml_registration.txt", "ASML Registration"},
+        {"asml_xt_log.txt", "ASML Registration"},
+        {"biorad_qdx.txt", "Accent Overlay"},
+        {"biorad_res.txt", "Accent Overlay"},
+        {"cderesmap_metal.txt", "CDE ResMap Probe"},
+        {"cderesmap_poly.txt", "CDE ResMap Probe"},
+        {"delimited_cd.csv", "Delimited text (CSV, TSV)"},
+        {"delimited_euro.txt", "Delimited text (CSV, TSV)"},
+        {"delimited_overlay.tsv", "Delimited text (CSV, TSV)"},
+        {"fem_spreadsheet.xlsx", "Focus/Dose(FEM) spreadsheets"},
+        {"hitachi_cdsem_fem.txt", "Hitachi_CDSEM (multi-point)"},
+        {"hitachi_cdsem_stats.txt", "Hitachi_CDSEM (statistical)"},
+        {"hitachi_laxx.xlsx", "Hitachi LAXXX Overlay"},
+        {"ivs_overlay.txt", "Soluris IVS Overlay family(IVS135 etc.)"},
+        {"ivs_yosemite.txt", "Soluris Yosemite CD-SEM family"},
+        {"ivs_yosemite_nounits.txt", "Soluris Yosemite CD-SEM family"},
+        {"kla_5xxx_overlay.txt", "KLA 5xxx"},
+        {"kla_archer_overlay.txt", "KLA Archer overlay"},
+        {"kla_archer_stats.txt", "KLA Archer overlay"},
+        {"kla_archer_zspin.txt", "KLA ZspinFocus"},
+        {"kla_asetf5.txt", "KLA ASET F5 Ellipsometer"},
+        {"kla_cdsem_fem.txt", "KLA 8xxx CD-SEM"},
+        {"kla_cdsem_mac.txt", "KLA 8xxx CD-SEM"},
+        {"kla_prodata_fem.txt", "KLA ProData Files"},
+        {"nanometrics_ocd.txt", "NanoMetrics OCD"},
+        {"nanometrics_ocd_reticle.txt", "NanoMetrics OCD(strReticle)"},
+        {"nanosem_family.txt", "AMAT NanoSEM 3D"},
+        {"nanosem_report.txt", "AMAT NanoSEM 3D"},
+        {"nanosem_rpt.txt", "AMAT NanoSEM 3D"},
+        {"nikon_nrm_overlay.txt", "Nikon NRM Series OL (*.msr, *.XLS)"},
+        {"nova_track_overlay.txt", "Nova Track 2020-3030 OL (*.*)"},
+        {"onwafer_chill.txt", "OnWafer Thermal Map (*.*)"},
+        {"onwafer_peb.txt", "OnWafer Thermal Map (*.*)"},
+        {"sensarray_isis.xlsx", "SensArray Thermal Map(*.xls,*.*)"},
+        {"sensarray_rtd.txt", "SensArray Thermal Map(*.xls,*.*)"},
+        {"thermawave_rtcd.txt", "Therma-Wave RTCD (*.csv)"},
+        {"thermawave_rtcd_varied.txt", "Therma-Wave RTCD (*.csv)"},
+        {"timbre_odp_plain.txt", "Timbre Tech. ODP (*.odp;*.csv)"},
+        {"timbre_odp_verbose.txt", "Timbre Tech. ODP (*.odp;*.csv)"},
+        {"yield_pdfs.xlsx", "Yield data summary (*.*)"},
+    };
+    std::set<std::string> rows;
+    for (auto [file, row] : samples) {
+        Detection d = DetectFormat(testing::SamplePath(file).string());
+        EXPECT_EQ(d.description, row) << file << ": " << d.why;
+        rows.insert(row);
+    }
+    // Every row of the table has a sample, bar the two that share a reader
+    // with a row that has one ("BioRad Questar Overlay", "AMAT NanoSEM 3D(Family)").
+    const Datam& t = FormatTable();
+    for (int r = 1; r <= t.rowUb(); ++r) {
+        std::string d(t(r, 0).str());
+        if (d == "BioRad Questar Overlay" || d == "AMAT NanoSEM 3D(Family)") continue;
+        EXPECT_TRUE(rows.count(d)) << "no sample for " << d;
+    }
 }
 
 }  // namespace
