@@ -1,9 +1,9 @@
 // The format table, the dispatch, and the site grid maker.
 #include <gtest/gtest.h>
 
-#include "app/shutdown.h"
 #include <set>
 
+#include "app/shutdown.h"
 #include "import/import.h"
 #include "import/sites.h"
 #include "import_test_util.h"
