@@ -6,7 +6,7 @@
 // FEATURE (LINE/SPACE, LINE, VIA: the family), DOSE, FOCUS or FOC/SCAN, and
 // the modelled values: CD, THK/THICK/HEIGHT, SWA/ANGLE/SLP/SLOPE/ANG,
 // PITCH/PTC, MSE/RMSE/%RMSE/%MSE, any other column too. A line starting
-// UNITS gives each column's unit, a line starting LIMIT the spec limits
+// UNITS gives each column's unit, a line starting LIMIT the tolerance limits
 // (passed by). Lengths in nm are kept in um; other units as they stand.
 #include <algorithm>
 #include <cmath>
