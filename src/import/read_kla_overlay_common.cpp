@@ -68,12 +68,12 @@ std::string UnitWord(std::string_view text) {
 
 std::string HeadingKey(std::string_view heading, std::string* unit) {
     heading = Unquote(heading);
-    if (!heading.empty() && heading.back() == ')') {
-        const std::string inside = ExtractUnitsOfMeasure(heading.substr(heading.rfind('(')));
-        const std::string word = UnitWord(inside);
+    const size_t open = heading.rfind('(');
+    if (!heading.empty() && heading.back() == ')' && open != std::string_view::npos) {
+        const std::string word = UnitWord(ExtractUnitsOfMeasure(heading.substr(open)));
         if (!word.empty()) {
             if (unit) *unit = word;
-            heading = heading.substr(0, heading.rfind('('));
+            heading = heading.substr(0, open);
         }
     }
     std::string key;
