@@ -25,6 +25,8 @@ constexpr long long kMaxRows = 100'000'000;
 // truth.json lists the fields of every wafer up to this many rows.
 constexpr size_t kMaxFieldTable = 20000;
 constexpr const char* kKlaDescription = "KLA 8xxx CD-SEM";
+constexpr const char* kArcherDescription = "KLA Archer overlay";
+constexpr const char* kOnWaferDescription = "OnWafer Thermal Map (*.*)";
 // The header of every simulated file carries the same day, so a seed gives the same bytes.
 constexpr const char* kDate = "03/14/2026";
 constexpr const char* kTime = "10:22 AM";
@@ -285,6 +287,79 @@ void LayoutCsv(LotPlan& plan, const SimulateOptions& o, const char* dataType) {
     plan.headerLines.push_back(BuildSegments(plan, cols));
 }
 
+// The KLA Archer overlay export: "Name:<tab>value" lines, a blank line, then a
+// tab-separated table with the wafers as slot numbers.
+void LayoutArcher(LotPlan& plan, const SimulateOptions& o) {
+    plan.fixedColumns = false;
+    plan.separator = '\t';
+    for (size_t w = 0; w < plan.wafers.size(); ++w) plan.wafers[w] = std::to_string(w + 1);
+    plan.headerLines = {
+        "KLA-Tencor Archer 100 Overlay Export",
+        "Lot ID:\t" + o.lot,
+        "Recipe:\tOVL_SIM",
+        "Tool:\tSIMARCHER",
+        "Device:\tZSIMDEV",
+        "Layer:\tPOLY",
+        std::string("Lot Start Time:\t") + kDate + " " + kTime,
+        "X Die Size:\t" + Fixed(plan.fieldSizeX, 3),
+        "Y Die Size:\t" + Fixed(plan.fieldSizeY, 3),
+        "Array Columns:\t" + std::to_string(plan.fieldsX),
+        "Array Rows:\t" + std::to_string(plan.fieldsY),
+        "",
+    };
+    // The reader names a feature by its heading without the unit, blanks as "_".
+    plan.features[0].column = "MReg X(nm)";
+    plan.features[0].name = "MReg_X";
+    plan.features[1].column = "MReg Y(nm)";
+    plan.features[1].name = "MReg_Y";
+    std::vector<ColumnDef> cols;
+    cols.push_back(WaferColumn(plan, "Wafer", false));
+    cols.push_back(SiteColumn(plan, "TestNumber", [](const SimSite& s) { return std::to_string(s.number); }));
+    cols.push_back(FieldColumn(plan, "Wafer Column(X)", [](const SimField& f) { return std::to_string(f.dieX); }));
+    cols.push_back(FieldColumn(plan, "Wafer Row(Y)", [](const SimField& f) { return std::to_string(f.dieY); }));
+    cols.push_back(SiteColumn(plan, "Xf(Field Coord)", [](const SimSite& s) { return Fixed(s.x(), 3); }));
+    cols.push_back(SiteColumn(plan, "Yf(Field Coord)", [](const SimSite& s) { return Fixed(s.y(), 3); }));
+    cols.push_back(SiteColumn(plan, "Pass/Fail", [](const SimSite&) { return std::string("P"); }));
+    cols.push_back(SiteColumn(plan, "Flyer Flag", [](const SimSite&) { return std::string("0"); }));
+    plan.headerLines.push_back(BuildSegments(plan, cols));
+}
+
+// The OnWafer thermal map: the "[Wafer Data]" keys, "#Data", then one
+// tab-separated line per sensor and time; the wafers are the times ("t0.00").
+void LayoutOnWafer(LotPlan& plan, const SimulateOptions& o) {
+    plan.fixedColumns = false;
+    plan.separator = '\t';
+    plan.headerLines = {
+        "[Wafer Data]",
+        "FileName=" + o.lot + ".owd",
+        "Vendor=OnWafer Technologies",
+        "Company=Zorv",
+        "Acquisition=2026-03-14 10:22:05",
+        "Version=4.1",
+        "Comment=Zorv simulated thermal map",
+        "Operator=zorv",
+        "Quantity=Temperature",
+        "Unit=C",
+        "Resolution=0.01",
+        "Diameter=" + Shortest(plan.fieldSizeX) + " mm",
+        "Label=ZSIM-TP",
+        "",
+        "#Data",
+    };
+    std::vector<ColumnDef> cols;
+    cols.push_back(SiteColumn(plan, "Sensor", [](const SimSite& s) {
+        std::string name(1, 'S');
+        return name.append(std::to_string(s.number));
+    }));
+    cols.push_back(SiteColumn(plan, "Xmm", [](const SimSite& s) { return Fixed(s.x(), 3); }));
+    cols.push_back(SiteColumn(plan, "Ymm", [](const SimSite& s) { return Fixed(s.y(), 3); }));
+    cols.push_back(SiteColumn(plan, "Ana/Dig", [](const SimSite&) { return std::string("Ana"); }));
+    ColumnDef time{"Time", Source::Wafer, {}};
+    for (const std::string& w : plan.wafers) time.text.push_back(w.substr(1));
+    cols.push_back(std::move(time));
+    plan.headerLines.push_back(BuildSegments(plan, cols));
+}
+
 const char* EolName(LineEnd e) { return e == LineEnd::CrLf ? "crlf" : e == LineEnd::Lf ? "lf" : "cr"; }
 
 // Where a row of the stream lies: wafer, field and site.
@@ -429,7 +504,7 @@ struct Request {
     std::string kindName;
     std::unique_ptr<SimKind> kind;
     KindDefaults defaults;
-    bool kla = false;
+    std::string layout;  // "kla", "csv", "archer" or "onwafer"
     std::string base;  // the tool file's name
     double noise = 0;
     int outliers = 0, failed = 0;
@@ -441,22 +516,29 @@ struct Request {
 Status ResolveRequest(Proc& p, const std::string& kindText, const SimulateOptions& o, Request& r) {
     r.kindName = Lower(kindText);
     r.kind = MakeSimKind(r.kindName);
-    if (!r.kind) return p.fail("Unknown kind '" + kindText + "'. Kinds: fem, overlay, psfm, reticle.");
+    if (!r.kind) return p.fail("Unknown kind '" + kindText + "'. Kinds: fem, overlay, psfm, reticle, thermal.");
     const KindDefaults& d = r.defaults = r.kind->defaults();
     const std::string fmt = Lower(o.format);
-    r.kla = d.kla;
-    if (fmt == "kla") {
-        if (!d.kla) return p.fail("A " + r.kindName + " lot is written as CSV only.");
-        r.kla = true;
-    } else if (fmt == "csv") {
-        r.kla = false;
-    } else if (!fmt.empty()) {
-        return p.fail("Unknown format '" + o.format + "': kla or csv.");
+    std::vector<std::string> layouts;
+    for (std::string_view rest = d.layouts; !rest.empty();) {
+        const size_t bar = std::min(rest.find('|'), rest.size());
+        layouts.emplace_back(rest.substr(0, bar));
+        rest.remove_prefix(std::min(bar + 1, rest.size()));
+    }
+    r.layout = fmt.empty() ? layouts.front() : fmt;
+    if (fmt != "kla" && fmt != "csv" && fmt != "archer" && fmt != "onwafer" && !fmt.empty())
+        return p.fail("Unknown format '" + o.format + "': kla, csv, archer or onwafer.");
+    if (std::find(layouts.begin(), layouts.end(), r.layout) == layouts.end()) {
+        std::string allowed;
+        for (size_t i = 0; i < layouts.size(); ++i)
+            allowed += (i == 0 ? "" : i + 1 == layouts.size() ? " or " : ", ") + layouts[i];
+        const char* article = std::string_view("aeiou").find(r.kindName[0]) != std::string_view::npos ? "An " : "A ";
+        return p.fail(article + r.kindName + " lot is written as " + allowed + " only.");
     }
     if (o.outDir.empty()) return p.fail("No output folder given.");
     r.base = o.name.empty() ? r.kindName : o.name;
     if (!PlainName(r.base)) return p.fail("The name '" + r.base + "' is not a plain file name.");
-    if (r.base.find('.') == std::string::npos) r.base += r.kla ? ".txt" : ".csv";
+    if (r.base.find('.') == std::string::npos) r.base += r.layout == "csv" ? ".csv" : ".txt";
     if (o.lot.empty() || o.lot.find_first_of(" \t,;\"") != std::string::npos)
         return p.fail("The lot name may not be empty nor hold a blank, comma, semicolon or quote.");
     r.noise = o.noise.value_or(d.noise);
@@ -464,6 +546,8 @@ Status ResolveRequest(Proc& p, const std::string& kindText, const SimulateOption
     r.outliers = o.outliers.value_or(d.outliers);
     r.failed = o.failed.value_or(d.failed);
     if (r.outliers < 0 || r.failed < 0) return p.fail("--outliers and --failed must be 0 or more.");
+    if (r.failed > 0 && !d.canFail)
+        return p.fail("A " + r.kindName + " file has no failed readings: --failed must be 0.");
 
     r.coefs = r.kind->coefficients();
     for (const auto& given : o.coefficients) {
@@ -497,9 +581,13 @@ Status BuildPlan(Proc& p, Request& r, const SimulateOptions& o, LotPlan& plan) {
     MakeWafers(plan, r.shape.wafers);
     MakeFieldGrid(plan, r.shape, r.focusCentre, r.focusSpan, r.doseCentre, r.doseSpan);
     MakeSiteGrid(plan, r.shape.sites);
-    if (Status s = r.kind->prepare(p, plan, r.coefs, r.kla, o.seed); !s) return s;
-    if (r.kla)
+    if (Status s = r.kind->prepare(p, plan, r.coefs, r.layout == "kla", o.seed); !s) return s;
+    if (r.layout == "kla")
         LayoutKla(plan, o, r.kindName);
+    else if (r.layout == "archer")
+        LayoutArcher(plan, o);
+    else if (r.layout == "onwafer")
+        LayoutOnWafer(plan, o);
     else
         LayoutCsv(plan, o, r.defaults.dataType);
     return StatusOk();
@@ -521,7 +609,11 @@ Result<SimulateOutput> WriteFiles(Proc& p, Request& r, const SimulateOptions& o,
     StreamNotes notes;
     if (Status s = WriteLotFile(p, plan, special, o.seed, lotFile, notes); !s) return s.failure();
 
-    TruthFiles files{r.kla ? kKlaDescription : kDelimitedDescription, r.base, {}};
+    const char* description = r.layout == "kla"      ? kKlaDescription
+                              : r.layout == "archer"  ? kArcherDescription
+                              : r.layout == "onwafer" ? kOnWaferDescription
+                                                      : kDelimitedDescription;
+    TruthFiles files{description, r.base, {}};
     OutFile companion;
     std::vector<OutFile*> all = {&lotFile};
     if (r.kind->hasCompanion()) {
@@ -562,7 +654,7 @@ Result<SimulateOutput> WriteFiles(Proc& p, Request& r, const SimulateOptions& o,
 }  // namespace
 
 const std::vector<std::string>& SimulateKinds() {
-    static const std::vector<std::string> kinds = {"fem", "overlay", "psfm", "reticle"};
+    static const std::vector<std::string> kinds = {"fem", "overlay", "psfm", "reticle", "thermal"};
     return kinds;
 }
 

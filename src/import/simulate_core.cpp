@@ -398,7 +398,7 @@ Status WriteLotFile(Proc& p, const LotPlan& plan, const SpecialRows& special, st
     for (int w = 0; w < static_cast<int>(plan.wafers.size()); ++w) {
         for (int fi = 0; fi < static_cast<int>(plan.fields.size()); ++fi) {
             for (int si = 0; si < static_cast<int>(plan.sites.size()); ++si) {
-                plan.model(plan.fields[static_cast<size_t>(fi)], plan.sites[static_cast<size_t>(si)], model);
+                plan.model(w, plan.fields[static_cast<size_t>(fi)], plan.sites[static_cast<size_t>(si)], model);
                 // Every row draws its noise, so odd rows leave the others' draws alone.
                 for (size_t k = 0; k < nf; ++k) noise[k] = plan.noise * noiseRng.gauss();
                 size_t slot = 0;

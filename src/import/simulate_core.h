@@ -139,8 +139,9 @@ struct SimFeature {
 
 inline constexpr int kMaxFeatures = 4;
 
-// Model: the noiseless values of every feature at one site of one field.
-using ModelFn = std::function<void(const SimField&, const SimSite&, double* out)>;
+// Model: the noiseless values of every feature at one site of one field of
+// wafer `wafer` (an index of LotPlan::wafers; a thermal map's wafers are its times).
+using ModelFn = std::function<void(int wafer, const SimField&, const SimSite&, double* out)>;
 
 // A run of columns whose text depends on one thing only.
 enum class Source { Wafer, Field, Site };
@@ -228,7 +229,9 @@ struct KindDefaults {
     int outliers = 0, failed = 0;
     double focusCentre = 0, focusSpan = 0, doseCentre = 0, doseSpan = 0;
     bool focusDose = true;  // fields carry a focus and a dose
-    bool kla = false;       // the CD-SEM format may be written (and is the default)
+    // The layouts the kind may be written in, "|" between them; the first is the default.
+    const char* layouts = "csv";
+    bool canFail = true;    // the layout has a mark for a failed measurement
     const char* dataType = "CDsem";
 };
 

@@ -1,6 +1,6 @@
-// The four kinds of Simulate: their defaults, models and what each adds to
-// truth.json. Values are in the file's unit (nm); positions in mm, focus in
-// um, dose in mJ/cm2.
+// The kinds of Simulate: their defaults, models and what each adds to
+// truth.json. Values are in the file's unit (nm; thermal C); positions in
+// mm, focus in um, dose in mJ/cm2.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -30,7 +30,7 @@ Status CheckCdRange(Proc& p, const LotPlan& plan) {
     double v[kMaxFeatures];
     for (const SimField& f : plan.fields)
         for (const SimSite& s : plan.sites) {
-            plan.model(f, s, v);
+            plan.model(0, f, s, v);
             if (!(v[0] >= 1.0)) {
                 char buf[200];
                 std::snprintf(buf, sizeof buf,
@@ -59,7 +59,7 @@ public:
         d.focusSpan = 0.4;
         d.doseCentre = 24;
         d.doseSpan = 12;
-        d.kla = true;
+        d.layouts = "kla|csv";
         return d;
     }
     // About 90 nm at focus 0 and 24 mJ/cm2, 2.5 nm less per mJ/cm2, isofocal at
@@ -77,7 +77,9 @@ public:
         for (int i = 0; i < 7; ++i) c_[i] = c[static_cast<size_t>(i)].value;
         plan.features = {CdFeature(kla)};
         const double* k = c_;
-        plan.model = [k](const SimField& f, const SimSite&, double* out) { out[0] = Response(k, f.dose, f.focus); };
+        plan.model = [k](int, const SimField& f, const SimSite&, double* out) {
+            out[0] = Response(k, f.dose, f.focus);
+        };
         plan.outlierMin = 25;
         plan.outlierMax = 40;
         plan.positiveValues = true;
@@ -139,7 +141,7 @@ public:
         d.outliers = 2;
         d.failed = 2;
         d.doseCentre = 24;
-        d.kla = true;
+        d.layouts = "kla|csv";
         return d;
     }
     std::vector<Coefficient> coefficients() const override {
@@ -167,7 +169,7 @@ public:
             if (mask_.back() <= 0) return p.fail("MaskSigma gives a mask CD of 0 or less.");
         }
         plan.features = {CdFeature(kla)};
-        plan.model = [this](const SimField&, const SimSite& s, double* out) {
+        plan.model = [this](int, const SimField&, const SimSite& s, double* out) {
             const size_t i = static_cast<size_t>(s.number - 1);
             out[0] = nominal_ + meef_[i] * (mask_[i] / kMagnification - nominalMask_ / kMagnification);
         };
@@ -272,6 +274,7 @@ public:
         d.failed = 0;
         d.focusDose = false;
         d.dataType = "Overlay";
+        d.layouts = "csv|archer";
         return d;
     }
     std::vector<Coefficient> coefficients() const override {
@@ -283,7 +286,7 @@ public:
         for (size_t i = 0; i < kOverlayTermCount; ++i) k_[i] = c[i].value;
         plan.features = {{"X_reg [nm]", "X_reg", "nm", "nm", 1, 2}, {"Y_reg [nm]", "Y_reg", "nm", "nm", 1, 2}};
         const double* k = k_;
-        plan.model = [k](const SimField& f, const SimSite& site, double* out) {
+        plan.model = [k](int, const SimField& f, const SimSite& site, double* out) {
             const double x = site.x(), y = site.y(), X = f.centreX + x, Y = f.centreY + y;
             const double u = X / 100, v = Y / 100, s = x / 10, t = y / 10;
             out[0] = k[0] + k[2] * X - k[4] * Y + k[6] * v * v + k[8] * (u * u - v * v) + k[9] + k[11] * x -
@@ -365,7 +368,7 @@ public:
         }
         plan.features = {{"Shift_X [nm]", "Shift_X", "nm", "nm", 1, 2},
                          {"Shift_Y [nm]", "Shift_Y", "nm", "nm", 1, 2}};
-        plan.model = [this](const SimField& f, const SimSite& s, double* out) {
+        plan.model = [this](int, const SimField& f, const SimSite& s, double* out) {
             const SiteTerms& t = sites_[static_cast<size_t>(s.number - 1)];
             const double fs = f.focus + t.focusOffset, f2 = fs * fs, f3 = f2 * fs;
             out[0] = t.offsetX + t.slopeX * fs + x2_ * f2 + x3_ * f3;
@@ -401,6 +404,100 @@ private:
     double x2_ = 0, y2_ = 0, x3_ = 0, y3_ = 0;
 };
 
+
+// ---- thermal: a sensor wafer heating towards its plate's setpoint ----
+
+class ThermalKind : public SimKind {
+public:
+    KindDefaults defaults() const override {
+        KindDefaults d;
+        d.wafers = 6;  // time samples
+        d.sites = 19;  // sensors
+        d.noise = 0.05;
+        d.outliers = 1;
+        d.failed = 0;
+        d.focusDose = false;
+        d.dataType = "Thermal";
+        d.layouts = "onwafer";
+        d.canFail = false;
+        return d;
+    }
+    std::vector<Coefficient> coefficients() const override {
+        return {{"Start", 23, "C", "wafer temperature at time 0"},
+                {"Setpoint", 110, "C", "plate temperature the wafer settles to"},
+                {"Tau", 8, "s", "time constant of the approach"},
+                {"TimeStep", 5, "s", "time between samples, the first at 0"},
+                {"Radial", -0.6, "C", "settled profile: change at the wafer edge, times (r/R)^2"},
+                {"TiltX", 0.2, "C", "settled profile: change at x = R"},
+                {"TiltY", -0.1, "C", "settled profile: change at y = R"}};
+    }
+    Status prepare(Proc& p, LotPlan& plan, const std::vector<Coefficient>& c, bool, std::uint64_t) override {
+        if (plan.fields.size() != 1) return p.fail("A thermal map has one field: --fields-x and --fields-y must be 1.");
+        auto k = [&](const char* n) { return CoefficientOf(c, n); };
+        start_ = k("Start");
+        setpoint_ = k("Setpoint");
+        tau_ = k("Tau");
+        radial_ = k("Radial");
+        tiltX_ = k("TiltX");
+        tiltY_ = k("TiltY");
+        const double step = k("TimeStep");
+        // Times are written to two decimals and name the wafers: a smaller step would merge them.
+        if (!(tau_ > 0) || !(step >= 0.01)) return p.fail("Tau must be more than 0 and TimeStep 0.01 s or more.");
+        // The times as written (two decimals): the wafer names and what the model sees.
+        times_.clear();
+        for (size_t w = 0; w < plan.wafers.size(); ++w) {
+            times_.push_back(std::round(static_cast<double>(w) * step * 100) / 100);
+            plan.wafers[w].assign(1, 't');
+            plan.wafers[w] += Fixed(times_.back(), 2);
+        }
+        // One field the size of the wafer, the sensors on rings about its centre.
+        plan.fieldSizeX = plan.fieldSizeY = kDiameter;
+        plan.fields[0] = SimField{};
+        const int n = static_cast<int>(plan.sites.size());
+        int rings = 0;
+        while (1 + 3 * rings * (rings + 1) < n) ++rings;
+        plan.sites.clear();
+        plan.sites.push_back({1, 0, 0});
+        for (int ring = 1; ring <= rings && static_cast<int>(plan.sites.size()) < n; ++ring) {
+            const int on = std::min(6 * ring, n - static_cast<int>(plan.sites.size()));
+            const double r = kSensorRadius * ring / rings;
+            for (int i = 0; i < on; ++i) {
+                const double a = 6.283185307179586 * i / on;
+                plan.sites.push_back({static_cast<int>(plan.sites.size()) + 1, std::lround(r * 1000 * std::cos(a)),
+                                      std::lround(r * 1000 * std::sin(a))});
+            }
+        }
+        plan.features = {{"Temperature (C)", "Temperature", "C", "C", 1, 2}};
+        plan.model = [this](int w, const SimField&, const SimSite& s, double* out) {
+            const double e = std::exp(-times_[static_cast<size_t>(w)] / tau_);
+            const double R = kDiameter / 2, x = s.x() / R, y = s.y() / R;
+            const double profile = radial_ * (x * x + y * y) + tiltX_ * x + tiltY_ * y;
+            out[0] = setpoint_ + (start_ - setpoint_) * e + (1 - e) * profile;
+        };
+        plan.outlierMin = 3;
+        plan.outlierMax = 6;
+        return StatusOk();
+    }
+    std::string formula() const override {
+        return "T = Setpoint + (Start - Setpoint)*e + (1 - e)*(Radial*(X^2+Y^2)/R^2 + TiltX*X/R + TiltY*Y/R), "
+               "e = exp(-t/Tau); t the wafer's time (s, as written: wafer \"t\" and the time), X, Y the sensor on "
+               "the wafer (mm), R the wafer's radius; T in C";
+    }
+    void writeModel(JsonWriter& j, const LotPlan& plan) const override {
+        j.field("diameter", kDiameter);
+        j.key("times").beginArray();
+        for (size_t w = 0; w < plan.wafers.size(); ++w)
+            j.beginObject(true).field("wafer", plan.wafers[w]).field("time", times_[w]).endObject();
+        j.endArray();
+    }
+
+private:
+    static constexpr double kDiameter = 300;
+    static constexpr double kSensorRadius = 140;
+    double start_ = 0, setpoint_ = 0, tau_ = 1, radial_ = 0, tiltX_ = 0, tiltY_ = 0;
+    std::vector<double> times_;
+};
+
 }  // namespace
 
 std::unique_ptr<SimKind> MakeSimKind(std::string_view kind) {
@@ -408,6 +505,7 @@ std::unique_ptr<SimKind> MakeSimKind(std::string_view kind) {
     if (kind == "overlay") return std::make_unique<OverlayKind>();
     if (kind == "psfm") return std::make_unique<PsfmKind>();
     if (kind == "reticle") return std::make_unique<ReticleKind>();
+    if (kind == "thermal") return std::make_unique<ThermalKind>();
     return nullptr;
 }
 

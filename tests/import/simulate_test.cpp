@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -505,6 +506,89 @@ TEST_F(SimulateTest, EachLineEndAlone) {
     }
 }
 
+std::vector<std::string> SplitTabs(const std::string& line) {
+    std::vector<std::string> out(1);
+    for (char c : line) {
+        if (c == '\t')
+            out.emplace_back();
+        else
+            out.back() += c;
+    }
+    return out;
+}
+
+// The Archer export and the OnWafer map: their own line ends only, the same
+// bytes for a seed, and values as worked out here from the columns.
+TEST_F(SimulateTest, ArcherAndOnWaferLinesAndBytes) {
+    for (LineEnd e : {LineEnd::CrLf, LineEnd::Lf, LineEnd::Cr}) {
+        const std::string sub = e == LineEnd::CrLf ? "crlf" : e == LineEnd::Lf ? "lf" : "cr";
+        for (const char* kind : {"overlay", "thermal"}) {
+            SimulateOptions o;
+            o.eol = e;
+            o.seed = 5;
+            o.format = std::string(kind) == "overlay" ? "archer" : "";
+            SimRun a = run(kind, o, sub + kind + "a");
+            SimRun b = run(kind, o, sub + kind + "b");
+            const std::string bytes = ReadBytes(a.out.file);
+            EXPECT_EQ(bytes, ReadBytes(b.out.file)) << kind;
+            EXPECT_EQ(ReadBytes(a.out.truth), ReadBytes(b.out.truth)) << kind;
+            const size_t cr = static_cast<size_t>(std::count(bytes.begin(), bytes.end(), '\r'));
+            const size_t lf = static_cast<size_t>(std::count(bytes.begin(), bytes.end(), '\n'));
+            const size_t lines = static_cast<size_t>(a.truth["headerLines"].num + a.truth["rows"].num);
+            EXPECT_EQ(cr, e == LineEnd::Lf ? 0u : lines) << kind << sub;
+            EXPECT_EQ(lf, e == LineEnd::Cr ? 0u : lines) << kind << sub;
+            EXPECT_EQ(a.lines.size(), lines);
+        }
+    }
+
+    SimulateOptions o;
+    o.format = "archer";
+    o.noise = 0;
+    o.outliers = 0;
+    o.coefficients = {{"Tx", 4}, {"Ty", -3}, {"ScaleX", 0}, {"ScaleY", 0}, {"RotX", 0}, {"RotY", 0},
+                      {"BowX", 0}, {"BowY", 0}, {"Trifoil", 0}, {"FieldMagX", 1}, {"FieldMagY", 0},
+                      {"FieldRotX", 0}, {"FieldRotY", 0}, {"FieldCurvX", 0}, {"FieldCurvY", 0}};
+    SimRun r = run("overlay", o, "archer");
+    EXPECT_EQ(r.truth["format"].str, "KLA Archer overlay");
+    const size_t head = static_cast<size_t>(r.truth["headerLines"].num);
+    EXPECT_EQ(r.lines.at(head - 1), "Wafer\tTestNumber\tWafer Column(X)\tWafer Row(Y)\tXf(Field Coord)\t"
+                                    "Yf(Field Coord)\tPass/Fail\tFlyer Flag\tMReg X(nm)\tMReg Y(nm)");
+    ASSERT_EQ(r.lines.size() - head, 2u * 25u * 9u);
+    for (size_t i = head; i < r.lines.size(); ++i) {
+        const auto v = SplitTabs(r.lines[i]);
+        ASSERT_EQ(v.size(), 10u);
+        EXPECT_TRUE(v[0] == "1" || v[0] == "2");
+        EXPECT_NEAR(Num(v[8]), 4 + Num(v[4]), kHalfCent) << r.lines[i];  // Tx + FieldMagX * x
+        EXPECT_EQ(v[9], "-3.00");
+    }
+
+    // The map: settling from Start to Setpoint with time constant Tau.
+    o = {};
+    o.noise = 0;
+    o.outliers = 0;
+    o.wafers = 3;
+    o.sites = 7;
+    o.coefficients = {{"Radial", 0}, {"TiltX", 1}, {"TiltY", 0}, {"Tau", 10}, {"TimeStep", 2.5}};
+    SimRun t = run("thermal", o, "thermal");
+    EXPECT_EQ(t.truth["format"].str, "OnWafer Thermal Map (*.*)");
+    const size_t th = static_cast<size_t>(t.truth["headerLines"].num);
+    EXPECT_EQ(t.lines.at(0), "[Wafer Data]");
+    EXPECT_EQ(t.lines.at(th - 2), "#Data");
+    EXPECT_EQ(t.lines.at(th - 1), "Sensor\tXmm\tYmm\tAna/Dig\tTime\tTemperature (C)");
+    ASSERT_EQ(t.lines.size() - th, 3u * 7u);
+    std::map<std::string, int> perTime;
+    for (size_t i = th; i < t.lines.size(); ++i) {
+        const auto v = SplitTabs(t.lines[i]);
+        ASSERT_EQ(v.size(), 6u);
+        const double x = Num(v[1]), y = Num(v[2]), time = Num(v[4]);
+        EXPECT_NEAR(std::hypot(x, y), v[0] == "S1" ? 0.0 : 140.0, 1e-3);  // a centre and a ring of six
+        const double e = std::exp(-time / 10);
+        EXPECT_NEAR(Num(v[5]), 110 - 87 * e + (1 - e) * x / 150, kHalfCent) << t.lines[i];
+        perTime[v[4]]++;
+    }
+    EXPECT_EQ(perTime, (std::map<std::string, int>{{"0.00", 7}, {"2.50", 7}, {"5.00", 7}}));
+}
+
 TEST_F(SimulateTest, SameSeedSameBytesOtherSeedOtherValues) {
     SimulateOptions o;
     o.seed = 42;
@@ -563,10 +647,20 @@ TEST_F(SimulateTest, BadRequestsFailAndLeaveNothing) {
             EXPECT_TRUE(fs::is_empty(root_ / "bad"));
         }
     };
-    fails("wafermap", {}, "Unknown kind 'wafermap'. Kinds: fem, overlay, psfm, reticle.");
+    fails("wafermap", {}, "Unknown kind 'wafermap'. Kinds: fem, overlay, psfm, reticle, thermal.");
     SimulateOptions o;
     o.format = "kla";
-    fails("overlay", o, "CSV only");
+    fails("overlay", o, "written as csv or archer only");
+    o.format = "archer";
+    fails("fem", o, "written as kla or csv only");
+    o.format = "csv";
+    fails("thermal", o, "written as onwafer only");
+    o = {};
+    o.failed = 1;
+    fails("thermal", o, "--failed must be 0");
+    o = {};
+    o.fieldsX = 2;
+    fails("thermal", o, "one field");
     o = {};
     o.coefficients = {{"c9", 1}};
     fails("fem", o, "Unknown coefficient 'c9' for fem: c1, c2, c3, c4, c5, c6, c7.");

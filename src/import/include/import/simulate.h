@@ -1,13 +1,14 @@
 // Synthetic tool files with a known truth (zorv-cli simulate): a CD-SEM
-// focus-exposure matrix, an overlay lot, a PSFM focus matrix, or a wafer CD
-// lot with its reticle measurement. Each run writes the tool file in a format
+// focus-exposure matrix, an overlay lot, a PSFM focus matrix, a wafer CD
+// lot with its reticle measurement, or a sensor wafer's thermal map. Each run writes the tool file in a format
 // of the import table and, beside it, truth.json: what went into the file, so
 // that a test can hold a loaded lot against the generator's input.
 //
 // truth.json, one object (positions in mm, focus in um, dose in mJ/cm2):
-//   "generator": "zorv simulate", "kind": "fem" | "overlay" | "psfm" | "reticle",
-//   "format": the format row the file is for ("KLA 8xxx CD-SEM" or
-//       "Delimited text (CSV, TSV)"),
+//   "generator": "zorv simulate", "kind": "fem" | "overlay" | "psfm" | "reticle"
+//       | "thermal",
+//   "format": the format row the file is for ("KLA 8xxx CD-SEM", "Delimited
+//       text (CSV, TSV)", "KLA Archer overlay" or "OnWafer Thermal Map (*.*)"),
 //   "file": the tool file's name, beside truth.json,
 //   "reticleFile", "reticleFormat": reticle only, the mask measurement,
 //   "seed", "eol": "crlf" | "lf" | "cr",
@@ -26,7 +27,8 @@
 //       coefficient's share as an expression); psfm "siteModel" [{"site",
 //       "x", "y", "offsetX", "slopeX", "offsetY", "slopeY", "focusOffset"}];
 //       reticle "magnification", "maskFeature" (as "features") and "meef"
-//       [{"site", "x", "y", "maskCD", "meef"}]},
+//       [{"site", "x", "y", "maskCD", "meef"}]; thermal "diameter" (mm) and
+//       "times" [{"wafer", "time"}] (s)},
 //   "noise": {"sigma", "unit", "distribution": "normal"},
 //   "outliers": [{"line", "wafer", "dieX", "dieY", "site", "values": [{"feature",
 //       "text", "written", "model", "noise", "offset"}]}],
@@ -42,6 +44,10 @@
 //       written), "written", "model" (noiseless), "noise" (the draw added)}]}];
 //       written = model + noise, rounded to the feature's decimals.
 // "line" counts the file's lines from 1.
+// A thermal map is one lot whose wafers are the time samples ("t" and the time
+// as written, "t5.00"), with one field the size of the wafer (die 0, 0) whose
+// sites are the sensors at their wafer positions; an Archer export names its
+// wafers by slot number ("1", "2").
 #pragma once
 
 #include <cstdint>
@@ -60,7 +66,9 @@ enum class LineEnd { CrLf, Lf, Cr };
 struct SimulateOptions {
     std::string outDir;  // created when missing
     std::string name;    // base name of the tool file; the kind's name when empty
-    std::string format;  // "kla" (fem and reticle only) or "csv"; empty: the kind's own
+    // "kla" (fem, reticle), "csv" (all but thermal), "archer" (overlay) or
+    // "onwafer" (thermal, its only one); empty: the kind's own.
+    std::string format;
     std::optional<int> wafers, fieldsX, fieldsY, sites;
     // About this many data rows: sets the wafers and sites not given (or, with
     // both given, the field grid).
