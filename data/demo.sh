@@ -38,7 +38,7 @@ for f in "$here"/samples/*; do
   printf '== zorv-cli import %-30s ' "$name"
   "$cli" import "$out/imports/$name" "${format[@]}" 2>/dev/null | sed -n 's/^Format: *//p; s/^Counts: *//p' | paste -sd '|' -
 done
-for kind in fem overlay psfm reticle; do
+for kind in fem overlay psfm reticle thermal; do
   echo
   echo "== zorv-cli simulate $kind"
   "$cli" simulate "$kind" --out "$out/sim-$kind" --seed 7
