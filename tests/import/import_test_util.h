@@ -56,27 +56,33 @@ struct Imported {
     std::shared_ptr<cLot> lot;
     WBLotTables tables;
 };
-inline Imported ImportAndLoad(const std::string& path, const std::string& description,
-                              const std::string& folder = {}) {
+// The request through `read` (a reader called directly, or ImportCall) and
+// the workbook it wrote loaded back from the file (not from the copy the
+// save left open); every workbook is closed again afterwards.
+inline Imported ReadBack(ReaderFn read, const ImportRequest& req) {
     Imported r;
-    ImportRequest req;
-    req.path = path;
-    req.description = description;
-    req.dataFolder = folder;
-    Result<std::string> w = ImportCall(req);
-    EXPECT_TRUE(w.ok()) << w.failure().message();
+    Result<std::string> w = read(req);
+    EXPECT_TRUE(w.ok()) << (w.ok() ? "" : w.failure().message());
     if (!w.ok()) return r;
     r.workbook = *w;
-    // Read the file as written, not the copy the save left open.
     Workbooks::CloseAll();
     LoadOptions o;
     o.quiet = true;
     Status st = GetExcelWBLot(r.workbook, o, r.lot, &r.tables);
-    EXPECT_TRUE(st.ok()) << st.failure().message();
+    EXPECT_TRUE(st.ok()) << (st.ok() ? "" : st.failure().message());
     r.tables.workbook.reset();
     if (r.lot) r.lot->xlwb.reset();
     Workbooks::CloseAll();
     return r;
+}
+
+inline Imported ImportAndLoad(const std::string& path, const std::string& description,
+                              const std::string& folder = {}) {
+    ImportRequest req;
+    req.path = path;
+    req.description = description;
+    req.dataFolder = folder;
+    return ReadBack(ImportCall, req);
 }
 
 }  // namespace zorv::testing

@@ -50,19 +50,10 @@ Loaded ReadAndLoad(Reader reader, const fs::path& path, const std::string& descr
     ImportRequest req;
     req.path = path.string();
     req.description = description;
-    Result<std::string> w = reader(req);
-    EXPECT_TRUE(w.ok()) << (w.ok() ? "" : w.failure().message());
-    if (!w.ok()) return r;
-    r.workbook = *w;
-    Workbooks::CloseAll();
-    LoadOptions o;
-    o.quiet = true;
-    WBLotTables tables;
-    Status st = GetExcelWBLot(r.workbook, o, r.lot, &tables);
-    EXPECT_TRUE(st.ok()) << (st.ok() ? "" : st.failure().message());
-    tables.workbook.reset();
+    Imported read = ReadBack(reader, req);
+    r.workbook = read.workbook;
+    r.lot = read.lot;
     if (r.lot) {
-        r.lot->xlwb.reset();
         r.lot->forEachLive([&](cWafer& wf, cField& f, cSite& s, cPoint& p) {
             r.points[{wf.KeyName, f.DieX, f.DieY, s.NumberKey()}] = {p.ValueV, p.ValueH, p.ValueZ, s.LocationX,
                                                                       s.LocationY, f.Focus, f.Dose};

@@ -57,23 +57,10 @@ std::string UnitOf(const Datam& units, const std::string& variable) {
 
 // The sample copied into a fresh folder, read by `fn` and loaded back.
 Imported ReadWith(ReaderFn fn, const std::string& description, const fs::path& src) {
-    Imported r;
     ImportRequest req;
     req.path = src.string();
     req.description = description;
-    Result<std::string> w = fn(req);
-    EXPECT_TRUE(w.ok()) << w.failure().message();
-    if (!w.ok()) return r;
-    r.workbook = *w;
-    Workbooks::CloseAll();
-    LoadOptions o;
-    o.quiet = true;
-    Status st = GetExcelWBLot(r.workbook, o, r.lot, &r.tables);
-    EXPECT_TRUE(st.ok()) << st.failure().message();
-    r.tables.workbook.reset();
-    if (r.lot) r.lot->xlwb.reset();
-    Workbooks::CloseAll();
-    return r;
+    return ReadBack(fn, req);
 }
 
 Imported RunSample(ReaderFn fn, const std::string& description, const std::string& sample, const std::string& dir) {

@@ -61,23 +61,10 @@ std::string Info(const Imported& r, const std::string& key) {
 
 // The reader called directly, its workbook loaded back.
 Imported ReadAndLoad(ReaderFn fn, const fs::path& path, const std::string& description) {
-    Imported r;
     ImportRequest req;
     req.path = path.string();
     req.description = description;
-    Result<std::string> w = fn(req);
-    EXPECT_TRUE(w.ok()) << w.failure().message();
-    if (!w.ok()) return r;
-    r.workbook = *w;
-    Workbooks::CloseAll();
-    LoadOptions o;
-    o.quiet = true;
-    Status st = GetExcelWBLot(r.workbook, o, r.lot, &r.tables);
-    EXPECT_TRUE(st.ok()) << st.failure().message();
-    r.tables.workbook.reset();
-    if (r.lot) r.lot->xlwb.reset();
-    Workbooks::CloseAll();
-    return r;
+    return ReadBack(fn, req);
 }
 
 fs::path CopySample(const fs::path& dir, const std::string& name) {

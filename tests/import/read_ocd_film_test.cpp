@@ -82,34 +82,18 @@ std::vector<int> ExcludedLines(const std::string& workbook) {
 
 // The source copied into a fresh folder, through `reader`, and the
 // workbook loaded back.
-struct Loaded {
-    std::string workbook;
-    std::shared_ptr<cLot> lot;
-    WBLotTables tables;
-};
+using Loaded = Imported;
+// The reader held under Exiting, as the dispatch holds it.
 Loaded Load(ReaderFn reader, const std::string& description, const fs::path& src) {
     struct Hold {
         bool was = Exiting();
         Hold() { SetExiting(true); }
         ~Hold() { SetExiting(was); }
     } hold;
-    Loaded r;
     ImportRequest req;
     req.path = src.string();
     req.description = description;
-    Result<std::string> w = reader(req);
-    EXPECT_TRUE(w.ok()) << w.failure().message();
-    if (!w.ok()) return r;
-    r.workbook = *w;
-    Workbooks::CloseAll();
-    LoadOptions o;
-    o.quiet = true;
-    Status st = GetExcelWBLot(r.workbook, o, r.lot, &r.tables);
-    EXPECT_TRUE(st.ok()) << st.failure().message();
-    r.tables.workbook.reset();
-    if (r.lot) r.lot->xlwb.reset();
-    Workbooks::CloseAll();
-    return r;
+    return ReadBack(reader, req);
 }
 Loaded LoadSample(ReaderFn reader, const std::string& description, const std::string& sample,
                   const std::string& dirName) {

@@ -27,24 +27,11 @@ using ReaderCall = Result<std::string> (*)(const ImportRequest&);
 // The file through one reader and the workbook back into a lot.
 Imported ReadAndLoad(ReaderCall reader, const fs::path& path, const std::string& description,
                      const std::string& workbookPath = {}) {
-    Imported r;
     ImportRequest req;
     req.path = path.string();
     req.description = description;
     req.workbookPath = workbookPath;
-    Result<std::string> w = reader(req);
-    EXPECT_TRUE(w.ok()) << w.failure().message();
-    if (!w.ok()) return r;
-    r.workbook = *w;
-    Workbooks::CloseAll();
-    LoadOptions o;
-    o.quiet = true;
-    Status st = GetExcelWBLot(r.workbook, o, r.lot, &r.tables);
-    EXPECT_TRUE(st.ok()) << st.failure().message();
-    r.tables.workbook.reset();
-    if (r.lot) r.lot->xlwb.reset();
-    Workbooks::CloseAll();
-    return r;
+    return ReadBack(reader, req);
 }
 
 // A point as the lot holds it: value V (1000 times the file's), the site's
