@@ -446,8 +446,7 @@ Result<std::string> DelimitedReader::run() {
     readSample();
     if (stream_.sawNul()) return notBinary();
     if (sample_.empty())
-        return failed(headerLine_, "Incomplete data file: " + FileNameOf(path_) +
-                                       "\r\nEncountered end of data file. Please check import format.");
+        return failed(headerLine_, IncompleteDataText(FileNameOf(path_)));
     p_.chk = 4;
     if (Status s = planColumns(); !s) return s.failure();
     // Room for the rows the file's size promises, once the table has its width.

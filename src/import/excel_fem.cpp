@@ -41,28 +41,6 @@ namespace {
 
 constexpr std::string_view kSheetPrefix = "CD_";
 
-const Value& At(const Value* cells, int count, int col) {
-    static const Value kEmpty;
-    return col >= 0 && col < count ? cells[col] : kEmpty;
-}
-
-// A cell as a number: numbers, and text that reads as one. Dates, Booleans
-// and error values are not measurements.
-bool CellNumber(const Value& v, double& out) {
-    switch (v.type()) {
-        case VType::Integer:
-        case VType::Long:
-        case VType::Single:
-        case VType::Double: out = v.toDouble(); return std::isfinite(out);
-        case VType::String: return ParseFileNumber(v.str(), out);
-        default: return false;
-    }
-}
-
-std::string CellText(const Value& v) {
-    return v.isString() ? Trim(v.str()) : v.toString();
-}
-
 // A cell that may be blank but, when filled, must be a number.
 bool OptionalNumber(const Value& v, double& out, bool& present) {
     present = false;
@@ -212,14 +190,14 @@ Status ScanSheet(Worksheet& ws, SheetScan& s) {
             if (!key.empty()) s.keys.emplace(key, d < count ? cells[d] : Value());
             return true;
         }
-        if (CellText(At(cells, count, s.cols.mark)).empty()) return true;
+        if (CellText(CellAt(cells, count, s.cols.mark)).empty()) return true;
         ++s.dataRows;
         double v = 0;
         const int n = std::min(count, static_cast<int>(s.numeric.size()));
         for (int c = 0; c < n; ++c)
             if (!s.numeric[static_cast<size_t>(c)] && CellNumber(cells[c], v)) s.numeric[static_cast<size_t>(c)] = 1;
-        if (s.cols.dieX < 0 && CellNumber(At(cells, count, s.cols.focus), v)) AddStep(s.focusSteps, v);
-        if (s.cols.dieY < 0 && CellNumber(At(cells, count, s.cols.dose), v)) AddStep(s.doseSteps, v);
+        if (s.cols.dieX < 0 && CellNumber(CellAt(cells, count, s.cols.focus), v)) AddStep(s.focusSteps, v);
+        if (s.cols.dieY < 0 && CellNumber(CellAt(cells, count, s.cols.dose), v)) AddStep(s.doseSteps, v);
         return true;
     });
 }
@@ -382,7 +360,7 @@ Status ReadSheet(Proc& p, const std::string& path, Worksheet& ws, const SheetSca
 
     Status walked = ws.forEachRow([&](int row, const Value* cells, int count) {
         if (row <= s.headerRow) return true;
-        const std::string mark = CellText(At(cells, count, k.mark));
+        const std::string mark = CellText(CellAt(cells, count, k.mark));
         if (mark.empty()) return true;
         if (++done % 100 == 0) {
             SetStatusText("Importing data from worksheet: " + sheet + ", row " + std::to_string(row));
@@ -394,7 +372,7 @@ Status ReadSheet(Proc& p, const std::string& path, Worksheet& ws, const SheetSca
         bool any = false, error = false;
         double v = 0;
         for (const Measured& m : measured) {
-            const Value& c = At(cells, count, m.col);
+            const Value& c = CellAt(cells, count, m.col);
             if (CellNumber(c, v)) any = true;
             else if (c.isError()) error = true;
         }
@@ -402,14 +380,14 @@ Status ReadSheet(Proc& p, const std::string& path, Worksheet& ws, const SheetSca
 
         double x = 0, y = 0, focus = 0, dose = 0, dx = 0, dy = 0;
         bool hasX, hasY, hasFocus, hasDose, hasDx, hasDy;
-        if (!OptionalNumber(At(cells, count, k.x), x, hasX)) return fail(row, head(k.x) + " is not a number.");
-        if (!OptionalNumber(At(cells, count, k.y), y, hasY)) return fail(row, head(k.y) + " is not a number.");
-        if (!OptionalNumber(At(cells, count, k.focus), focus, hasFocus))
+        if (!OptionalNumber(CellAt(cells, count, k.x), x, hasX)) return fail(row, head(k.x) + " is not a number.");
+        if (!OptionalNumber(CellAt(cells, count, k.y), y, hasY)) return fail(row, head(k.y) + " is not a number.");
+        if (!OptionalNumber(CellAt(cells, count, k.focus), focus, hasFocus))
             return fail(row, head(k.focus) + " is not a number.");
-        if (!OptionalNumber(At(cells, count, k.dose), dose, hasDose))
+        if (!OptionalNumber(CellAt(cells, count, k.dose), dose, hasDose))
             return fail(row, head(k.dose) + " is not a number.");
-        if (!OptionalNumber(At(cells, count, k.dieX), dx, hasDx)) return fail(row, head(k.dieX) + " is not a number.");
-        if (!OptionalNumber(At(cells, count, k.dieY), dy, hasDy)) return fail(row, head(k.dieY) + " is not a number.");
+        if (!OptionalNumber(CellAt(cells, count, k.dieX), dx, hasDx)) return fail(row, head(k.dieX) + " is not a number.");
+        if (!OptionalNumber(CellAt(cells, count, k.dieY), dy, hasDy)) return fail(row, head(k.dieY) + " is not a number.");
 
         // The field: its column and row, else its place among the sheet's
         // focus (column) and dose (row) settings; a sheet with neither is one field.
@@ -429,10 +407,10 @@ Status ReadSheet(Proc& p, const std::string& path, Worksheet& ws, const SheetSca
             dieY = StepIndex(s.doseSteps, dose);
         }
 
-        std::string wafer = CellText(At(cells, count, k.wafer));
+        std::string wafer = CellText(CellAt(cells, count, k.wafer));
         if (wafer.empty()) wafer = sheetWafer;
         if (waferValue.str() != wafer) waferValue = Value(wafer);
-        std::string family = CellText(At(cells, count, k.family));
+        std::string family = CellText(CellAt(cells, count, k.family));
         if (family.empty()) family = defaultFamily;
 
         siteKey.assign(mark);
@@ -456,7 +434,7 @@ Status ReadSheet(Proc& p, const std::string& path, Worksheet& ws, const SheetSca
         st.tables.cell(r, 3) = static_cast<int32_t>(dieX);
         st.tables.cell(r, 4) = static_cast<int32_t>(dieY);
         for (const Measured& m : measured)
-            if (CellNumber(At(cells, count, m.col), v)) st.tables.cell(r, 5 + m.feature) = v * m.scale;
+            if (CellNumber(CellAt(cells, count, m.col), v)) st.tables.cell(r, 5 + m.feature) = v * m.scale;
         if (hasFocus || hasDose)
             st.fields.note(wafer, dieX, dieY, hasFocus ? focus * k.focusUm : 0, hasDose ? dose : kMissingDose);
         // An error value of the spreadsheet (#N/A, #DIV/0!) marks a failed measurement.

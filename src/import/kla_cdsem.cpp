@@ -209,8 +209,7 @@ Result<std::string> ImportKLACDsem(const ImportRequest& request) {
     }
     if (!haveData) {
         if (in.lineNumber() == 0)
-            return failed(0, "Incomplete data file: " + fs::path(source).filename().string() +
-                                 "\r\nEncountered end of data file. Please check import format.");
+            return failed(0, IncompleteDataText(fs::path(source).filename().string()));
         return failed(in.lineNumber(), "End of file encountered early.\r\nLast Line: '" + lastLine +
                                            "'\r\nPlease check the import type or data file.");
     }
@@ -373,8 +372,7 @@ Result<std::string> ImportKLACDsem(const ImportRequest& request) {
     in.close();
     if (t.rows() < 1) {
         std::string name = fs::path(source).filename().string();
-        return failed(headerLine, "Incomplete data file: " + name + "\r\nEncountered end of data file." +
-                                      " Please check import format.");
+        return failed(headerLine, IncompleteDataText(name));
     }
 
     // 15: the field size, the tool name.

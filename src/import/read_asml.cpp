@@ -294,13 +294,12 @@ Result<std::string> ImportASML(const ImportRequest& request) {
     in.close();
     if (!anyRecord) {
         if (lastLineNo == 0)
-            return failed(0, "Incomplete data file: " + name + "\r\nEncountered end of data file. Please check import format.");
+            return failed(0, IncompleteDataText(name));
         return failed(lastLineNo, "End of file encountered early.\r\nLast Line: '" + lastLine +
                                       "'\r\nPlease check the import type or data file.");
     }
     if (levelA.empty())
-        return failed(lastLineNo, "Incomplete data file: " + name +
-                                      "\r\nEncountered end of data file. Please check import format.");
+        return failed(lastLineNo, IncompleteDataText(name));
 
     // Level A to the tables.
     p.chk = 3;

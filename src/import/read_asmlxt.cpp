@@ -249,7 +249,7 @@ Mark XtReader::ASMLxt_MarkInput(const Block& b, long lineNo) {
     m.line = lineNo;
     if (const std::string* w = find({"wafer_id", "wafer_nr", "wafer_seq_nr", "wafer", "slot_id", "slot"}, &b))
         m.wafer = *w;
-    if (m.wafer.empty()) m.wafer = "1";
+    if (m.wafer.empty()) m.wafer.push_back('1');  // assigning "1" trips a GCC 12 -Wrestrict false positive
     auto own = [&](const char* k) -> const std::string* {
         auto it = b.vals.find(k);
         return it == b.vals.end() ? nullptr : &it->second;
@@ -369,11 +369,11 @@ Result<std::string> ImportASMLxt(const ImportRequest& request) {
     const long lastNo = in.lineNumber();
     in.close();
     if (lastNo == 0)
-        return failed(0, "Incomplete data file: " + name + "\r\nEncountered end of data file. Please check import format.");
+        return failed(0, IncompleteDataText(name));
     if (!xt.balanced())
         return failed(lastNo, "End of file encountered early.\r\nLast Line: '" + lastLine + "'");
     if (xt.points().empty())
-        return failed(lastNo, "Incomplete data file: " + name + "\r\nEncountered end of data file. Please check import format.");
+        return failed(lastNo, IncompleteDataText(name));
 
     p.chk = 3;
     ReaderHeader h;

@@ -441,13 +441,13 @@ Result<std::string> ReadOverlay(const ImportRequest& request, const Format& f) {
     p.chk = 3;
     if (!haveColumns) {
         if (in.lineNumber() == 0 || lastLine.empty())
-            return failed(0, "Incomplete data file: " + name + "\r\nEncountered end of data file. Please check import format.");
+            return failed(0, IncompleteDataText(name));
         return failed(in.lineNumber(), "End of file encountered early.\r\nLast Line: '" + lastLine +
                                            "'\r\nPlease check the import type or data file.");
     }
     if (t.rows() < 1)
         return failed(headerLine > 0 ? headerLine : in.lineNumber(),
-                      "Incomplete data file: " + name + "\r\nEncountered end of data file. Please check import format.");
+                      IncompleteDataText(name));
 
     MoveOrigin(t, e.origin);
     h.comment = h.toolName + "\r\nDevice: " + h.device + " / Level: " + h.layer + "\r\nLotName No:" + h.lotName +

@@ -212,8 +212,7 @@ Result<std::string> ImportCDEResMap(const ImportRequest& request) {
     if (keysSeen == 0 && rows > 0)
         return failed(0, "Wrong data format.\r\nPlease check the import type or data file.");
     if (rows == 0)
-        return failed(in.lineNumber(), "Incomplete data file: " + name + "\r\nEncountered end of data file." +
-                                           " Please check import format.");
+        return failed(in.lineNumber(), IncompleteDataText(name));
     if (Status s = blockDone(true); !s) return s.failure();
 
     // 5: the header for the workbook.

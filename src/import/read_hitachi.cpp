@@ -428,14 +428,12 @@ Result<std::string> MsrReader::run() {
     in.close();
     if (!haveHeader) {
         if (in.lineNumber() == 0)
-            return failed(0, "Incomplete data file: " + fs::path(source).filename().string() +
-                                 "\r\nEncountered end of data file. Please check import format.");
+            return failed(0, IncompleteDataText(fs::path(source).filename().string()));
         return failed(in.lineNumber(), "End of file encountered early.\r\nLast Line: '" + lastLine +
                                            "'\r\nPlease check the import type or data file.");
     }
     if (t_.rows() < 1)
-        return failed(headerLine_, "Incomplete data file: " + fs::path(source).filename().string() +
-                                       "\r\nEncountered end of data file. Please check import format.");
+        return failed(headerLine_, IncompleteDataText(fs::path(source).filename().string()));
     p_.chk = 5;
     addSites();
     m_.h.comment = comment();

@@ -38,24 +38,6 @@ namespace {
 
 constexpr const char* kToolName = "Hitachi LAxx O/L";
 
-bool CellNumber(const Value& v, double& out) {
-    switch (v.type()) {
-        case VType::Integer:
-        case VType::Long:
-        case VType::Single:
-        case VType::Double: out = v.toDouble(); return std::isfinite(out);
-        case VType::String: return ParseFileNumber(v.str(), out);
-        default: return false;
-    }
-}
-
-std::string CellText(const Value& v) { return v.isString() ? Trim(v.str()) : v.toString(); }
-
-const Value& At(const Value* cells, int count, int col) {
-    static const Value kEmpty;
-    return col >= 0 && col < count ? cells[col] : kEmpty;
-}
-
 struct Head {
     std::string word, unit;
 };
@@ -202,14 +184,14 @@ Result<std::string> ImportHitachiLAXX(const ImportRequest& request) {
             bad->sheet = sheet;
             return false;
         };
-        const Value& xr = At(cells, count, k.xreg);
-        const Value& yr = At(cells, count, k.yreg);
+        const Value& xr = CellAt(cells, count, k.xreg);
+        const Value& yr = CellAt(cells, count, k.yreg);
         if (xr.isEmpty() && yr.isEmpty()) return true;  // a note or a blank row
         double dx = 0, dy = 0, x = 0, y = 0, n = 0;
-        if (k.dieX >= 0 && !CellNumber(At(cells, count, k.dieX), dx)) return fail("the shot column is not a number.");
-        if (k.dieY >= 0 && !CellNumber(At(cells, count, k.dieY), dy)) return fail("the shot row is not a number.");
-        if (k.x >= 0 && !CellNumber(At(cells, count, k.x), x)) return fail("X is not a number.");
-        if (k.y >= 0 && !CellNumber(At(cells, count, k.y), y)) return fail("Y is not a number.");
+        if (k.dieX >= 0 && !CellNumber(CellAt(cells, count, k.dieX), dx)) return fail("the shot column is not a number.");
+        if (k.dieY >= 0 && !CellNumber(CellAt(cells, count, k.dieY), dy)) return fail("the shot row is not a number.");
+        if (k.x >= 0 && !CellNumber(CellAt(cells, count, k.x), x)) return fail("X is not a number.");
+        if (k.y >= 0 && !CellNumber(CellAt(cells, count, k.y), y)) return fail("Y is not a number.");
         if (++done % 100 == 0) {
             SetStatusText("Data Import Row " + std::to_string(done));
             if (CheckEscKey()) return fail("Aborting data load...");
@@ -218,7 +200,7 @@ Result<std::string> ImportHitachiLAXX(const ImportRequest& request) {
         y = Position(y, k.posScale);
         // The mark: its number, else its place in the shot.
         long site;
-        if (k.site >= 0 && CellNumber(At(cells, count, k.site), n) && n >= 1) {
+        if (k.site >= 0 && CellNumber(CellAt(cells, count, k.site), n) && n >= 1) {
             site = std::lround(n);
         } else {
             siteKey = std::to_string(x) + '|' + std::to_string(y);
@@ -227,7 +209,7 @@ Result<std::string> ImportHitachiLAXX(const ImportRequest& request) {
             site = it->second;
         }
         if (!t.hasSite(site)) t.addSite(site, 0, 0, x, y, h.family);
-        const std::string wafer = CellText(At(cells, count, k.wafer));
+        const std::string wafer = CellText(CellAt(cells, count, k.wafer));
         const long r = t.addRow();
         double num;
         t.cell(r, 1) = wafer.empty() ? Value(static_cast<int32_t>(1))
@@ -248,8 +230,7 @@ Result<std::string> ImportHitachiLAXX(const ImportRequest& request) {
     ws = nullptr;
     wb.reset();
     if (t.rows() < 1) {
-        Failure f = failed(headerRow, "Incomplete data file: " + fs::path(source).filename().string() +
-                                          "\r\nEncountered end of data file. Please check import format.");
+        Failure f = failed(headerRow, IncompleteDataText(fs::path(source).filename().string()));
         f.sheet = sheet;
         return f;
     }

@@ -147,8 +147,7 @@ Result<std::string> ImportIVSyosemite(const ImportRequest& request) {
     }
     if (!haveTable) {
         if (in.lineNumber() == 0)
-            return failed(0, "Incomplete data file: " + fs::path(source).filename().string() +
-                                 "\r\nEncountered end of data file. Please check import format.");
+            return failed(0, IncompleteDataText(fs::path(source).filename().string()));
         return failed(in.lineNumber(), "End of file encountered early.\r\nLast Line: '" + lastLine +
                                            "'\r\nPlease check the import type or data file.");
     }
@@ -267,8 +266,7 @@ Result<std::string> ImportIVSyosemite(const ImportRequest& request) {
     }
     in.close();
     if (t.rows() < 1)
-        return failed(headerLine, "Incomplete data file: " + fs::path(source).filename().string() +
-                                      "\r\nEncountered end of data file. Please check import format.");
+        return failed(headerLine, IncompleteDataText(fs::path(source).filename().string()));
 
     p.chk = 5;
     h.comment = h.toolName + "\r\nDevice: " + h.device + " / Level: " + h.layer + "\r\nLotName No:" + h.lotName +

@@ -216,14 +216,12 @@ Result<std::string> ImportKLAAsetF5(const ImportRequest& request) {
     if (!sawHeader) {
         if (in.lineNumber() == 0)
             return FileFailure(p, source, 0,
-                               "Incomplete data file: " + fs::path(source).filename().string() +
-                                   "\r\nEncountered end of data file. Please check import format.");
+                               IncompleteDataText(fs::path(source).filename().string()));
         return EarlyEndFailure(p, source, in.lineNumber(), lastLine);
     }
     if (t.rows() < 1)
         return FileFailure(p, source, in.lineNumber(),
-                           "Incomplete data file: " + fs::path(source).filename().string() +
-                               "\r\nEncountered end of data file. Please check import format.");
+                           IncompleteDataText(fs::path(source).filename().string()));
     p.chk = 5;
     if (h.lotName.empty()) h.lotName = measSet;
     h.system = machine;

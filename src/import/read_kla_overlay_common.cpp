@@ -118,8 +118,7 @@ Failure WrongFileType(Proc& p, const std::string& path, long line) {
 
 Failure IncompleteFile(Proc& p, const std::string& path, long line) {
     return FileFailure(p, path, line,
-                       "Incomplete data file: " + std::filesystem::path(path).filename().string() +
-                           "\r\nEncountered end of data file. Please check import format.");
+                       IncompleteDataText(std::filesystem::path(path).filename().string()));
 }
 
 Failure EndedEarly(Proc& p, const std::string& path, long line, const std::string& lastLine) {

@@ -100,8 +100,7 @@ Result<std::string> ImportKLAProData(const ImportRequest& request) {
         in.close();
         if (in.lineNumber() == 0)
             return FileFailure(p, source, 0,
-                               "Incomplete data file: " + fs::path(source).filename().string() +
-                                   "\r\nEncountered end of data file. Please check import format.");
+                               IncompleteDataText(fs::path(source).filename().string()));
         return EarlyEndFailure(p, source, in.lineNumber(), lastLine);
     }
     const long dataLine = in.lineNumber();
@@ -166,8 +165,7 @@ Result<std::string> ImportKLAProData(const ImportRequest& request) {
     in.close();
     if (readings.empty())
         return FileFailure(p, source, dataLine,
-                           "Incomplete data file: " + fs::path(source).filename().string() +
-                               "\r\nEncountered end of data file. Please check import format.");
+                           IncompleteDataText(fs::path(source).filename().string()));
 
     // 5: fields by focus (columns) and exposure (rows), ascending.
     p.chk = 5;

@@ -202,14 +202,12 @@ Result<std::string> ReadNanometrics(const ImportRequest& request, bool reticle) 
         if (reticle) return wrongFormat(in.lineNumber());
         if (in.lineNumber() == 0)
             return FileFailure(p, source, 0,
-                               "Incomplete data file: " + fs::path(source).filename().string() +
-                                   "\r\nEncountered end of data file. Please check import format.");
+                               IncompleteDataText(fs::path(source).filename().string()));
         return EarlyEndFailure(p, source, in.lineNumber(), lastLine);
     }
     if (t.rows() < 1 && t.excludedRows() < 1)
         return FileFailure(p, source, in.lineNumber(),
-                           "Incomplete data file: " + fs::path(source).filename().string() +
-                               "\r\nEncountered end of data file. Please check import format.");
+                           IncompleteDataText(fs::path(source).filename().string()));
 
     // 5: the comment.
     p.chk = 5;

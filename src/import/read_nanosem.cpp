@@ -148,14 +148,12 @@ private:
     Failure failed(long line, std::string text) { return FileFailure(p_, req_.path, line, std::move(text)); }
     Failure early(TextStream& in, const std::string& last) {
         if (in.lineNumber() == 0)
-            return failed(0, "Incomplete data file: " + fs::path(req_.path).filename().string() +
-                                 "\r\nEncountered end of data file. Please check import format.");
+            return failed(0, IncompleteDataText(fs::path(req_.path).filename().string()));
         return failed(in.lineNumber(), "End of file encountered early.\r\nLast Line: '" + last +
                                            "'\r\nPlease check the import type or data file.");
     }
     Failure noRows(long line) {
-        return failed(line, "Incomplete data file: " + fs::path(req_.path).filename().string() +
-                                "\r\nEncountered end of data file. Please check import format.");
+        return failed(line, IncompleteDataText(fs::path(req_.path).filename().string()));
     }
     void keyLine(const std::string& key, std::string_view value);
     int waferIndex(const std::string& w);

@@ -222,8 +222,7 @@ Result<std::string> ImportOnWafer(const ImportRequest& request) {
     }
     in.close();
     if (rows == 0)
-        return failed(headerLine, "Incomplete data file: " + name + "\r\nEncountered end of data file." +
-                                      " Please check import format.");
+        return failed(headerLine, IncompleteDataText(name));
 
     // 4: the header for the workbook.
     p.chk = 4;

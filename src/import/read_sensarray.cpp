@@ -233,8 +233,7 @@ Result<std::string> ImportSensArray(const ImportRequest& request) {
     in.close();
     if (sample == 0) {
         const std::string name = fs::path(source).filename().string();
-        return failed(in.lineNumber(), "Incomplete data file: " + name + "\r\nEncountered end of data file." +
-                                           " Please check import format.");
+        return failed(in.lineNumber(), IncompleteDataText(name));
     }
 
     // 5: the header for the workbook.

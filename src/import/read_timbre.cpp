@@ -285,14 +285,12 @@ Result<std::string> ReadTimbre(const ImportRequest& request, bool verboseOnly) {
     if (!sawData) {
         if (in.lineNumber() == 0)
             return FileFailure(p, source, 0,
-                               "Incomplete data file: " + fs::path(source).filename().string() +
-                                   "\r\nEncountered end of data file. Please check import format.");
+                               IncompleteDataText(fs::path(source).filename().string()));
         return EarlyEndFailure(p, source, in.lineNumber(), lastLine);
     }
     if (t.rows() < 1)
         return FileFailure(p, source, in.lineNumber(),
-                           "Incomplete data file: " + fs::path(source).filename().string() +
-                               "\r\nEncountered end of data file. Please check import format.");
+                           IncompleteDataText(fs::path(source).filename().string()));
     p.chk = 5;
     h.comment = h.toolName + "\r\nModel: " + h.system + " / Software: " + software + "\r\nLotName: " + h.lotName +
                 "\r\nRecipe: " + h.recipe + " / Library: " + library + "\r\nProcess module: " + module +

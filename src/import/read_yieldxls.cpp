@@ -42,24 +42,6 @@ namespace {
 constexpr const char* kToolName = "PDF spreadsheet";
 constexpr const char* kDataSheet = "PDFSdata";
 
-bool CellNumber(const Value& v, double& out) {
-    switch (v.type()) {
-        case VType::Integer:
-        case VType::Long:
-        case VType::Single:
-        case VType::Double: out = v.toDouble(); return std::isfinite(out);
-        case VType::String: return ParseFileNumber(v.str(), out);
-        default: return false;
-    }
-}
-
-std::string CellText(const Value& v) { return v.isString() ? Trim(v.str()) : v.toString(); }
-
-const Value& At(const Value* cells, int count, int col) {
-    static const Value kEmpty;
-    return col >= 0 && col < count ? cells[col] : kEmpty;
-}
-
 // A header cell as looked up: upper case, blanks to "_", unit cut off.
 std::string HeadOf(const Value& v) {
     std::string t = CellText(v);
@@ -246,31 +228,31 @@ Result<std::string> ImportYieldXLS(const ImportRequest& request) {
             return false;
         };
         double dx, dy, sx = 0, sy = 0;
-        const Value& cx = At(cells, count, k.dieX);
+        const Value& cx = CellAt(cells, count, k.dieX);
         if (cx.isEmpty() || (cx.isString() && Trim(cx.str()).empty())) return true;  // a note or a blank row
-        if (!CellNumber(cx, dx) || !CellNumber(At(cells, count, k.dieY), dy)) {
+        if (!CellNumber(cx, dx) || !CellNumber(CellAt(cells, count, k.dieY), dy)) {
             // A note written across the table is no row; a row with values is a bad one.
             double any;
             for (int c : measured)
-                if (CellNumber(At(cells, count, c), any)) return fail("the die is not a number.");
+                if (CellNumber(CellAt(cells, count, c), any)) return fail("the die is not a number.");
             return true;
         }
-        if (k.structX >= 0 && !At(cells, count, k.structX).isEmpty() && !CellNumber(At(cells, count, k.structX), sx))
+        if (k.structX >= 0 && !CellAt(cells, count, k.structX).isEmpty() && !CellNumber(CellAt(cells, count, k.structX), sx))
             return fail("the structure position is not a number.");
-        if (k.structY >= 0 && !At(cells, count, k.structY).isEmpty() && !CellNumber(At(cells, count, k.structY), sy))
+        if (k.structY >= 0 && !CellAt(cells, count, k.structY).isEmpty() && !CellNumber(CellAt(cells, count, k.structY), sy))
             return fail("the structure position is not a number.");
         if (++done % 100 == 0) {
             SetStatusText("Data Import Row " + std::to_string(done));
             if (CheckEscKey()) return fail("Aborting data load...");
         }
-        if (lotName.empty()) lotName = CellText(At(cells, count, k.lot));
+        if (lotName.empty()) lotName = CellText(CellAt(cells, count, k.lot));
         if (substrate <= 0) {
             double d;
-            if (CellNumber(At(cells, count, k.substrate), d) && d > 0) substrate = d;
+            if (CellNumber(CellAt(cells, count, k.substrate), d) && d > 0) substrate = d;
         }
-        if (k.orient >= 0) h.notch = NotchWord(CellText(At(cells, count, k.orient)), h.notch);
-        const std::string targetName = CellText(At(cells, count, k.target));
-        const std::string fill = CellText(At(cells, count, k.fill));
+        if (k.orient >= 0) h.notch = NotchWord(CellText(CellAt(cells, count, k.orient)), h.notch);
+        const std::string targetName = CellText(CellAt(cells, count, k.target));
+        const std::string fill = CellText(CellAt(cells, count, k.fill));
         siteKey = std::to_string(std::lround(dx)) + '|' + std::to_string(std::lround(dy)) + '|' + targetName + '|' +
                   fill + '|' + std::to_string(sx) + '|' + std::to_string(sy);
         auto it = siteOf.find(siteKey);
@@ -285,7 +267,7 @@ Result<std::string> ImportYieldXLS(const ImportRequest& request) {
         dieMaxX = std::max(dieMaxX, dx);
         dieMinY = std::min(dieMinY, dy);
         dieMaxY = std::max(dieMaxY, dy);
-        const std::string slot = CellText(At(cells, count, k.slot));
+        const std::string slot = CellText(CellAt(cells, count, k.slot));
         const long r = t.addRow();
         double num;
         t.cell(r, 1) = slot.empty() ? Value(static_cast<int32_t>(1))
@@ -295,7 +277,7 @@ Result<std::string> ImportYieldXLS(const ImportRequest& request) {
         t.cell(r, 3) = static_cast<int32_t>(0);
         t.cell(r, 4) = static_cast<int32_t>(0);
         for (size_t f = 0; f < measured.size(); ++f)
-            if (CellNumber(At(cells, count, measured[f]), num)) t.cell(r, 5 + static_cast<int>(f)) = num;
+            if (CellNumber(CellAt(cells, count, measured[f]), num)) t.cell(r, 5 + static_cast<int>(f)) = num;
         rowKey = slot + '#' + std::to_string(it->second);
         const bool again = !seen.emplace(rowKey, 1).second;
         if (again || MarkedDuplicate(cells, count)) t.excludeLastRow(row);
@@ -306,8 +288,7 @@ Result<std::string> ImportYieldXLS(const ImportRequest& request) {
     ws = nullptr;
     wb.reset();
     if (t.rows() < 1) {
-        Failure f = failed(s.headerRow, "Incomplete data file: " + fs::path(source).filename().string() +
-                                            "\r\nEncountered end of data file. Please check import format.");
+        Failure f = failed(s.headerRow, IncompleteDataText(fs::path(source).filename().string()));
         f.sheet = sheet;
         return f;
     }

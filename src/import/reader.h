@@ -143,6 +143,20 @@ std::string FamilyOfFeature(std::string_view feature, const std::string& fallbac
 // to blanks; "(0,0)" and "(0, 0)" to "(0_0)"; "," to a blank. All but
 // "(0, 0)" keep the line's length, so fixed column positions stay.
 void ReaderLineReplacements(std::string& line);
+// The message of a file that ends before its data, for the file's name:
+// "Incomplete data file: ", the name, CR LF, "Encountered end of data file.
+// Please check import format.".
+std::string IncompleteDataText(std::string_view fileName);
+
+// Cells of a workbook a reader opens itself. A cell as a number: numbers,
+// and text that reads as one (dates, Booleans and errors are not
+// measurements).
+bool CellNumber(const Value& v, double& out);
+// A cell as text, trimmed.
+std::string CellText(const Value& v);
+// Cell `col` (from 0) of a row of `count` cells, or an empty value.
+const Value& CellAt(const Value* cells, int count, int col);
+
 // A number as the file writes it ("." decimal, thousands separators of the
 // machine tolerated); false for text.
 bool ParseFileNumber(std::string_view text, double& out);

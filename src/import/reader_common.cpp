@@ -277,6 +277,29 @@ bool ParseFileNumber(std::string_view text, double& out) {
     return ParseMachineNumber(text, out) && std::isfinite(out);
 }
 
+std::string IncompleteDataText(std::string_view fileName) {
+    return "Incomplete data file: " + std::string(fileName) +
+           "\r\nEncountered end of data file. Please check import format.";
+}
+
+bool CellNumber(const Value& v, double& out) {
+    switch (v.type()) {
+        case VType::Integer:
+        case VType::Long:
+        case VType::Single:
+        case VType::Double: out = v.toDouble(); return std::isfinite(out);
+        case VType::String: return ParseFileNumber(v.str(), out);
+        default: return false;
+    }
+}
+
+std::string CellText(const Value& v) { return v.isString() ? Trim(v.str()) : v.toString(); }
+
+const Value& CellAt(const Value* cells, int count, int col) {
+    static const Value kEmpty;
+    return col >= 0 && col < count ? cells[col] : kEmpty;
+}
+
 void ReaderLineReplacements(std::string& line) {
     // " PM" and " AM" keep a time one word; a tab-separated line keeps its
     // blanks inside fields as "_"; "(0,0)" is one word; commas are blanks.
