@@ -204,67 +204,6 @@ CurveFit FitCurve(const Datam& table, int xCol, int yCol, int order, Notes* note
 
 // ---------------------------------------------------------------------------
 
-Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups, Notes* notes) {
-    dof = 0;
-    groups = 0;
-    ss = Datam();
-    if (!table.isArray() || table.dims() != 2) return Datam();
-    const int keyCol = table.colLb();
-    Datam sorted = mat_sort(table, keyCol, false, nullptr, notes);
-    if (!sorted.isArray() || CheckEscKey()) return Datam();
-    const Datam uniq = GetUniqueValues(sorted, keyCol, nullptr, true, notes);
-    if (!uniq.isArray() || CheckEscKey()) return Datam();
-    groups = std::max(0, uniq.rowUb());
-    const int r0 = FirstData(sorted, 1), c0 = FirstData(sorted, 2), cu = sorted.colUb();
-    const int total = sorted.rowUb() - r0 + 1;
-
-    // Centre each group's rows by their column means, in place (the means
-    // of mat_center: cells read as 32-bit floats, the missing mark left out;
-    // every numeric cell has the mean subtracted).
-    int r = r0;
-    for (int g = 1; g <= groups && r <= sorted.rowUb(); ++g) {
-        const int cnt = uniq(g, 2).toLong();
-        const int r1 = std::min(sorted.rowUb(), r + std::max(cnt, 1) - 1);
-        for (int c = c0; c <= cu; ++c) {
-            double sum = 0;
-            int n = 0;
-            for (int i = r; i <= r1; ++i) {
-                const Value& v = sorted(i, c);
-                double x;
-                if (v.isDate()) {
-                    x = v.toDouble();
-                } else {
-                    if (IsBlank(v) || !v.isNumericPlain()) continue;
-                    const float f = v.toSingle();
-                    if (f == kMissingValue) continue;
-                    x = f;
-                }
-                sum += x;
-                ++n;
-            }
-            const double mean = n ? sum / n : 0.0;
-            for (int i = r; i <= r1; ++i) {
-                Value& v = sorted(i, c);
-                if (IsBlank(v) || !v.isNumericPlain()) continue;
-                v = Value(v.toDouble() - mean);
-            }
-        }
-        r = r1 + 1;
-        if (g % 100 == 0 && CheckEscKey()) return Datam();
-    }
-    if (CheckEscKey()) return Datam();
-    dof = total - groups - 1;
-    ss = mat_rcstat(sorted, "SS", true, -1, nullptr, nullptr, nullptr, notes);
-    if (!ss.isArray() || CheckEscKey()) return Datam();
-    Datam sigma(ss.rowUb(), 1, ss.rowLb(), ss.colLb());
-    const int vc = VecCol(ss);
-    for (int i = std::max(1, ss.rowLb()); i <= ss.rowUb(); ++i) {
-        double s;
-        if (dof > 0 && NumericOf(ss(i, vc), s)) sigma(i, vc) = Value(std::sqrt(s / dof));
-    }
-    return sigma;
-}
-
 double LinearCorrelation(const Datam& x, const Datam& y) {
     if (!x.isArray() || !y.isArray() || x.dims() != 2 || y.dims() != 2) return 0.0;
     const int xc = VecCol(x), yc = VecCol(y);

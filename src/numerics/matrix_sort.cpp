@@ -10,6 +10,7 @@
 
 #include "base/proc.h"
 #include "base/report.h"  // CheckEscKey
+#include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "tell.h"
 
@@ -583,6 +584,118 @@ Datam GetUniqueValues(const Datam& m, int col, Value* header, bool sorted, Notes
         u(i + 1, 2) = Value(int32_t(groups[static_cast<size_t>(i)].second));
     }
     return u;
+}
+
+// ---------------------------------------------------------------------------
+
+// The rows are taken in the key column's sort order and grouped as the unique
+// walk groups them; each cell is centred on its group's mean and squared as
+// mat_rcstat's "SS" reads a centred table. The sorted, centred copy itself is
+// never built: at a million rows that copy was most of the time.
+Datam CalcSS(const Datam& table, Datam& ss, int& dof, int& groups, Notes* notes) {
+    dof = 0;
+    groups = 0;
+    ss = Datam();
+    if (!table.isArray() || table.dims() != 2) return Datam();
+    const int keyCol = table.colLb();
+    if (DataRows(table) < 1) {
+        TellFailure(notes, Proc("Math(mat_sort): ").fail("Input data is not a matrix or has no data in it."));
+        return Datam();
+    }
+    // Sorted without the sort's own Esc poll, so that Esc stops CalcSS
+    // itself rather than leaving it with a half-sorted key.
+    std::vector<int> order(static_cast<size_t>(DataRows(table)));
+    for (size_t i = 0; i < order.size(); ++i) order[i] = FirstData(table, 1) + static_cast<int>(i);
+    SortRowList(table, keyCol, false, order.data(), order.size(), false, notes);
+    if (CheckEscKey()) return Datam();
+    // Group boundaries in the order: starts[g] .. starts[g + 1] - 1.
+    std::vector<size_t> starts;
+    {
+        UniqueKey cur;
+        for (size_t i = 0; i < order.size(); ++i) {
+            const UniqueKey k = MakeUniqueKey(table(order[i], keyCol), false);
+            if (starts.empty() || !SameUnique(k, cur)) {
+                starts.push_back(i);
+                cur = k;
+            }
+        }
+        starts.push_back(order.size());
+    }
+    groups = static_cast<int>(starts.size()) - 1;
+    const int c0 = FirstData(table, 2), cu = table.colUb();
+    const int total = static_cast<int>(order.size());
+
+    // Group by group, all columns of a row together: the rows come in key
+    // order, so reading a row at a time keeps the walk in the cache.
+    const size_t nc = static_cast<size_t>(std::max(cu - c0 + 1, 0));
+    std::vector<double> sums(nc, 0.0), mean(nc, 0.0), s2(nc, 0.0);
+    std::vector<int> m(nc, 0);
+    std::vector<long long> counts(nc, 0);
+    for (int g = 0; g < groups; ++g) {
+        std::fill(sums.begin(), sums.end(), 0.0);
+        std::fill(m.begin(), m.end(), 0);
+        // The group's means: cells read as 32-bit floats, the missing mark
+        // left out, dates by their serial value.
+        for (size_t i = starts[g]; i < starts[g + 1]; ++i) {
+            const Value* row = &table(order[i], c0);
+            for (size_t c = 0; c < nc; ++c) {
+                const Value& v = row[c];
+                double x;
+                if (v.type() == VType::Double) {  // the common cell, first
+                    const float f = static_cast<float>(v.toDouble());
+                    if (f == kMissingValue) continue;
+                    x = f;
+                } else if (v.isDate()) {
+                    x = v.toDouble();
+                } else {
+                    if (IsBlank(v) || !v.isNumericPlain()) continue;
+                    const float f = v.toSingle();
+                    if (f == kMissingValue) continue;
+                    x = f;
+                }
+                sums[c] += x;
+                ++m[c];
+            }
+        }
+        for (size_t c = 0; c < nc; ++c) mean[c] = m[c] ? sums[c] / m[c] : 0.0;
+        // Every plain numeric cell is centred (the missing mark too, as the
+        // centring always did); a date stays as it is.
+        for (size_t i = starts[g]; i < starts[g + 1]; ++i) {
+            const Value* row = &table(order[i], c0);
+            for (size_t c = 0; c < nc; ++c) {
+                const Value& v = row[c];
+                double x;
+                if (v.isDate()) {
+                    x = v.toDouble();
+                } else {
+                    if (v.type() != VType::Double && (IsBlank(v) || !v.isNumericPlain())) continue;
+                    const float f = static_cast<float>(v.toDouble() - mean[c]);
+                    if (f == kMissingValue) continue;
+                    x = f;
+                }
+                s2[c] += x * x;
+                ++counts[c];
+            }
+        }
+        if (g % 100 == 99 && CheckEscKey()) return Datam();
+    }
+    if (CheckEscKey()) return Datam();
+    dof = total - groups - 1;
+    // The shape of mat_rcstat's vector: rows 1..last column.
+    ss = Datam::vec(std::max(cu, 1));
+    bool any = false;
+    for (int c = std::max(c0, 1); c <= cu; ++c)
+        if (counts[static_cast<size_t>(c - c0)] > 0) {
+            ss(c, 1) = Value(s2[static_cast<size_t>(c - c0)]);
+            any = true;
+        }
+    if (!any && notes) notes->warnings.push_back({"No data in input matrix.", {}, true});
+    Datam sigma(ss.rowUb(), 1, ss.rowLb(), ss.colLb());
+    for (int i = std::max(1, ss.rowLb()); i <= ss.rowUb(); ++i) {
+        double s;
+        if (dof > 0 && NumericOf(ss(i, 1), s)) sigma(i, 1) = Value(std::sqrt(s / dof));
+    }
+    return sigma;
 }
 
 }  // namespace zorv
