@@ -28,8 +28,9 @@ namespace zorv {
 
 // cLot(CalcRawStats): fills *table (resized as needed) with the raw statistics
 // of the lot's live points, for the lot's plot data type. nullptr fails with
-// "A table of data for analysis must be given."; no live points with "No
-// data." Layout: see lot_stats.cpp.
+// "A table of data for analysis must be given."; no live points with "Zero
+// (0) rows available for analysis. Please check selections."; no feature
+// value with "No data." Layout: see lot_stats.cpp.
 [[nodiscard]] Status CalcRawStats(cLot& lot, Datam* table);
 // Clot(CalcFeatureStats): the feature statistics table of the lot.
 [[nodiscard]] Status CalcFeatureStats(cLot& lot, Datam* table);
