@@ -7,6 +7,7 @@
 // divided by 1000 on the way out.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,22 @@ struct RangeSigmaResult {
 // PlotFeature alone.
 [[nodiscard]] Result<RangeSigmaResult> CullRangeSigma(cLot& lot, double range, double sigma,
                                                       bool allFeatures = false);
+
+// The centre and spread CullRangeSigma takes of one family: the median of
+// the family's histogram (3, 5, 20, 30 or 50 equal bins between its minimum
+// and maximum by its count, through GetQuartilesFreq) and the sample standard
+// deviation. Values as the points hold them (x1000), missing marks already
+// left out; results in display units. SigmaTest shares it so that its counts
+// are the cull's.
+struct FamilyCentre {
+    long n = 0;
+    double median = 0, stdev = 0;  // the median as a 32-bit float
+    double mean = 0, min = 0, max = 0;
+    // In the points' unit, as the cull compares them.
+    double medianStored() const { return median * 1000.0; }
+    double sigmaLimit(double sigma) const { return stdev * sigma * 1000.0; }
+};
+FamilyCentre CullFamilyCentre(std::span<const float> stored);
 
 // ---- geometric and list culls --------------------------------------------------
 
