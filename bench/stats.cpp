@@ -34,7 +34,8 @@ double statusKB(const char* key) {
 }
 
 // Values with a wafer, field and site signature and a little noise, so that
-// every level of the precision table has something to find.
+// every level of the precision table has something to find, and a CD outlier
+// in every 1009 points for the cull.
 std::shared_ptr<cLot> BuildLot() {
     auto lot = cLot::create();
     lot->LotName = "BenchStats";
@@ -46,6 +47,7 @@ std::shared_ptr<cLot> BuildLot() {
     lot->DieSizeX = 26000;
     lot->DieSizeY = 33000;
     unsigned seed = 12345;
+    long planted = 0;
     auto noise = [&seed]() {
         seed = seed * 1103515245u + 12345u;
         return ((seed >> 8) & 0xffff) / 65536.0 - 0.5;
@@ -73,7 +75,8 @@ std::shared_ptr<cLot> BuildLot() {
                         s->setFamily(1 + (key - 1) % 4);
                         f->sites().Add(s, std::to_string(key));
                         auto p = std::make_unique<cPoint>();
-                        const double base = 50 + 0.3 * w + 0.1 * (i - j) + 0.02 * (a - b) + noise();
+                        double base = 50 + 0.3 * w + 0.1 * (i - j) + 0.02 * (a - b) + noise();
+                        if (++planted % 1009 == 0) base += 12;  // an outlier now and then
                         p->ValueV = float(base * 1000);
                         p->ValueH = float((100 + 0.5 * w + noise()) * 1000);
                         p->ValueZ = float((88 + 0.01 * a + noise()) * 1000);
@@ -106,6 +109,38 @@ void BM_CalcPrecision(benchmark::State& state) {
     ReportPeak(state);
 }
 BENCHMARK(BM_CalcPrecision)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_CalcRawStats(benchmark::State& state) {
+    cLot& lot = SharedLot();
+    for (auto _ : state) {
+        Datam t;
+        if (Status st = CalcRawStats(lot, &t); !st) state.SkipWithError(st.failure().text.c_str());
+        benchmark::DoNotOptimize(t);
+    }
+    ReportPeak(state);
+}
+BENCHMARK(BM_CalcRawStats)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+// Every feature and family, on a fresh clone each time (the cull changes
+// the lot); the clone is not timed.
+void BM_CullRangeSigma(benchmark::State& state) {
+    cLot& lot = SharedLot();
+    long culled = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto work = lot.clone(true);
+        state.ResumeTiming();
+        auto r = CullRangeSigma(*work, 8, 3, true);
+        if (!r) state.SkipWithError(r.failure().text.c_str());
+        else culled = r->rangeCount + r->sigmaCount;
+        state.PauseTiming();
+        work.reset();
+        state.ResumeTiming();
+    }
+    state.counters["culled"] = static_cast<double>(culled);
+    ReportPeak(state);
+}
+BENCHMARK(BM_CullRangeSigma)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace
 

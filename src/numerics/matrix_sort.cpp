@@ -10,6 +10,7 @@
 
 #include "base/proc.h"
 #include "base/report.h"  // CheckEscKey
+#include "base/reserve.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "tell.h"
@@ -96,6 +97,14 @@ SortKey MakeKey(const Value& v) {
             }
             return k;
         }
+        case VType::Integer:
+        case VType::Long: {
+            // A whole number under 1e7 is its own seven-digit float key.
+            const double x = v.toDouble();
+            k.cls = kNumberKey;
+            k.num = std::fabs(x) < 1e7 ? x : Key7(x);
+            return k;
+        }
         default:
             k.cls = kNumberKey;
             k.num = Key7(v.toDouble());
@@ -177,6 +186,7 @@ void RadixSort(RadixItem* items, size_t n, std::vector<RadixItem>& tmp) {
     for (size_t i = 0; i < n; ++i)
         for (int p = 0; p < kPasses; ++p)
             ++count[p * kBuckets + ((items[i].key >> (p * kBits)) & (kBuckets - 1))];
+    ReserveLarge(tmp, n);
     tmp.resize(std::max(tmp.size(), n));
     RadixItem* src = items;
     RadixItem* dst = tmp.data();
@@ -241,7 +251,9 @@ void RankTexts(std::vector<SortKey>& keys, size_t n) {
 void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, bool poll,
                  Notes* notes) {
     if (n < 2) return;
-    std::vector<SortKey> keys(n);
+    std::vector<SortKey> keys;
+    ReserveLarge(keys, n);
+    keys.resize(n);
     const size_t tenth = std::max<size_t>(n / 10, 1);
     size_t seen = n;
     bool allNumbers = true;
@@ -269,7 +281,9 @@ void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, 
         start[c] = pos;
         pos += count[c];
     }
-    std::vector<RadixItem> items(seen);
+    std::vector<RadixItem> items;
+    ReserveLarge(items, seen);
+    items.resize(seen);
     size_t fill[4] = {start[0], start[1], start[2], start[3]};
     for (size_t i = 0; i < seen; ++i) {
         const uint64_t u = OrderedBits(keys[i].num);
