@@ -35,6 +35,9 @@ constexpr Verb kVerbs[] = {
     {"import", "read a raw tool file into a data workbook and print its lot", kImportHelp, RunImport},
     {"simulate", "write a synthetic tool file with a known truth (fem, overlay, psfm, reticle)", kSimulateHelp,
      RunSimulate},
+    {"stats", "print a statistics table of a lot: summary, raw, IFD, feature, precision, covariance",
+     kStatsHelp, RunStats},
+    {"cull", "cull a lot by range and sigma per family, radius or a variable's limits", kCullHelp, RunCull},
 };
 
 const Verb* FindVerb(const std::string& name) {

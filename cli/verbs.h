@@ -27,12 +27,16 @@ int RunSampleWorkbook(const Args& args);
 int RunFormats(const Args& args);
 int RunImport(const Args& args);
 int RunSimulate(const Args& args);
+int RunStats(const Args& args);
+int RunCull(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
 extern const char kFormatsHelp[];
 extern const char kImportHelp[];
 extern const char kSimulateHelp[];
+extern const char kStatsHelp[];
+extern const char kCullHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

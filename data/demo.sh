@@ -45,3 +45,27 @@ for kind in fem overlay psfm reticle thermal; do
   file=$(grep -o '"file": *"[^"]*"' "$out/sim-$kind/truth.json" | head -1 | cut -d'"' -f4)
   "$cli" import "$out/sim-$kind/$file" | sed -n '1,12p'
 done
+
+# Statistics and culls: the summary, the raw statistics and the precision
+# table of a CD-SEM lot, then a cull by sigma on every feature, each written
+# back as a result sheet of a copy of the sample.
+cp "$here/samples/SampleCD.xlsx" "$out/StatsCD.xlsx"
+echo
+echo "== zorv-cli stats StatsCD.xlsx"
+"$cli" stats "$out/StatsCD.xlsx" --save
+echo
+echo "== zorv-cli stats StatsCD.xlsx --table precision"
+"$cli" stats "$out/StatsCD.xlsx" --table precision --save
+echo
+echo "== zorv-cli stats StatsCD.xlsx --table raw"
+"$cli" stats "$out/StatsCD.xlsx" --table raw
+echo
+echo "== zorv-cli cull StatsCD.xlsx --sigma 2 --all-features --save"
+"$cli" cull "$out/StatsCD.xlsx" --sigma 2 --all-features --save | sed -n '1,12p'
+# The simulated focus-exposure lot, by family.
+fem=$(ls "$out"/sim-fem/*.xlsx 2>/dev/null | head -1 || true)
+if [ -n "$fem" ]; then
+  echo
+  echo "== zorv-cli stats $(basename "$fem") --table precision"
+  "$cli" stats "$fem" --table precision
+fi

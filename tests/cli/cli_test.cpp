@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -200,7 +201,7 @@ TEST_F(Cli, VersionHelpAndUnknownVerb) {
 }
 
 TEST_F(Cli, EveryVerbHasHelp) {
-    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate"}) {
+    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate", "stats", "cull"}) {
         CliRun r = run(std::string(verb) + " --help");
         EXPECT_EQ(r.rc, 0) << verb;
         EXPECT_NE(r.out.find("Usage: zorv-cli " + std::string(verb)), std::string::npos) << r.out;
@@ -493,4 +494,112 @@ TEST_F(Cli, ImportFailuresExitNonZeroAndWriteNothing) {
     EXPECT_NE(e.err.find("Please check the import type or data file."), std::string::npos) << e.err;
     for (const auto& f : fs::directory_iterator(dir)) EXPECT_NE(f.path().extension(), ".xlsx") << f.path();
     EXPECT_EQ(run("import").rc, 2);
+}
+
+// The mean and sample deviation of a data sheet column, read through the
+// store rather than through the lot and the statistics.
+static std::pair<double, double> ColumnMoments(const fs::path& wb, const std::string& sheet, int col) {
+    auto opened = zorv::Workbook::open(wb.string());
+    if (!opened) return {NAN, NAN};
+    zorv::Worksheet* s = (*opened)->sheet(sheet);
+    if (!s) return {NAN, NAN};
+    double n = 0, s1 = 0, s2 = 0;
+    for (int r = 2; r <= s->lastRow(); ++r) {
+        const zorv::Value& v = s->cell(r, col);
+        if (!v.isNumberType()) continue;
+        const double x = v.toDouble();
+        n += 1, s1 += x, s2 += x * x;
+    }
+    return {s1 / n, std::sqrt((n * s2 - s1 * s1) / (n * (n - 1)))};
+}
+
+TEST_F(Cli, StatsTablesAgreeWithTheDataSheet) {
+    const fs::path wb = dir / "SampleCD.xlsx";
+    fs::copy_file(std::string(ZORV_DATA_DIR) + "/samples/SampleCD.xlsx", wb);
+    CliRun s = run("stats " + wb.string() + " --json");
+    ASSERT_EQ(s.rc, 0) << s.err;
+    ASSERT_TRUE(validJson(s.out)) << s.out;
+    FlatJson j(s.out);
+    ASSERT_TRUE(j.ok()) << s.out;
+    EXPECT_EQ(j["table"], "summary");
+    EXPECT_EQ(j["columns.0"], "Measure");
+    EXPECT_EQ(j["rows.0.label"], "Count");
+    EXPECT_EQ(j["rows.0.values.Measure"], "162");
+    // Column F of the data sheet is "Measure"; the table's numbers are "###0.00#".
+    const auto [mean, sd] = ColumnMoments(wb, "SampleCD", 6);
+    EXPECT_EQ(j["rows.1.label"], "Mean");
+    EXPECT_NEAR(std::stod(j["rows.1.values.Measure"]), mean, 5e-4);
+    EXPECT_EQ(j["rows.4.label"], "StDev");
+    EXPECT_NEAR(std::stod(j["rows.4.values.Measure"]), sd, 5e-4);
+
+    CliRun p = run("stats " + wb.string() + " --table precision --json");
+    ASSERT_EQ(p.rc, 0) << p.err;
+    FlatJson pj(p.out);
+    EXPECT_EQ(pj["rows.4.label"], "Lot");
+    EXPECT_NEAR(std::stod(pj["rows.4.values.Measure"]), sd, 5e-4);  // the lot's spread is the sample sd
+    for (const char* t : {"raw", "ifd", "feature", "covariance"}) {
+        CliRun r = run("stats " + wb.string() + " --table " + t + " --json");
+        EXPECT_EQ(r.rc, 0) << t << r.err;
+        EXPECT_TRUE(validJson(r.out)) << t;
+    }
+    CliRun text = run("stats " + wb.string() + " --table precision");
+    EXPECT_NE(text.out.find("Precision Table for: SampleCD"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("InterWafer"), std::string::npos) << text.out;
+
+    // Bad input: an unknown table or feature, a file that is not a workbook.
+    EXPECT_EQ(run("stats " + wb.string() + " --table nope").rc, 2);
+    CliRun f = run("stats " + wb.string() + " --feature Nope");
+    EXPECT_EQ(f.rc, 1);
+    EXPECT_NE(f.err.find("Feature 'Nope' is not in lot: SampleCD"), std::string::npos) << f.err;
+    const fs::path junk = dir / "junk.xlsx";
+    std::ofstream(junk) << "not a workbook";
+    CliRun jb = run("stats " + junk.string() + " --json");
+    EXPECT_EQ(jb.rc, 1);
+    EXPECT_EQ(FlatJson(jb.out)["error.file"], junk.string());
+}
+
+TEST_F(Cli, CullSavesItsSheetAndLeavesTheDataSheet) {
+    const fs::path wb = dir / "SampleCD.xlsx";
+    fs::copy_file(std::string(ZORV_DATA_DIR) + "/samples/SampleCD.xlsx", wb);
+    auto dataSheet = [&]() {
+        auto opened = zorv::Workbook::open(wb.string());
+        return opened ? (*opened)->sheet("SampleCD")->usedRange() : zorv::Datam();
+    };
+    const zorv::Datam before = dataSheet();
+    ASSERT_TRUE(before.isArray());
+
+    // Range 0 and sigma 0 take out only missing values, and the sample has none.
+    CliRun none = run("cull " + wb.string() + " --json");
+    ASSERT_EQ(none.rc, 0) << none.err;
+    FlatJson n(none.out);
+    EXPECT_EQ(n["pointsBefore"], "162");
+    EXPECT_EQ(n["pointsAfter"], "162");
+
+    // Measure runs 0.071 .. 0.239 about a median near 0.155: a range of 0.06
+    // leaves the points within it. Count them from the sheet itself.
+    const auto [mean, sd] = ColumnMoments(wb, "SampleCD", 6);
+    (void)sd;
+    CliRun c = run("cull " + wb.string() + " --feature Measure --range 0.06 --json --save");
+    ASSERT_EQ(c.rc, 0) << c.err;
+    FlatJson cj(c.out);
+    const double median = std::stod(cj["detail.rows.0.values.Median"]);
+    EXPECT_NEAR(median, mean, 0.02);  // the histogram's median lies near the centre
+    int expected = 0;
+    for (int r = 2; r <= before.rowUb(); ++r)
+        if (before(r, 6).isNumberType() && std::fabs(before(r, 6).toDouble() - median) > 0.06 + 1e-9) ++expected;
+    EXPECT_EQ(cj["rangeCount"], std::to_string(expected));
+    EXPECT_EQ(cj["savedSheet"], "Culled");
+
+    auto opened = zorv::Workbook::open(wb.string());
+    ASSERT_TRUE(opened);
+    ASSERT_NE((*opened)->sheet("Culled"), nullptr);
+    EXPECT_EQ((*opened)->sheet("Culled")->cell(1, 1).toString(), "Culled Data Values for: SampleCD");
+    ASSERT_NE((*opened)->sheet("Index"), nullptr);
+    const zorv::Datam after = (*opened)->sheet("SampleCD")->usedRange();
+    ASSERT_EQ(after.rowUb(), before.rowUb());
+    ASSERT_EQ(after.colUb(), before.colUb());
+    for (int r = 1; r <= before.rowUb(); ++r)
+        for (int col = 1; col <= before.colUb(); ++col)
+            EXPECT_EQ(after(r, col).toString(), before(r, col).toString()) << r << "," << col;
+    EXPECT_EQ(run("cull " + wb.string() + " --range abc").rc, 2);
 }

@@ -1,0 +1,376 @@
+// zorv-cli stats and cull: the statistics tables of a lot, and the culls, on
+// a data workbook loaded as the program loads it. Results can be written back
+// as result sheets; the data sheet itself is never changed.
+#include <cassert>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/proc.h"
+#include "base/report.h"
+#include "json.h"
+#include "numerics/matrix.h"
+#include "stats/cull.h"
+#include "stats/lot_stats.h"
+#include "stats/precision.h"
+#include "verbs.h"
+#include "workbook/data_workbook.h"
+#include "workbook/store.h"
+#include "workbook/workbook_ops.h"
+
+namespace zorv::cli {
+
+namespace {
+
+struct Loaded {
+    std::shared_ptr<cLot> lot;
+    WBLotTables tables;
+};
+
+// Loads as `info` does: the user's settings are neither read nor written.
+Status LoadLot(const std::string& path, const Args& args, Loaded& out) {
+    LoadOptions options;
+    options.sheetName = OptionValue(args, "--sheet");
+    options.quiet = true;
+    if (Status st = GetExcelWBLot(path, options, out.lot, &out.tables); !st) return st;
+    assert(out.lot);
+    return StatusOk();
+}
+
+// Selects --feature by name; a name the lot doesn't have is bad input.
+Status SelectFeature(cLot& lot, const std::string& name, const std::string& tag) {
+    if (name.empty()) return StatusOk();
+    const int k = lot.GetPlotFeature(name);
+    if (k < ePlotFeatureV || k > ePlotFeatureAstig) {
+        Proc p(tag);
+        return p.fail("Feature '" + name + "' is not in lot: " + lot.LotName);
+    }
+    lot.PlotFeature(k);
+    return StatusOk();
+}
+
+// The feature columns of the lot matrix that hold data, with the header row;
+// with a feature selected, that column alone.
+Datam FeatureColumns(cLot& lot, const std::string& feature) {
+    const Datam m = lot.GetDataMatrix();
+    if (!m.isArray()) return {};
+    std::vector<int> cols;
+    const Datam ft = lot.GetFeatureTypes();
+    for (int r = 1; r <= ft.rowUb(); ++r) {
+        const int k = ft(r, 0).toLong();
+        if (k < ePlotFeatureV || k > ePlotFeatureC) continue;
+        if (!feature.empty() && k != lot.PlotFeature()) continue;
+        cols.push_back(5 + k);
+    }
+    Datam t(m.rowUb(), static_cast<int>(cols.size()), 0, 0);
+    for (int r = 0; r <= m.rowUb(); ++r)
+        for (size_t c = 0; c < cols.size(); ++c) t(r, static_cast<int>(c) + 1) = m(r, cols[c]);
+    return t;
+}
+
+// A cell as JSON: a number when it reads as one, else its text.
+void CellJson(Json& j, const Value& v) {
+    double x;
+    if (v.isEmpty()) j.null();
+    else if (NumericOf(v, x)) j.value(x);
+    else j.value(v.toString());
+}
+
+// Rows by label, columns by header: [{"label": L, "values": {H: v, ...}}, ...].
+void TableJson(Json& j, const Datam& t) {
+    j.key("columns").beginArray();
+    for (int c = 1; c <= t.colUb(); ++c) j.value(t(0, c).toString());
+    j.endArray();
+    j.key("rows").beginArray();
+    for (int r = 1; r <= t.rowUb(); ++r) {
+        j.beginObject().field("label", t(r, 0).toString());
+        j.key("values").beginObject();
+        for (int c = 1; c <= t.colUb(); ++c) {
+            j.key(t(0, c).toString());
+            CellJson(j, t(r, c));
+        }
+        j.endObject().endObject();
+    }
+    j.endArray();
+}
+
+// A cell for the text block: numbers at 6 significant digits, which is what
+// a reader of the table wants; --json keeps every digit.
+std::string CellText(const Value& v) {
+    if (v.type() != VType::Double && v.type() != VType::Single) return v.toString();
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.6g", v.toDouble());
+    return buf;
+}
+
+// The table as a block of aligned columns, labels left, values right.
+void PrintTable(const Datam& t) {
+    std::vector<size_t> w(static_cast<size_t>(t.colUb() + 1), 0);
+    for (int r = t.rowLb(); r <= t.rowUb(); ++r)
+        for (int c = t.colLb(); c <= t.colUb(); ++c) w[c] = std::max(w[c], CellText(t(r, c)).size());
+    for (int r = t.rowLb(); r <= t.rowUb(); ++r) {
+        std::string line;
+        for (int c = t.colLb(); c <= t.colUb(); ++c) {
+            const std::string s = CellText(t(r, c));
+            const std::string pad(w[c] - s.size(), ' ');
+            line += c == t.colLb() ? s + pad : "  " + pad + s;
+        }
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        std::printf("%s\n", line.c_str());
+    }
+}
+
+// Writes a result sheet with its title and Index row, then saves the file.
+// Formatted numbers go in as numbers, as a spreadsheet takes typed text, so
+// that the sheet can be computed with.
+Status SaveResult(Workbook* wb, const Datam& formatted, const std::string& sheet, const std::string& title) {
+    Datam table = formatted;
+    for (int r = table.rowLb() + 1; r <= table.rowUb(); ++r)
+        for (int c = table.colLb() + 1; c <= table.colUb(); ++c) {
+            double x;
+            if (table(r, c).isString() && NumericOf(table(r, c), x)) table(r, c) = Value(x);
+        }
+    SaveArrayOptions o;
+    o.title = title;
+    o.save = false;
+    if (Status s = SaveArray(table, sheet, wb, o); !s) return s;
+    return AddIndexItem(wb, sheet, title, Value(), true);
+}
+
+struct TableKind {
+    const char* name;   // --table word
+    const char* sheet;  // result sheet
+    const char* title;  // its title, before the lot name
+};
+constexpr TableKind kTables[] = {
+    {"summary", "Statistics", "Summary Statistics for: "},
+    {"raw", "RawStats", "Raw Data Statistics for: "},
+    {"ifd", "IFDstats", "IFD Statistics for: "},
+    {"feature", "FeatureStats", "Feature Statistics for: "},
+    {"precision", "Precision", "Precision Table for: "},
+    {"covariance", "Covariance", "Covariance Matrix for: "},
+};
+
+}  // namespace
+
+const char kStatsHelp[] =
+    "Usage: zorv-cli stats WORKBOOK [--sheet NAME] [--feature F]\n"
+    "                      [--table summary|raw|ifd|feature|precision|covariance]\n"
+    "                      [--json] [--save]\n\n"
+    "Loads the data workbook as a lot and prints one statistics table of its points\n"
+    "(culled points left out; values in the features' display units):\n"
+    "  summary     Count, Mean, Median, SEM, StDev, Maximum, Minimum, Range and\n"
+    "              Mean+3Sigma of each feature (the default)\n"
+    "  raw         the raw statistics: counts, IFD, astigmatism and the statistics rows\n"
+    "  ifd         the intra-field difference table\n"
+    "  feature     the feature statistics table\n"
+    "  precision   the spread of each feature split over lot, wafer, field, site,\n"
+    "              column, row and family, by sums of squares within groups\n"
+    "  covariance  the feature-by-feature covariance matrix\n\n"
+    "--feature F  the feature by name (default: the lot's; summary: that column alone)\n"
+    "--json       the table as {\"table\", \"columns\", \"rows\": [{\"label\", \"values\"}]}\n"
+    "--save       also write the table to the workbook as a result sheet (\"Statistics\",\n"
+    "             \"RawStats\", \"IFDstats\", \"FeatureStats\", \"Precision\" or \"Covariance\")\n"
+    "             with its Index row; the data sheet is not changed\n\n"
+    "A workbook that cannot be loaded, a lot without points or a feature it does not\n"
+    "have gives the message on stderr (with --json as an error object) and exit code 1.\n";
+
+int RunStats(const Args& args) {
+    const Args pos = Positional(args, {"--sheet", "--feature", "--table"});
+    const std::string which = OptionValue(args, "--table").empty() ? "summary" : OptionValue(args, "--table");
+    const TableKind* kind = nullptr;
+    for (const TableKind& k : kTables)
+        if (which == k.name) kind = &k;
+    if (pos.size() != 1 || !kind) {
+        std::fprintf(stderr,
+                     "Usage: zorv-cli stats WORKBOOK [--sheet NAME] [--feature F]\n"
+                     "       [--table summary|raw|ifd|feature|precision|covariance] [--json] [--save]\n");
+        return kExitUsage;
+    }
+    const bool json = HasFlag(args, "--json");
+    Loaded in;
+    if (Status st = LoadLot(pos[0], args, in); !st) return ShowFailure(st.failure(), json);
+    cLot& lot = *in.lot;
+    const std::string feature = OptionValue(args, "--feature");
+    if (Status st = SelectFeature(lot, feature, "zorv-cli(stats): "); !st) return ShowFailure(st.failure(), json);
+
+    Datam table;
+    const std::string name = kind->name;
+    Status st = StatusOk();
+    if (name == "summary") {
+        const Datam cols = FeatureColumns(lot, feature);
+        if (!cols.isArray() || cols.rowUb() < 1) {
+            Proc p("Util(CalcStatistics): ");
+            st = p.fail("No data.");
+        } else if (auto r = CalcStatistics(cols, -1, "###0.00#", lot.GetPlotFeatureTypeName(), 0); r) {
+            table = std::move(*r);
+        } else {
+            st = r.failure();
+        }
+    } else if (name == "precision") {
+        if (auto r = CalcPrecision(lot); r) table = std::move(*r);
+        else st = r.failure();
+    } else if (name == "covariance") {
+        if (auto r = CoVariance(lot); r) table = std::move(*r);
+        else st = r.failure();
+    } else {
+        table = Datam(0, 0, 0, 0);
+        st = name == "raw" ? CalcRawStats(lot, &table)
+             : name == "ifd" ? CalcIFDstats(lot, &table)
+                             : CalcFeatureStats(lot, &table);
+    }
+    if (!st) return ShowFailure(st.failure(), json);
+
+    const std::string title = kind->title + lot.LotName;
+    if (HasFlag(args, "--save"))
+        if (Status s = SaveResult(in.tables.workbook.get(), table, kind->sheet, title); !s)
+            return ShowFailure(s.failure(), json);
+    if (json) {
+        Json j;
+        j.beginObject().field("workbook", pos[0]).field("lot", lot.LotName).field("table", name);
+        j.field("title", title);
+        TableJson(j, table);
+        if (HasFlag(args, "--save")) j.field("savedSheet", std::string(kind->sheet));
+        j.endObject();
+        std::printf("%s\n", j.str().c_str());
+    } else {
+        std::printf("%s\n\n", title.c_str());
+        PrintTable(table);
+        if (HasFlag(args, "--save")) std::printf("\nSaved as sheet \"%s\" of %s\n", kind->sheet, pos[0].c_str());
+    }
+    return kExitOk;
+}
+
+const char kCullHelp[] =
+    "Usage: zorv-cli cull WORKBOOK [--sheet NAME] [--feature F | --all-features]\n"
+    "                     [--range R] [--sigma S] [--radius MM]\n"
+    "                     [--variable NAME --max X --min Y] [--json] [--save]\n\n"
+    "Loads the data workbook as a lot and culls, in this order:\n"
+    "  --range R, --sigma S  by family, points whose distance from the family's median\n"
+    "                        is above R (display units) or above S standard deviations;\n"
+    "                        points without a measurement (-999.9) always go\n"
+    "  --radius MM           sites farther than MM from the wafer centre\n"
+    "  --variable NAME       points whose feature NAME lies above --max or below --min\n"
+    "Prints the points before and after, the counts of each rule and the table of\n"
+    "culled points (value, delta and median in display units, family).\n\n"
+    "--feature F      the feature the range and sigma rules look at (default: the lot's)\n"
+    "--all-features   the range and sigma rules on every feature in turn\n"
+    "--json           the counts and the table as JSON\n"
+    "--save           also write the culled points to the workbook as the result sheet\n"
+    "                 \"Culled\" with its Index row; the data sheet is not changed\n\n"
+    "Bad input (a workbook that cannot be loaded, a lot without points, an unknown\n"
+    "feature) gives the message on stderr (with --json as an error object) and exit 1.\n";
+
+int RunCull(const Args& args) {
+    const Args pos = Positional(args, {"--sheet", "--feature", "--range", "--sigma", "--radius", "--variable",
+                                       "--max", "--min"});
+    auto number = [&](const char* opt, double def, bool& bad) {
+        const std::string s = OptionValue(args, opt);
+        if (s.empty()) return def;
+        char* end = nullptr;
+        const double v = std::strtod(s.c_str(), &end);
+        if (!end || *end) bad = true;
+        return v;
+    };
+    bool bad = false;
+    const double range = number("--range", 0, bad), sigma = number("--sigma", 0, bad);
+    const double radius = number("--radius", 0, bad);
+    const double vmax = number("--max", 1e30, bad), vmin = number("--min", -1e30, bad);
+    const std::string variable = OptionValue(args, "--variable");
+    if (pos.size() != 1 || bad) {
+        std::fprintf(stderr,
+                     "Usage: zorv-cli cull WORKBOOK [--sheet NAME] [--feature F | --all-features] [--range R]\n"
+                     "       [--sigma S] [--radius MM] [--variable NAME --max X --min Y] [--json] [--save]\n");
+        return kExitUsage;
+    }
+    const bool json = HasFlag(args, "--json");
+    Loaded in;
+    if (Status st = LoadLot(pos[0], args, in); !st) return ShowFailure(st.failure(), json);
+    cLot& lot = *in.lot;
+    if (Status st = SelectFeature(lot, OptionValue(args, "--feature"), "zorv-cli(cull): "); !st)
+        return ShowFailure(st.failure(), json);
+
+    // A lot that opens on "Vector" (or none) culls its first measured feature.
+    if (OptionValue(args, "--feature").empty() &&
+        (lot.PlotFeature() < ePlotFeatureV || lot.PlotFeature() > ePlotFeatureAstig)) {
+        const Datam ft = lot.GetFeatureTypes();
+        for (int r = 1; r <= ft.rowUb(); ++r)
+            if (const int k = ft(r, 0).toLong(); k >= ePlotFeatureV && k <= ePlotFeatureC) {
+                lot.PlotFeature(k);
+                break;
+            }
+    }
+    const std::string featureName =
+        HasFlag(args, "--all-features") ? std::string(kAllFeatures) : lot.GetPlotFeatureName(lot.PlotFeature());
+    const long before = lot.TotalPoints();
+    RangeSigmaResult rs;
+    bool ranRS = false;
+    // Without a rule given, the range-sigma pass still takes out the points
+    // that have no measurement.
+    if (range != 0 || sigma != 0 || HasFlag(args, "--all-features") || (radius <= 0 && variable.empty())) {
+        auto r = CullRangeSigma(lot, range, sigma, HasFlag(args, "--all-features"));
+        if (!r) return ShowFailure(r.failure(), json);
+        rs = std::move(*r);
+        ranRS = true;
+    }
+    long radiusCount = 0;
+    std::string radiusText;
+    if (radius > 0) {
+        auto r = CullRadius(lot, radius, 0, 0, &radiusText);
+        if (!r) return ShowFailure(r.failure(), json);
+        radiusCount = *r;
+    }
+    long variableCount = 0;
+    if (!variable.empty()) {
+        auto r = CullVariable(lot, variable, vmax, vmin);
+        if (!r) return ShowFailure(r.failure(), json);
+        variableCount = *r;
+    }
+    const long after = lot.TotalPoints();
+    if (after < 1 && before > 0) MsgBox("No data points in selected lot.\r\nToo many points culled.");
+
+    const std::string title = "Culled Data Values for: " + lot.LotName;
+    if (HasFlag(args, "--save") && ranRS)
+        if (Status s = SaveResult(in.tables.workbook.get(), rs.detail, "Culled", title); !s)
+            return ShowFailure(s.failure(), json);
+    if (json) {
+        Json j;
+        j.beginObject().field("workbook", pos[0]).field("lot", lot.LotName).field("feature", featureName);
+        j.field("pointsBefore", static_cast<long long>(before)).field("pointsAfter", static_cast<long long>(after));
+        j.field("rangeCount", static_cast<long long>(rs.rangeCount));
+        j.field("sigmaCount", static_cast<long long>(rs.sigmaCount));
+        j.field("radiusCount", static_cast<long long>(radiusCount));
+        j.field("variableCount", static_cast<long long>(variableCount));
+        j.field("meanDelta", rs.mean).field("stdevDelta", rs.stdev);
+        if (ranRS) {
+            j.key("detail").beginObject();
+            TableJson(j, rs.detail);
+            j.endObject();
+            j.key("families").beginObject();
+            TableJson(j, rs.families);
+            j.endObject();
+        }
+        if (HasFlag(args, "--save") && ranRS) j.field("savedSheet", "Culled");
+        j.endObject();
+        std::printf("%s\n", j.str().c_str());
+        return kExitOk;
+    }
+    std::printf("Lot:          %s\n", lot.LotName.c_str());
+    std::printf("Feature:      %s\n", featureName.c_str());
+    std::printf("Points:       %ld before, %ld after\n", before, after);
+    if (ranRS)
+        std::printf("Range, sigma: %ld by range, %ld by sigma (mean delta %.6g, spread %.6g)\n", rs.rangeCount,
+                    rs.sigmaCount, rs.mean, rs.stdev);
+    if (radius > 0) std::printf("Radius:       %ld sites culled (%s)\n", radiusCount, radiusText.c_str());
+    if (!variable.empty()) std::printf("Variable:     %ld points culled on %s\n", variableCount, variable.c_str());
+    if (ranRS && rs.detail.isArray() && rs.detail.rowUb() >= 1) {
+        std::printf("\n");
+        PrintTable(rs.detail);
+    }
+    if (HasFlag(args, "--save") && ranRS) std::printf("\nSaved as sheet \"Culled\" of %s\n", pos[0].c_str());
+    return kExitOk;
+}
+
+}  // namespace zorv::cli
