@@ -47,21 +47,22 @@ for kind in fem overlay psfm reticle thermal; do
 done
 
 # Statistics and culls: the summary, the raw statistics and the precision
-# table of a CD-SEM lot, then a cull by sigma on every feature, each written
+# table of a CD-SEM lot, then a cull by range and sigma on every feature, each written
 # back as a result sheet of a copy of the sample.
-cp "$here/samples/SampleCD.xlsx" "$out/StatsCD.xlsx"
+mkdir -p "$out/stats"
+cp "$here/samples/SampleCD.xlsx" "$out/stats/SampleCD.xlsx"
 echo
-echo "== zorv-cli stats StatsCD.xlsx"
-"$cli" stats "$out/StatsCD.xlsx" --save
+echo "== zorv-cli stats SampleCD.xlsx"
+"$cli" stats "$out/stats/SampleCD.xlsx" --save
 echo
-echo "== zorv-cli stats StatsCD.xlsx --table precision"
-"$cli" stats "$out/StatsCD.xlsx" --table precision --save
+echo "== zorv-cli stats SampleCD.xlsx --table precision"
+"$cli" stats "$out/stats/SampleCD.xlsx" --table precision --save
 echo
-echo "== zorv-cli stats StatsCD.xlsx --table raw"
-"$cli" stats "$out/StatsCD.xlsx" --table raw
+echo "== zorv-cli stats SampleCD.xlsx --table raw"
+"$cli" stats "$out/stats/SampleCD.xlsx" --table raw
 echo
-echo "== zorv-cli cull StatsCD.xlsx --sigma 2 --all-features --save"
-"$cli" cull "$out/StatsCD.xlsx" --sigma 2 --all-features --save | sed -n '1,12p'
+echo "== zorv-cli cull SampleCD.xlsx --range 0.08 --sigma 1.5 --all-features --save"
+"$cli" cull "$out/stats/SampleCD.xlsx" --range 0.08 --sigma 1.5 --all-features --save | sed -n '1,12p'
 # The simulated focus-exposure lot, by family.
 fem=$(ls "$out"/sim-fem/*.xlsx 2>/dev/null | head -1 || true)
 if [ -n "$fem" ]; then
