@@ -32,51 +32,7 @@ Stat StatOf(std::string_view name) {
     return Stat::Unknown;
 }
 
-struct Moments {
-    long long n = 0;
-    double sum = 0, ss = 0, mn = 0, mx = 0;
-    void add(double x) {
-        if (n == 0) mn = mx = x;
-        mn = std::min(mn, x);
-        mx = std::max(mx, x);
-        sum += x;
-        ss += x * x;
-        ++n;
-    }
-};
-
-struct Stats {
-    double n = 0, mean = 0, var = 0, sd = 0, sem = 0, mx = 0, mn = 0, range = 0, rmss = 0, ss = 0,
-           sum = 0;
-    double minmax() const { return std::fabs(mn) > std::fabs(mx) ? mn : mx; }
-};
-
-Stats Finish(const Moments& m) {
-    Stats s;
-    const double n = static_cast<double>(m.n);
-    s.n = n;
-    s.sum = m.sum;
-    s.ss = m.ss;
-    s.mean = m.sum / n;
-    if (m.n >= 2) {
-        const double v = (n * m.ss - m.sum * m.sum) / (n * (n - 1));
-        s.var = std::nearbyint(v * 1e10) / 1e10;
-    }
-    s.sd = std::sqrt(std::fabs(s.var));
-    s.sem = std::sqrt(std::fabs(s.var / n));
-    s.rmss = std::sqrt(m.ss / n);
-    if (m.n == 1) {
-        s.mx = s.mn = s.mean;
-        s.range = 0;
-    } else {
-        s.mx = m.mx;
-        s.mn = m.mn;
-        s.range = m.mx - m.mn;
-    }
-    return s;
-}
-
-Value Pick(const Stats& s, Stat which) {
+Value Pick(const RcStats& s, Stat which) {
     switch (which) {
         case Stat::SS: return Value(s.ss);
         case Stat::Sum: return Value(s.sum);
@@ -125,6 +81,31 @@ void TellNoData(Notes* notes) {
 
 }  // namespace
 
+RcStats RcFinish(const RcMoments& m) {
+    RcStats s;
+    const double n = static_cast<double>(m.n);
+    s.n = n;
+    s.sum = m.sum;
+    s.ss = m.ss;
+    s.mean = m.sum / n;
+    if (m.n >= 2) {
+        const double v = (n * m.ss - m.sum * m.sum) / (n * (n - 1));
+        s.var = std::nearbyint(v * 1e10) / 1e10;
+    }
+    s.sd = std::sqrt(std::fabs(s.var));
+    s.sem = std::sqrt(std::fabs(s.var / n));
+    s.rmss = std::sqrt(m.ss / n);
+    if (m.n == 1) {
+        s.mx = s.mn = s.mean;
+        s.range = 0;
+    } else {
+        s.mx = m.mx;
+        s.mn = m.mn;
+        s.range = m.mx - m.mn;
+    }
+    return s;
+}
+
 Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, Datam* summary,
                  const Datam* range, bool* hasData, Notes* notes) {
     if (hasData) *hasData = false;
@@ -163,7 +144,7 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
     else
         entries.push_back(index);
 
-    std::vector<Moments> mom(entries.size());
+    std::vector<RcMoments> mom(entries.size());
     bool any = false;
     for (size_t k = 0; k < entries.size(); ++k) {
         const int e = entries[k];
@@ -183,7 +164,7 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
     for (size_t k = 0; k < entries.size(); ++k) {
         if (mom[k].n == 0) continue;
         const int at = index < 0 ? entries[k] : 1;
-        if (at >= 1) out(at, 1) = Pick(Finish(mom[k]), which);
+        if (at >= 1) out(at, 1) = Pick(RcFinish(mom[k]), which);
     }
 
     if (summary) {
@@ -199,7 +180,7 @@ Datam mat_rcstat(const Datam& m, std::string_view name, bool byCol, int index, D
             if (e < 1 || e > s.colUb()) continue;
             s(0, e) = byCol ? m.get(0, e) : m.get(e, 0);
             if (mom[k].n == 0) continue;
-            const Stats st = Finish(mom[k]);
+            const RcStats st = RcFinish(mom[k]);
             const double vals[] = {st.n,     st.mean,  (st.mx + st.mn) / 2,
                                    st.sem,   st.mx,    st.mn,
                                    st.range, st.sd,    std::fabs(st.mean) + std::fabs(3 * st.sd),

@@ -17,6 +17,7 @@
 #include "base/report.h"
 #include "numerics/quartiles.h"
 #include "stats/cull.h"
+#include "family_slot.h"
 
 namespace zorv {
 
@@ -159,18 +160,10 @@ Result<RangeSigmaResult> CullRangeSigma(cLot& lot, double range, double sigma, b
     const size_t expect = static_cast<size_t>(res.pointsBefore / std::max(1L, lot.FamilyTotal())) + 64;
     size_t last = 0;
     lot.forEachLive([&](cWafer&, cField&, cSite& s, cPoint& pt) {
-        const long key = s.Family();
-        if (last >= fams.size() || fams[last].key != key) {
-            last = 0;
-            while (last < fams.size() && fams[last].key != key) ++last;
-            if (last == fams.size()) {
-                fams.emplace_back();
-                fams.back().key = key;
-                fams.back().points.reserve(expect);
-                fams.back().values.reserve(expect * width);
-            }
-        }
-        Family& f = fams[last];
+        Family& f = FamilySlot(fams, s.Family(), last, [&](Family& n) {
+            n.points.reserve(expect);
+            n.values.reserve(expect * width);
+        });
         f.points.push_back(&pt);
         for (int k : features) {
             float v1 = kMissingValue, v2 = kMissingValue, v3 = kMissingValue;

@@ -95,55 +95,32 @@ constexpr const char* kSummaryRows[] = {"Count",   "Mean",    "Median", "SEM",  
 constexpr const char* kStatRows[] = {"Mean",    "Median",  "SEM",   "StdErr",
                                      "Maximum", "Minimum", "Range", "Mean+3Sigma"};
 
-// Running sums of one column, in the toolkit's manner.
-struct Moments {
-    long n = 0;
-    double sum = 0, ss = 0, mn = 0, mx = 0;
-    void add(double x) {
-        if (n == 0) mn = mx = x;
-        mn = std::min(mn, x);
-        mx = std::max(mx, x);
-        sum += x;
-        ss += x * x;
-        ++n;
-    }
-    double mean() const { return sum / static_cast<double>(n); }
-    // The variance the toolkit reports: n - 1, rounded to 10 decimals.
-    double var() const {
-        if (n < 2) return 0;
-        const double d = static_cast<double>(n);
-        return std::nearbyint((d * ss - sum * sum) / (d * (d - 1)) * 1e10) / 1e10;
-    }
-    double sd() const { return std::sqrt(std::fabs(var())); }
-    // The extreme with the larger magnitude (the maximum on a tie).
-    double minmax() const { return std::fabs(mn) > std::fabs(mx) ? mn : mx; }
-};
+// Running sums of one column, kept as the toolkit keeps them.
+using Moments = RcMoments;
 
 // A summary row of a column by its label; false for a label it does not know
 // or a column without values.
 bool StatByLabel(const Moments& m, std::string_view label, double& out) {
     if (m.n == 0) return false;
-    const double n = static_cast<double>(m.n);
-    const double mean = m.mean();
-    const double mx = m.n == 1 ? mean : m.mx, mn = m.n == 1 ? mean : m.mn;
+    const RcStats st = RcFinish(m);
     if (label == "Count")
-        out = n;
+        out = st.n;
     else if (label == "Mean")
-        out = mean;
+        out = st.mean;
     else if (label == "Median")
-        out = (mx + mn) / 2;
+        out = (st.mx + st.mn) / 2;
     else if (label == "SEM")
-        out = std::sqrt(std::fabs(m.var() / n));
+        out = st.sem;
     else if (label == "StDev" || label == "StdErr")
-        out = m.sd();
+        out = st.sd;
     else if (label == "Maximum")
-        out = mx;
+        out = st.mx;
     else if (label == "Minimum")
-        out = mn;
+        out = st.mn;
     else if (label == "Range")
-        out = mx - mn;
+        out = st.range;
     else if (label == "Mean+3Sigma")
-        out = std::fabs(mean) + std::fabs(3 * m.sd());
+        out = std::fabs(st.mean) + std::fabs(3 * st.sd);
     else
         return false;
     return true;
@@ -381,11 +358,11 @@ void FillIfdAstigRows(Datam& t, int row, const cLot& lot, const LotScan& s,
     if (lot.LineWidthType) return;
     if (sp[1].all.n > 0 && sp[2].all.n > 0) {
         t(row + 2, 1) = Value("H-Vmeans");
-        t(row + 2, 2) = Num(sp[2].all.mean() - sp[1].all.mean());
+        t(row + 2, 2) = Num(RcFinish(sp[2].all).mean - RcFinish(sp[1].all).mean);
     }
     if (s.astig.n > 0) {
         t(row + 3, 1) = Value("Astig-Max");
-        t(row + 3, 2) = Num(s.astig.minmax());
+        t(row + 3, 2) = Num(RcFinish(s.astig).minmax());
     }
 }
 
@@ -535,7 +512,7 @@ Status CalcFeatureStats(cLot& lot, Datam* table) {
     auto fill = [&](int row, const Moments& m, const Spread* ifd) {
         if (m.n == 0) return;
         t(row, 1) = Num(std::max(std::fabs(m.mn), std::fabs(m.mx)));
-        t(row, 2) = Num(m.mean());
+        t(row, 2) = Num(RcFinish(m).mean);
         t(row, 3) = Num(m.mx);
         if (ifd && ifd->hasIfd()) t(row, 4) = Num(ifd->ifd());
     };
@@ -579,7 +556,7 @@ Status CalcIFDstats(cLot& lot, Datam* table) {
     for (int c = 0; c < k; ++c) {
         const Spread& res = s.sp[eResidual][cols[c]];
         if (res.hasIfd()) t(11, c + 1) = Num(res.ifd());
-        if (res.all.n > 0) t(12, c + 1) = Num(res.all.sd());
+        if (res.all.n > 0) t(12, c + 1) = Num(RcFinish(res.all).sd);
         FieldFit ff;
         if (!FieldFitOf(lot, cols[c], ff)) continue;
         t(14, c + 1) = Num(ff.offset);

@@ -15,6 +15,7 @@
 #include "base/report.h"
 #include "stats/cull.h"
 #include "stats/sigma_test.h"
+#include "family_slot.h"
 
 namespace zorv {
 
@@ -95,17 +96,7 @@ Result<SigmaTestResult> SigmaTest(cLot& lot, const SigmaTestSetup& setup) {
     std::vector<FamilyData> fams;
     size_t last = 0;
     work->forEachLive([&](cWafer&, cField&, cSite& s, cPoint& pt) {
-        const long key = s.Family();
-        if (last >= fams.size() || fams[last].key != key) {
-            last = 0;
-            while (last < fams.size() && fams[last].key != key) ++last;
-            if (last == fams.size()) {
-                fams.emplace_back();
-                fams.back().key = key;
-                fams.back().site = &s;
-            }
-        }
-        FamilyData& f = fams[last];
+        FamilyData& f = FamilySlot(fams, s.Family(), last, [&](FamilyData& n) { n.site = &s; });
         float v1 = kMissingValue, v2 = kMissingValue, v3 = kMissingValue;
         const float v = pt.GetPlotFeatureValue(v1, v2, v3, feature, dataType);
         ++f.points;

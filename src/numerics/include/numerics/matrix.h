@@ -188,6 +188,29 @@ Datam mat_SheetSort(const Datam& m, int keyCol, bool descending = false, Datam* 
 Datam vec_sort(const Datam& v, bool descending = false, Notes* notes = nullptr);
 
 // ---- statistics -------------------------------------------------------------
+// The running sums mat_rcstat keeps of one column, and what it derives from
+// them; for routines that walk their own data but must report the toolkit's
+// numbers.
+struct RcMoments {
+    long long n = 0;
+    double sum = 0, ss = 0, mn = 0, mx = 0;
+    void add(double x) {
+        if (n == 0) mn = mx = x;
+        mn = x < mn ? x : mn;
+        mx = x > mx ? x : mx;
+        sum += x;
+        ss += x * x;
+        ++n;
+    }
+};
+struct RcStats {
+    // var: (n sum(x^2) - (sum x)^2) / (n (n - 1)) rounded to 10 decimals (0
+    // below 2 values); one value is its own maximum and minimum, range 0.
+    double n = 0, mean = 0, var = 0, sd = 0, sem = 0, mx = 0, mn = 0, range = 0, rmss = 0, ss = 0, sum = 0;
+    double minmax() const { return (mn < 0 ? -mn : mn) > (mx < 0 ? -mx : mx) ? mn : mx; }
+};
+RcStats RcFinish(const RcMoments& m);
+
 // Statistic `name` of each data column (byCol) or row; index -1 for all, giving
 // a vector indexed by column (row); a single index gives a one-entry vector.
 // `summary` (made when not an array) gets the labels "Count" .. "RMSS" in column 0
