@@ -326,25 +326,16 @@ Result<long> CullVariable(cLot& lot, std::string_view name, double max, double m
     return n;
 }
 
-Result<long> CullFeature(cLot& lot, int feature, Datam* table) {
+Result<long> CullFeature(cLot& lot, long family, Datam* table) {
     struct Culled {
         long wafer, field, site;
     };
     std::vector<Culled> culled;
-    if (feature >= ePlotFeatureV && feature <= ePlotFeatureAstig) {
-        lot.forEachLiveSite([&](cWafer& w, cField& f, cSite& s) {
-            bool live = false;
-            for (cPoint* p : s.Points()) {
-                if (p->cull()) continue;
-                live = true;
-                if (!IsMissingTol(*p->FeatureSlot(feature, eRaw))) return;
-            }
-            // A site with no live point says nothing about the feature.
-            if (!live) return;
-            s.setCull(true);
-            culled.push_back(Culled{w.Number(), f.Number, s.NumberKey()});
-        });
-    }
+    lot.forEachLiveSite([&](cWafer& w, cField& f, cSite& s) {
+        if (s.Family() == family) return;
+        s.setCull(true);
+        culled.push_back(Culled{w.Number(), f.Number, s.NumberKey()});
+    });
     if (table) {
         *table = Datam(static_cast<int>(culled.size()), 3, 0, 0);
         (*table)(0, 1) = Value("WaferNumber");
@@ -359,6 +350,27 @@ Result<long> CullFeature(cLot& lot, int feature, Datam* table) {
         }
     }
     return static_cast<long>(culled.size());
+}
+
+long RestoreSites(cLot& lot, const Datam& table) {
+    if (!table.isArray() || table.dims() != 2 || table.colUb() < 3) return 0;
+    // Wafer and field numbers to their objects once, then each row.
+    std::unordered_map<long long, cField*> fields;
+    for (cWafer* w : lot.Wafers())
+        for (cField* f : w->Fields()) fields[(static_cast<long long>(w->Number()) << 32) | uint32_t(f->Number)] = f;
+    long restored = 0;
+    for (int r = 1; r <= table.rowUb(); ++r) {
+        const long long key = (static_cast<long long>(table(r, 1).toLong()) << 32) | uint32_t(table(r, 2).toLong());
+        auto it = fields.find(key);
+        if (it == fields.end()) continue;
+        const long site = table(r, 3).toLong();
+        for (cSite* s : it->second->sites())
+            if (s->NumberKey() == site && s->cull()) {
+                s->setCull(false);
+                ++restored;
+            }
+    }
+    return restored;
 }
 
 Result<long> CullAstigmatism(cLot& lot, double range) {

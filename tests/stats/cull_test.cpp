@@ -238,34 +238,34 @@ TEST(CullVariable, WaferSiteLotsWalkTheWaferView) {
     EXPECT_EQ(*n, 3);  // 0.1, 0.4, 0.5
 }
 
-TEST(CullFeature, SitesWithoutTheFeatureAndTheirTable) {
-    auto lot = MakeStatsLot(LotShape{}, [](const PointAt& at) {
-        std::array<double, 8> v = ByKey(at);
-        if (at.site == 3 || at.site == 6) v[1] = kMissingValue;  // no Height there
-        return v;
-    });
+TEST(CullFeature, OtherFamiliesAndTheirUndo) {
+    LotShape shape;
+    shape.families = 3;  // sites 1..9 of a field: families 1 2 3 1 2 3 1 2 3
+    auto lot = MakeStatsLot(shape, ByKey);
+    const Datam before = lot->GetDataMatrix();
     Datam table;
     auto n = CullFeature(*lot, 2, &table);
     ASSERT_TRUE(n.ok());
-    EXPECT_EQ(*n, 16);
-    EXPECT_EQ(CheckedPoints(*lot), 56);
-    ASSERT_EQ(table.rowUb(), 16);
+    EXPECT_EQ(*n, 6 * 8);  // two wafers x four fields x six sites of families 1 and 3
+    EXPECT_EQ(CheckedPoints(*lot), 3 * 8);
+    lot->forEachLiveSite([](cWafer&, cField&, cSite& s) { EXPECT_EQ(s.Family(), 2); });
+    ASSERT_EQ(table.rowUb(), 48);
     EXPECT_EQ(table(0, 1).str(), "WaferNumber");
     EXPECT_EQ(table(0, 2).str(), "FieldNumber");
     EXPECT_EQ(table(0, 3).str(), "SiteNumberKey");
     std::set<std::array<int, 3>> rows;
-    for (int r = 1; r <= 16; ++r) {
+    for (int r = 1; r <= 48; ++r) {
         const int s = table(r, 3).toLong();
-        EXPECT_TRUE(s == 3 || s == 6);
+        EXPECT_NE((s - 1) % 3 + 1, 2);
         rows.insert({table(r, 1).toLong(), table(r, 2).toLong(), s});
     }
-    EXPECT_EQ(rows.size(), 16u);
-    EXPECT_TRUE(rows.count({2, 4, 6}));
-    // A feature every site holds culls nothing.
-    auto cd = CullFeature(*lot, 1, &table);
-    ASSERT_TRUE(cd.ok());
-    EXPECT_EQ(*cd, 0);
-    EXPECT_EQ(table.rowUb(), 0);
+    EXPECT_EQ(rows.size(), 48u);
+    EXPECT_TRUE(rows.count({2, 4, 9}));
+    EXPECT_EQ(RestoreSites(*lot, table), 48);
+    EXPECT_EQ(CheckedPoints(*lot), 72);
+    const Datam after = lot->GetDataMatrix();
+    ASSERT_EQ(after.rowUb(), before.rowUb());
+    for (int r = 1; r <= after.rowUb(); ++r) EXPECT_EQ(after(r, 6).toDouble(), before(r, 6).toDouble());
 }
 
 // H = V + 0.5 + d with d = 0.05 at key 5, -0.03 at key 1, else 0: the mean

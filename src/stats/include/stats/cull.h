@@ -110,11 +110,13 @@ long CullRadius(cWafer& wafer, double radiusUm, double centreXum = 0, double cen
 // of that feature (the lot's data type) is above max or below min (display
 // units). Answers how many.
 [[nodiscard]] Result<long> CullVariable(cLot& lot, std::string_view name, double max, double min);
-// cLot(CullFeature): culls the live sites at which the feature (1..9) has no
-// raw value on any live point (sites without live points stay; another
-// feature number culls nothing); *table gets "WaferNumber", "FieldNumber",
-// "SiteNumberKey" of each site culled.
-[[nodiscard]] Result<long> CullFeature(cLot& lot, int feature, Datam* table = nullptr);
+// cLot(CullFeature): the cull of one structure feature, a site family, for
+// the fits made family by family: culls the live sites of every other family;
+// *table gets "WaferNumber", "FieldNumber", "SiteNumberKey" of each site
+// culled, which RestoreSites takes to undo it. Answers how many.
+[[nodiscard]] Result<long> CullFeature(cLot& lot, long family, Datam* table = nullptr);
+// Un-culls the sites of a CullFeature table. Answers how many.
+long RestoreSites(cLot& lot, const Datam& table);
 // cLot(CullAstigmatism): culls live points of a vector lot whose astigmatism
 // H - V lies more than range (display units) from the mean astigmatism of the
 // live points; 0 or less culls nothing. Answers how many.
