@@ -1,0 +1,87 @@
+// Tables as the verbs print them.
+#include "tables.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "json.h"
+#include "numerics/matrix.h"
+#include "workbook/store.h"
+#include "workbook/workbook_ops.h"
+
+namespace zorv::cli {
+
+void CellJson(Json& j, const Value& v) {
+    double x;
+    if (v.isEmpty()) j.null();
+    else if (NumericOf(v, x)) j.value(x);
+    else j.value(v.toString());
+}
+
+void TableJson(Json& j, const Datam& t) {
+    j.key("columns").beginArray();
+    for (int c = 1; c <= t.colUb(); ++c) j.value(t(0, c).toString());
+    j.endArray();
+    j.key("rows").beginArray();
+    for (int r = 1; r <= t.rowUb(); ++r) {
+        j.beginObject().field("label", t(r, 0).toString());
+        j.key("values").beginObject();
+        for (int c = 1; c <= t.colUb(); ++c) {
+            j.key(t(0, c).toString());
+            CellJson(j, t(r, c));
+        }
+        j.endObject().endObject();
+    }
+    j.endArray();
+}
+
+namespace {
+
+// A cell for the text block: numbers at 6 significant digits, which is what
+// a reader of the table wants; --json keeps every digit.
+std::string CellText(const Value& v) {
+    if (v.type() != VType::Double && v.type() != VType::Single) return v.toString();
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.6g", v.toDouble());
+    return buf;
+}
+
+}  // namespace
+
+// The table as a block of aligned columns, labels left, values right.
+void PrintTable(const Datam& t) {
+    std::vector<size_t> w(static_cast<size_t>(t.colUb() + 1), 0);
+    for (int r = t.rowLb(); r <= t.rowUb(); ++r)
+        for (int c = t.colLb(); c <= t.colUb(); ++c) w[c] = std::max(w[c], CellText(t(r, c)).size());
+    for (int r = t.rowLb(); r <= t.rowUb(); ++r) {
+        std::string line;
+        for (int c = t.colLb(); c <= t.colUb(); ++c) {
+            const std::string s = CellText(t(r, c));
+            const std::string pad(w[c] - s.size(), ' ');
+            line += c == t.colLb() ? s + pad : "  " + pad + s;
+        }
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        std::printf("%s\n", line.c_str());
+    }
+}
+
+// Writes a result sheet with its title and Index row, then saves the file.
+// Formatted numbers go in as numbers, as a spreadsheet takes typed text, so
+// that the sheet can be computed with.
+Status SaveResult(Workbook* wb, const Datam& formatted, const std::string& sheet, const std::string& title) {
+    Datam table = formatted;
+    for (int r = table.rowLb() + 1; r <= table.rowUb(); ++r)
+        for (int c = table.colLb() + 1; c <= table.colUb(); ++c) {
+            double x;
+            if (table(r, c).isString() && NumericOf(table(r, c), x)) table(r, c) = Value(x);
+        }
+    SaveArrayOptions o;
+    o.title = title;
+    o.save = false;
+    if (Status s = SaveArray(table, sheet, wb, o); !s) return s;
+    return AddIndexItem(wb, sheet, title, Value(), true);
+}
+
+}  // namespace zorv::cli
