@@ -12,6 +12,7 @@
 #include <fstream>
 #include <string>
 
+#include "base/process.h"
 #include "base/report.h"
 #include "lot/lot.h"
 #include "stats/cull.h"
@@ -144,4 +145,12 @@ BENCHMARK(BM_CullRangeSigma)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    // As zorv-cli runs: the heap on huge pages.
+    PreferHugePageHeap(argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

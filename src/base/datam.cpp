@@ -1,29 +1,8 @@
 #include "base/datam.h"
-#include "base/reserve.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <vector>
-
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 
 namespace zorv {
-
-void AdviseHugePages(void* data, size_t bytes) {
-    constexpr size_t kLarge = size_t(8) << 20;
-    if (bytes < kLarge) return;
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    constexpr uintptr_t kHuge = uintptr_t(2) << 20;
-    const uintptr_t begin = reinterpret_cast<uintptr_t>(data);
-    const uintptr_t first = (begin + kHuge - 1) & ~(kHuge - 1);
-    const uintptr_t last = (begin + bytes) & ~(kHuge - 1);
-    if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-#else
-    (void)data;
-#endif
-}
 
 Datam Datam::array1(int ub, int lb) {
     Datam d;
@@ -93,9 +72,7 @@ void Datam::redim(int rowUb, int colUb, int rowLb, int colLb, bool preserve) {
         if (rowLb == rlb_ && colLb == clb_ && colUb == cub_) {
             cells_.resize(nr * nc);  // rows only: row-major storage grows in place
         } else {
-            std::vector<Value> next;
-            ReserveLarge(next, nr * nc);
-            next.resize(nr * nc);
+            std::vector<Value> next(nr * nc);
             const int r1 = std::min(rub_, rowUb), c1 = std::min(cub_, colUb);
             for (int r = std::max(rlb_, rowLb); r <= r1; ++r)
                 for (int c = std::max(clb_, colLb); c <= c1; ++c)
@@ -105,7 +82,6 @@ void Datam::redim(int rowUb, int colUb, int rowLb, int colLb, bool preserve) {
         }
     } else {
         cells_.clear();
-        ReserveLarge(cells_, nr * nc);
         cells_.resize(nr * nc);  // default-constructed: no per-cell copy
         if (dims_ == 0) dims_ = 2;
     }

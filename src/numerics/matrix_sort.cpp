@@ -10,7 +10,6 @@
 
 #include "base/proc.h"
 #include "base/report.h"  // CheckEscKey
-#include "base/reserve.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "tell.h"
@@ -186,7 +185,6 @@ void RadixSort(RadixItem* items, size_t n, std::vector<RadixItem>& tmp) {
     for (size_t i = 0; i < n; ++i)
         for (int p = 0; p < kPasses; ++p)
             ++count[p * kBuckets + ((items[i].key >> (p * kBits)) & (kBuckets - 1))];
-    ReserveLarge(tmp, n);
     tmp.resize(std::max(tmp.size(), n));
     RadixItem* src = items;
     RadixItem* dst = tmp.data();
@@ -251,9 +249,7 @@ void RankTexts(std::vector<SortKey>& keys, size_t n) {
 void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, bool poll,
                  Notes* notes) {
     if (n < 2) return;
-    std::vector<SortKey> keys;
-    ReserveLarge(keys, n);
-    keys.resize(n);
+    std::vector<SortKey> keys(n);
     const size_t tenth = std::max<size_t>(n / 10, 1);
     size_t seen = n;
     bool allNumbers = true;
@@ -281,9 +277,7 @@ void SortRowList(const Datam& m, int col, bool descending, int* rows, size_t n, 
         start[c] = pos;
         pos += count[c];
     }
-    std::vector<RadixItem> items;
-    ReserveLarge(items, seen);
-    items.resize(seen);
+    std::vector<RadixItem> items(seen);
     size_t fill[4] = {start[0], start[1], start[2], start[3]};
     for (size_t i = 0; i < seen; ++i) {
         const uint64_t u = OrderedBits(keys[i].num);
