@@ -38,6 +38,8 @@ constexpr Verb kVerbs[] = {
     {"stats", "print a statistics table of a lot: summary, raw, IFD, feature, precision, covariance",
      kStatsHelp, RunStats},
     {"cull", "cull a lot by range and sigma per family, radius or a variable's limits", kCullHelp, RunCull},
+    {"model", "fit wafer and field models (offset, tilts, bows ...; piston, tilt, curvature)", kModelHelp,
+     RunModel},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -29,6 +29,7 @@ int RunImport(const Args& args);
 int RunSimulate(const Args& args);
 int RunStats(const Args& args);
 int RunCull(const Args& args);
+int RunModel(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -37,6 +38,7 @@ extern const char kImportHelp[];
 extern const char kSimulateHelp[];
 extern const char kStatsHelp[];
 extern const char kCullHelp[];
+extern const char kModelHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

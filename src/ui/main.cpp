@@ -8,6 +8,7 @@
 #include "base/process.h"
 #include "base/report.h"
 #include "app/startup.h"
+#include "model/model_sets.h"
 #include "ui/app_startup.h"
 #include "ui/forms.h"
 #include "ui/gui_reporter.h"
@@ -22,6 +23,9 @@ int main(int argc, char** argv) {
 
     zorv::ui::GuiReporter reporter;
     reporter.install();
+    // The wafer and field model sets; a library that cannot be read leaves
+    // them empty and says so on the status line, it does not stop the program.
+    if (zorv::Status st = zorv::LoadGlobalModelLibraries(); !st) zorv::SetStatusText(st.failure().text);
     // Windows closed because the session ends go without a question.
     QObject::connect(&app, &QGuiApplication::commitDataRequest, [](QSessionManager&) {
         zorv::ui::ZorvForm::setSessionEnding(true);

@@ -201,7 +201,7 @@ TEST_F(Cli, VersionHelpAndUnknownVerb) {
 }
 
 TEST_F(Cli, EveryVerbHasHelp) {
-    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate", "stats", "cull"}) {
+    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate", "stats", "cull", "model"}) {
         CliRun r = run(std::string(verb) + " --help");
         EXPECT_EQ(r.rc, 0) << verb;
         EXPECT_NE(r.out.find("Usage: zorv-cli " + std::string(verb)), std::string::npos) << r.out;
@@ -602,4 +602,117 @@ TEST_F(Cli, CullSavesItsSheetAndLeavesTheDataSheet) {
         for (int col = 1; col <= before.colUb(); ++col)
             EXPECT_EQ(after(r, col).toString(), before(r, col).toString()) << r << "," << col;
     EXPECT_EQ(run("cull " + wb.string() + " --range abc").rc, 2);
+}
+
+// An overlay lot simulated with wafer terms only (no field terms, no
+// outliers), through import and the shipped "Tilt+Bow" set. The set's terms
+// are 1, X, Y, X^2, Y^2 on the wafer (mm); the simulator's X is Tx + ScaleX X
+// - RotX Y + BowX (Y/100)^2 + Trifoil ((X/100)^2 - (Y/100)^2), and Y is
+// Ty + ScaleY Y + RotY X + BowY (X/100)^2 - 2 Trifoil X Y / 10^4 (the last
+// orthogonal to the set's terms on the symmetric grid).
+TEST_F(Cli, ModelRecoversSimulatedWaferTerms) {
+    const std::string out = (dir / "ov").string();
+    ASSERT_EQ(run("simulate overlay --out " + out +
+                  " --seed 5 --wafers 3 --fields 7 --sites 16 --outliers 0 --noise 0.5"
+                  " --coef FieldMagX=0,FieldMagY=0,FieldRotX=0,FieldRotY=0,FieldCurvX=0,FieldCurvY=0")
+                  .rc,
+              0);
+    ASSERT_EQ(run("import " + out + "/overlay.csv").rc, 0);
+    const std::string wb = out + "/overlay.xlsx";
+    CliRun m = run("model " + wb + " --wafer-set Tilt+Bow --json");
+    ASSERT_EQ(m.rc, 0) << m.err;
+    FlatJson j(m.out);
+    ASSERT_TRUE(j.ok()) << m.out;
+    const double truth[2][5] = {{3, 0.05, -0.03, 0.8e-4, (1.5 - 0.8) * 1e-4}, {-2, 0.02, -0.04, -1.0e-4, 0}};
+    int checked = 0;
+    for (int w = 0; w < 3; ++w)
+        for (int k = 0; k < 2; ++k) {
+            const std::string base = "wafers." + std::to_string(w) + ".models." + std::to_string(k) + ".";
+            const int comp = j[base + "feature"] == "X_reg" ? 0 : 1;
+            for (int t = 0; t < 5; ++t) {
+                const std::string term = base + "terms." + std::to_string(t) + ".";
+                const double v = std::stod(j[term + "value"]), se = std::stod(j[term + "se"]);
+                EXPECT_LT(std::fabs(v - truth[comp][t]), 3 * se) << term << " " << v << " +- " << se;
+                ++checked;
+                // nm per mm is urad; nm per mm^2 is 100 nm/cm2.
+                const double display = std::stod(j[term + "display"]);
+                const double factor = t >= 3 ? 100 : t >= 1 ? 1 : display / v;
+                EXPECT_NEAR(display, factor * v, 1e-12 + 1e-9 * std::fabs(v));
+            }
+        }
+    EXPECT_EQ(checked, 30);
+    EXPECT_EQ(j["wafersFitted"], "3");
+}
+
+// Field terms only: each field's tilts and curvatures, averaged over the
+// fields, within three standard errors of that mean.
+TEST_F(Cli, ModelRecoversSimulatedFieldTerms) {
+    const std::string out = (dir / "ovf").string();
+    ASSERT_EQ(run("simulate overlay --out " + out +
+                  " --seed 5 --wafers 2 --fields 3 --sites 25 --outliers 0 --noise 0.5"
+                  " --coef ScaleX=0,ScaleY=0,RotX=0,RotY=0,BowX=0,BowY=0,Trifoil=0")
+                  .rc,
+              0);
+    ASSERT_EQ(run("import " + out + "/overlay.csv").rc, 0);
+    CliRun m = run("model " + out + "/overlay.xlsx --field-set \"Field Piston+Tilt+Curv\" --json");
+    ASSERT_EQ(m.rc, 0) << m.err;
+    FlatJson j(m.out);
+    ASSERT_TRUE(j.ok());
+    EXPECT_EQ(j["fieldsFitted"], "18");
+    // x, y in the field (mm): X = FieldMagX x - FieldRotX y + FieldCurvX (y/10)^2,
+    // Y = FieldMagY y + FieldRotY x + FieldCurvY (x/10)^2.
+    const double truth[2][5] = {{3, 0.6, -0.3, 0, 0.012}, {-2, 0.4, -0.4, -0.008, 0}};
+    double sum[2][5] = {}, se2[2][5] = {};
+    int n[2] = {};
+    for (int f = 0; f < 18; ++f)
+        for (int k = 0; k < 2; ++k) {
+            const std::string base = "fields." + std::to_string(f) + ".models." + std::to_string(k) + ".";
+            ASSERT_TRUE(j.has(base + "feature")) << base;
+            const int comp = j[base + "feature"] == "X_reg" ? 0 : 1;
+            ++n[comp];
+            for (int t = 1; t < 5; ++t) {
+                const std::string term = base + "terms." + std::to_string(t) + ".";
+                sum[comp][t] += std::stod(j[term + "value"]);
+                se2[comp][t] += std::pow(std::stod(j[term + "se"]), 2);
+            }
+        }
+    for (int c = 0; c < 2; ++c)
+        for (int t = 1; t < 5; ++t) {
+            const double mean = sum[c][t] / n[c], seMean = std::sqrt(se2[c][t]) / n[c];
+            EXPECT_LT(std::fabs(mean - truth[c][t]), 3 * seMean) << c << "," << t << ": " << mean;
+        }
+}
+
+TEST_F(Cli, ModelFailuresLeaveTheWorkbookAlone) {
+    const std::string out = (dir / "ovb").string();
+    ASSERT_EQ(run("simulate overlay --out " + out + " --seed 2 --wafers 1 --fields 3 --sites 9").rc, 0);
+    ASSERT_EQ(run("import " + out + "/overlay.csv").rc, 0);
+    const fs::path wb = out + "/overlay.xlsx";
+    auto bytes = [&] {
+        std::ifstream in(wb, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    };
+    const std::string before = bytes();
+    CliRun a = run("model " + wb.string() + " --wafer-set Nope --save");
+    EXPECT_EQ(a.rc, 1);
+    EXPECT_NE(a.err.find("Could not locate wafer model: Nope"), std::string::npos) << a.err;
+    CliRun b = run("model " + wb.string() + " --feature Height --save --json");
+    EXPECT_EQ(b.rc, 1);
+    EXPECT_NE(FlatJson(b.out)["error.text"].find("Feature 'Height' is not in lot"), std::string::npos) << b.out;
+    // A library workbook without its markers.
+    const fs::path lib = dir / "lib.xlsx";
+    ASSERT_EQ(run("sample-workbook " + lib.string() + " --wafers 1").rc, 0);
+    CliRun c = run("model " + wb.string() + " --save", "ZORV_MODEL_LIBRARY=" + lib.string());
+    EXPECT_EQ(c.rc, 1);
+    EXPECT_NE(c.err.find("Could not find first row with 'Name' of model."), std::string::npos) << c.err;
+    EXPECT_EQ(bytes(), before);
+    EXPECT_EQ(run("model " + wb.string() + " --field-type diagonal").rc, 2);
+
+    // A fit that succeeds writes its report sheet, with an Index row.
+    CliRun ok = run("model " + wb.string() + " --wafer-set Offset+Tilt --save");
+    ASSERT_EQ(ok.rc, 0) << ok.err;
+    auto opened = zorv::Workbook::open(wb.string());
+    ASSERT_TRUE(opened);
+    EXPECT_NE((*opened)->sheet("WaferModel_Vector"), nullptr);  // X and Y: the lot's vector
+    EXPECT_NE((*opened)->sheet("Index"), nullptr);
 }
