@@ -70,3 +70,15 @@ if [ -n "$fem" ]; then
   echo "== zorv-cli stats $(basename "$fem") --table precision"
   "$cli" stats "$fem" --table precision
 fi
+
+# Wafer and field models of the simulated overlay lot, from the shipped
+# library, points off by more than 10 nm culled between passes.
+ov="$out/sim-overlay/overlay.xlsx"
+if [ -f "$ov" ]; then
+  echo
+  echo "== zorv-cli model --list"
+  "$cli" model --list
+  echo
+  echo "== zorv-cli model overlay.xlsx --wafer-set Tilt+Bow --field-set \"Field Piston+Tilt+Curv\""
+  "$cli" model "$ov" --wafer-set Tilt+Bow --field-set "Field Piston+Tilt+Curv" --range 10 | sed -n '1,14p'
+fi
