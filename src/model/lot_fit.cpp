@@ -268,6 +268,10 @@ Result<LotFitResult> LotModelFit(cLot& lot, const LotFitSetup& setup) {
                 }();
                 if (points <= 0) continue;  // a wafer culled whole is passed over quietly
                 auto eq = WaferModelFit(*w, setup, family);
+                if (eq && CheckEscKey()) {
+                    p.chk = 4;
+                    return p.fail("Model fit stopped.");
+                }
                 if (!eq || eq->size() < 4) {
                     if (!eq && eq.failure().tag != "cModel(FitWafer): " && eq.failure().tag != "cModel(Fit): ")
                         return eq.failure();

@@ -158,9 +158,13 @@ TEST(LotModelFit, CulledWaferSkippedAndRefusedWaferStopsTheFamily) {
     auto lot = TruthLot(Shape());
     PutModels(*lot, 1);
     lot->Wafers().Item(2)->setCull(true);
+    CaptureReporter rep;
+    SetReporter(&rep);
     auto r = LotModelFit(*lot, LotFitSetup{});
+    SetReporter(nullptr);
     ASSERT_TRUE(r) << r.failure().message();
     EXPECT_EQ(r->wafersFitted, 2);
+    EXPECT_TRUE(rep.boxes.empty()) << rep.joined();  // passed over without a word
 
     // Wafer 3 keeps three points: refused, and the run stops with the three lines.
     lot->Wafers().Item(2)->setCull(false);
@@ -255,4 +259,28 @@ TEST(AddWafCoef, AddsTheTermsEffect) {
         EXPECT_NEAR(p.ValueV, expect[i], 0.02);
         ++i;
     });
+}
+
+TEST(LotModelFit, EscapeStopsAndPutsTheLotBack) {
+    LotShape shape = Shape();
+    shape.families = 2;
+    auto lot = TruthLot(shape, 0.5);
+    PutModels(*lot, 1, 2);
+    const long before = lot->TotalPoints();
+    lot->PlotFeature(3);
+    // Esc pressed while the first wafer's table is assembled.
+    struct EscOnWafer : CaptureReporter {
+        void status(const std::string& text) override {
+            CaptureReporter::status(text);
+            if (text.rfind("Wafer: '", 0) == 0) SetEscPressed(true);
+        }
+    } rep;
+    SetReporter(&rep);
+    auto r = LotModelFit(*lot, LotFitSetup{});
+    SetReporter(nullptr);
+    SetEscPressed(false);
+    ASSERT_FALSE(r);
+    EXPECT_EQ(r.failure().text, "Model fit stopped.");
+    EXPECT_EQ(lot->PlotFeature(), 3);
+    EXPECT_EQ(lot->TotalPoints(), before);  // the family cull undone
 }
