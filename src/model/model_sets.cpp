@@ -293,10 +293,19 @@ Status LoadModelLibraries(const std::string& workbookPath, cModelWaferLib& wafer
 
 namespace {
 
-const cModelSet* FindSet(const cModelLib& library, std::string_view name) {
-    for (const cModelSet* s : library)
-        if (IEquals(s->NameSet, name)) return s;
-    return nullptr;
+// A set's models onto a wafer's or field's collection, each clone told its
+// new parent.
+template <class Collection, class SetParent>
+void CopySet(Collection& m, const cModelSet& set, SetParent setParent) {
+    m.Clear();
+    m.Comments = set.Comment;
+    m.Name = set.NameSet;
+    for (const Cmodel* x : set.models) {
+        auto c = x->clone();
+        setParent(*c);
+        const std::string key = c->Key;
+        m.models.Add(std::move(c), key);
+    }
 }
 
 }  // namespace
@@ -306,20 +315,13 @@ Status LoadWaferModelObject(cWafer& w, std::string_view setName, const cModelLib
     p.chk = 1;
     if (!library) return p.fail("Model library not provided.");
     p.chk = 2;
-    const cModelSet* set = FindSet(*library, setName);
+    const cModelSet* set = library->Find(setName);
     if (!set) return p.fail("Could not locate wafer model: " + std::string(setName));
     p.chk = 3;
-    Models& m = WaferModels(w);
-    m.Clear();
-    m.Comments = set->Comment;
-    m.Name = set->NameSet;
-    for (const Cmodel* x : set->models) {
-        auto c = x->clone();
-        c->ParentWafer = &w;
-        c->ParentField = nullptr;
-        const std::string key = c->Key;
-        m.models.Add(std::move(c), key);
-    }
+    CopySet(WaferModels(w), *set, [&](Cmodel& c) {
+        c.ParentWafer = &w;
+        c.ParentField = nullptr;
+    });
     return StatusOk();
 }
 
@@ -328,20 +330,13 @@ Status LoadFieldModelObject(cField& f, std::string_view setName, const cModelLib
     p.chk = 1;
     if (!library) return p.fail("Model library not provided.");
     p.chk = 2;
-    const cModelSet* set = FindSet(*library, setName);
+    const cModelSet* set = library->Find(setName);
     if (!set) return p.fail("Could not locate field model: " + std::string(setName));
     p.chk = 3;
-    ModelsField& m = FieldModels(f);
-    m.Clear();
-    m.Comments = set->Comment;
-    m.Name = set->NameSet;
-    for (const Cmodel* x : set->models) {
-        auto c = x->clone();
-        c->ParentField = &f;
-        c->ParentWafer = f.ParentWafer();
-        const std::string key = c->Key;
-        m.models.Add(std::move(c), key);
-    }
+    CopySet(FieldModels(f), *set, [&](Cmodel& c) {
+        c.ParentField = &f;
+        c.ParentWafer = f.ParentWafer();
+    });
     return StatusOk();
 }
 
