@@ -4,6 +4,7 @@
 // window with the sheets they write.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "lot/lot.h"
 #include "model/model.h"
 #include "model/model_sets.h"
+#include "workbook/store.h"
 
 namespace zorv {
 
@@ -115,5 +117,48 @@ struct WaferTiltBow {
 // "FieldLocY", "ValueV" .. "ValueAstig_Res", "PosX", "PosY"; one row per
 // live point (display units, mm).
 [[nodiscard]] Result<Datam> GetModeledData(cLot& lot);
+
+// ---- the lens signature of the process window ---------------------------------
+
+// What the process window workbench holds for its lens models: the wafer
+// model (the ten pentode terms) and the field model (piston, tilts,
+// curvatures), each with a switch string of "0"/"1", one character a term
+// (shorter strings leave the rest off), and whether each is removed.
+struct LensSetup {
+    std::string name;  // the analysis, for sheet names
+    int feature = ePlotFeatureLot;
+    bool removeWafer = false, removeField = false;
+    // The field removed is the measured one (the chosen fields' average at
+    // each site, less the wafer model) rather than its model.
+    bool removeFieldMetrology = false;
+    std::string waferTerms = "1111111111", fieldTerms = "11111";
+    // The fits' threshold multiple and range cull; sigma, when above 0, is the
+    // significance limit: terms under it count as zero (the reduced solution).
+    float threshold = 0, rangeCull = 0, sigma = 0;
+    // Fields or site groups averaged into the field signature: column 1 (or
+    // the first), a field Number (that field of every wafer) or a field key;
+    // cells that name none (a header) are passed over. Not an array: every
+    // live field.
+    Datam fields;
+};
+struct LensResult {
+    Datam waferModel, waferResponse, fieldModel;  // the sheets' tables
+    Datam rowAverage, columnAverage;              // "Row(mm)", "Column(mm)"
+    Datam removed;                                // the field removed, by site
+    std::shared_ptr<cLot> lot;                    // the lot with the removals
+    long culled = 0;
+    std::vector<std::string> notes;               // "Data Removal, " ..., "Range,Sigma cull of " ...
+    std::vector<std::string> sheets;              // sheets written
+};
+// PWcommon(ModelLensAberrations): models the wafer and field signatures of a
+// feature and, as switched, removes them; writes its sheets and Index rows
+// into `workbook` when one is given.
+[[nodiscard]] Result<LensResult> ModelLensAberrations(cLot& lot, const LensSetup& setup,
+                                                      Workbook* workbook = nullptr);
+// PWcommon(RemoveLensAberrations): the lot less the switched wafer and field
+// terms (its data type the residual), and the sheets "WaferPWModel_" name
+// "[" feature "]" and "FieldPWModel_" name "[" feature "]".
+[[nodiscard]] Result<LensResult> RemoveLensAberrations(cLot& lot, const LensSetup& setup,
+                                                       Workbook* workbook = nullptr);
 
 }  // namespace zorv
