@@ -203,6 +203,7 @@ int RunModel(const Args& args) {
                 ModelsField& mf = FieldModels(*f);
                 mf.Clear();
                 auto m = LoadPWModel(feature > 0 ? feature : ePlotFeatureV);
+                m->FamilyType = 0;  // every family's, as the library's "ALL"
                 const std::string key = m->Key;
                 mf.models.Add(std::move(m), key);
                 FieldModels(*f);  // parents
