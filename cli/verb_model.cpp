@@ -265,6 +265,11 @@ int RunModel(const Args& args) {
             j.endObject();
             ModelsJson(j, lot, true);
         }
+        if (fit->rowColumnReport.isArray()) {
+            j.key("rowColumnReport").beginObject();
+            TableJson(j, fit->rowColumnReport);
+            j.endObject();
+        }
         j.endObject();
         std::printf("%s\n", j.str().c_str());
         return kExitOk;
@@ -278,6 +283,10 @@ int RunModel(const Args& args) {
         std::printf("\nField models (%s), %ld fields\n\n", fieldSet.empty() ? "piston, tilt, curvature" : fieldSet.c_str(),
                     fit->fieldsFitted);
         PrintTable(fit->fieldReport);
+    }
+    if (fit->rowColumnReport.isArray() && fit->rowColumnReport.rowUb() >= 1) {
+        std::printf("\nField models by %s, one row per line\n\n", type == 1 ? "rows" : "columns");
+        PrintTable(fit->rowColumnReport);
     }
     if (HasFlag(args, "--save")) std::printf("\nSaved the reports to %s\n", pos[0].c_str());
     return kExitOk;
