@@ -57,6 +57,26 @@ std::string FunctionVariable(const clsEquation& eq) {
 
 }  // namespace
 
+bool PlotFrame::Clip(PointD& a, PointD& b) const {
+    const double dx = b.x - a.x, dy = b.y - a.y;
+    double t0 = 0, t1 = 1;
+    const double pq[4][2] = {{-dx, a.x - left}, {dx, left + width - a.x}, {-dy, a.y - top}, {dy, top + height - a.y}};
+    for (const auto& [p, q] : pq) {
+        if (p == 0) {
+            if (q < 0) return false;
+            continue;
+        }
+        const double r = q / p;
+        if (p < 0) t0 = std::max(t0, r);
+        else t1 = std::min(t1, r);
+        if (t0 > t1) return false;
+    }
+    const PointD a0 = a;
+    a = {a0.x + t0 * dx, a0.y + t0 * dy};
+    b = {a0.x + t1 * dx, a0.y + t1 * dy};
+    return true;
+}
+
 Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame) {
     Proc p("cSeries(Draw): ");
     elements_ = Datam(0, 6, 0, 1);
@@ -104,11 +124,32 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
     }
     const Datam& t = Source(chartTable);
     if (Connect && pts.size() > 1) {
-        std::vector<PointD> line;
-        line.reserve(pts.size());
-        for (const Pt& q : pts) line.push_back({q.x, q.y});
-        s.Polyline(line);
+        // Joined within the graph box: each segment clipped to it, runs of
+        // joined segments drawn as one line.
+        std::vector<PointD> run;
+        for (size_t i = 1; i < pts.size(); ++i) {
+            PointD a{pts[i - 1].x, pts[i - 1].y}, b{pts[i].x, pts[i].y};
+            const bool aWhole = frame.Inside(a);
+            if (!frame.Clip(a, b)) {
+                if (run.size() > 1) s.Polyline(run);
+                run.clear();
+                continue;
+            }
+            if (!aWhole && run.size() > 1) {
+                s.Polyline(run);
+                run.clear();
+            }
+            if (run.empty()) run.push_back(a);
+            run.push_back(b);
+            if (!frame.Inside({pts[i].x, pts[i].y})) {
+                if (run.size() > 1) s.Polyline(run);
+                run.clear();
+            }
+        }
+        if (run.size() > 1) s.Polyline(run);
     }
+    // Symbols and error bars only where the point lies in the box.
+    std::erase_if(pts, [&](const Pt& q) { return !frame.Inside({q.x, q.y}); });
     // Error bars: lower and upper error columns, with a cap of the symbol's width.
     if (!function && (YerrCol1 >= 0 || YerrCol2 >= 0)) {
         const double cap = SymbolSize / 2;

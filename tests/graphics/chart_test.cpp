@@ -1,6 +1,10 @@
 // The chart's data and its limits, and a note drawn where it was put.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+
+#include "base/format.h"
 #include "graphics/chart.h"
 #include "graphics/recording_surface.h"
 
@@ -65,4 +69,105 @@ TEST(Chart, MessageCentredBoxedAndJustified) {
     m.Justify = 2;
     m.Draw(s);
     EXPECT_NEAR(s.of(RecordingSurface::Op::Print)[0]->points[0].x, 200 - w, 1e-9);
+}
+
+namespace {
+
+// Two curves over x 0..10, one with error bars, the other its square root.
+cGraphic TwoCurves(RecordingSurface& s) {
+    cGraphic g;
+    g.Container(&s);
+    Datam t(11, 4, 0, 0);
+    t(0, 1) = Value("Dose");
+    t(0, 2) = Value("CD");
+    t(0, 3) = Value("Err");
+    t(0, 4) = Value("Root");
+    for (int i = 0; i <= 10; ++i) {
+        t(i + 1, 1) = Value(double(i));
+        t(i + 1, 2) = Value(50.0 + 2 * i);
+        t(i + 1, 3) = Value(1.0);
+        t(i + 1, 4) = Value(std::sqrt(double(i)) * 20);
+    }
+    EXPECT_TRUE(g.RegisterData(t));
+    cSeries& a = g.Series.Add("CD");
+    a.Xcol = 1, a.Ycol = 2, a.YerrCol1 = 3, a.YerrCol2 = 3;
+    cSeries& b = g.Series.Add("Root");
+    b.Xcol = 1, b.Ycol = 4, b.Symbol = SymbolShape::TriangleUp;
+    g.TitleObj.TitleString = "CD against dose";
+    g.Axes.Add("X").Label = "Dose (mJ/cm2)";
+    g.Axes.Add("Y").Label = "CD (nm)";
+    return g;
+}
+
+}  // namespace
+
+TEST(Chart, PlotChartLaysOutEverythingInsideTheSurface) {
+    RecordingSurface s(800, 500);
+    cGraphic g = TwoCurves(s);
+    g.Stats.Title = "Statistics";
+    g.Stats.RegisterArray(Datam::fromRows({{"Mean", 60.0}, {"StDev", 6.63}}));
+    ASSERT_TRUE(g.DrawFigure());
+    const auto texts = s.texts();
+    auto has = [&](const std::string& t) { return std::find(texts.begin(), texts.end(), t) != texts.end(); };
+    EXPECT_TRUE(has("CD against dose"));
+    EXPECT_TRUE(has("Dose (mJ/cm2)"));
+    EXPECT_TRUE(has("CD (nm)"));
+    EXPECT_TRUE(has("CD"));    // legend
+    EXPECT_TRUE(has("Root"));  // legend
+    EXPECT_TRUE(has("Statistics"));
+    EXPECT_TRUE(has("Mean"));
+    // The X axis: the 0 holds no range, so 1..10 in steps of 1 ("#0.0"), and
+    // one step of margin: 0..11.
+    const cAxis* x = g.Axes.Item("X");
+    EXPECT_EQ(x->TickFormat, "#0.0");
+    EXPECT_FLOAT_EQ(x->LowValue, 0.0f);
+    EXPECT_FLOAT_EQ(x->HighValue, 11.0f);
+    EXPECT_TRUE(has("0.0"));
+    EXPECT_TRUE(has("11.0"));
+    // Everything on the surface, the graph box inside the chart, right of the
+    // Y tick labels and left of the legend and statistics box.
+    for (const auto& c : s.calls())
+        for (const PointD& q : c.points) {
+            EXPECT_GE(q.x, 0);
+            EXPECT_LE(q.x, 800);
+            EXPECT_GE(q.y, 0);
+            EXPECT_LE(q.y, 500);
+        }
+    EXPECT_GT(g.GraphLeft, 20);
+    EXPECT_LT(g.GraphLeft + g.GraphWidth, g.LegendLeft);
+    EXPECT_LT(g.LegendLeft + g.LegendWidth, g.Stats.PLotLeft + 1);
+    // The curves were drawn in the axes' frame: the first point of CD at x = 0.
+    const auto lines = s.of(RecordingSurface::Op::Polyline);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NEAR(lines[0]->points[0].x, g.Frame().px(0), 1e-9);
+    EXPECT_EQ(lines[0]->color, cGraphic::GetPlotColors(0));
+    EXPECT_EQ(lines[1]->color, cGraphic::GetPlotColors(1));
+}
+
+TEST(Chart, ZoomAndResetAndMissingContainer) {
+    RecordingSurface s(800, 500);
+    cGraphic g = TwoCurves(s);
+    ASSERT_TRUE(g.PlotChart());
+    cAxis* y = g.Axes.Item("Y");
+    const float lo = y->LowValue, hi = y->HighValue;
+    // A zoom by hand, drawn without auto-scale, then the reset.
+    y->AutoScale = false;
+    y->LowValue = 55;
+    y->HighValue = 60;
+    ASSERT_TRUE(g.PlotChart());
+    EXPECT_EQ(g.Frame().yLow, 55);
+    g.Axes.Reset();
+    EXPECT_EQ(y->LowValue, lo);
+    EXPECT_EQ(y->HighValue, hi);
+
+    cGraphic none;
+    auto r = none.DrawFigure();
+    ASSERT_FALSE(r);
+    EXPECT_EQ(r.failure().text, "Graph Container was not specified.");
+    EXPECT_EQ(r.failure().tag, "cGraphic(DrawFigure): ");
+    cGraphic empty;
+    empty.Container(&s);
+    auto e = empty.PlotChart();
+    ASSERT_FALSE(e);
+    EXPECT_EQ(e.failure().text, "Total number of data points in graph = 0");
 }

@@ -127,3 +127,22 @@ TEST(Series, EraseDrawsInTheBackgroundAndCloneCopies) {
     EXPECT_EQ(all.Count(), 1);
     EXPECT_EQ(all.Item(1)->Label, "b");
 }
+
+TEST(Series, LinesClippedToTheGraphBox) {
+    // (5, 2.5) is inside; (15, 2.5) lies beyond the right edge at x = 10.
+    RecordingSurface s;
+    cSeries c;
+    c.Xcol = 1;
+    c.Ycol = 2;
+    c.Symbol = SymbolShape::Plus;
+    const Datam t = Datam::fromRows({{"", "X", "Y"}, {1, 5.0, 2.5}, {2, 15.0, 2.5}, {3, 20.0, 2.5}});
+    ASSERT_TRUE(c.Draw(s, t, Frame()));
+    const auto lines = s.of(RecordingSurface::Op::Polyline);
+    ASSERT_EQ(lines.size(), 1u);
+    ASSERT_EQ(lines[0]->points.size(), 2u);
+    EXPECT_DOUBLE_EQ(lines[0]->points[0].x, 350);
+    EXPECT_DOUBLE_EQ(lines[0]->points[1].x, 600);  // cut at the box's right edge
+    EXPECT_DOUBLE_EQ(lines[0]->points[1].y, 250);
+    EXPECT_EQ(s.of(RecordingSurface::Op::Line).size(), 2u);  // one plus: the point inside
+    EXPECT_EQ(c.Elements().rowUb(), 1);
+}

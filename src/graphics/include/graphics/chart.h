@@ -10,6 +10,7 @@
 
 #include "base/datam.h"
 #include "base/proc.h"
+#include "graphics/axis.h"
 #include "graphics/series.h"
 #include "graphics/surface.h"
 
@@ -84,6 +85,7 @@ public:
     const std::string& SeriesLabel(int index) const { return labels_[static_cast<size_t>(index)]; }
 
     zorv::Series Series;
+    zorv::Axes Axes;
     std::string KeyName;
 
     // ---- kind and look
@@ -110,6 +112,15 @@ public:
     void Container(Surface* s) { surface_ = s; }
     Surface* Container() const { return surface_; }
 
+    // cGraphic(PlotChart): lays out and draws the 2D chart: title, axes
+    // (auto-scaled unless zoomed), curves, legend, notes, statistics box.
+    [[nodiscard]] Status PlotChart();
+    // cGraphic(DrawFigure): the usual entry for redrawing; clears the surface
+    // first. Without a container: "Graph Container was not specified."
+    [[nodiscard]] Status DrawFigure();
+    // The frame the curves were last drawn in.
+    const PlotFrame& Frame() const { return frame_; }
+
     // Colours of the curves by slot: a fixed, distinguishable table.
     static Color GetPlotColors(int index);
 
@@ -121,6 +132,7 @@ private:
     std::array<std::string, kSeriesSlots> labels_{};
     std::array<SymbolShape, kSeriesSlots> symbols_{};
     Surface* surface_ = nullptr;
+    PlotFrame frame_;
 };
 
 }  // namespace zorv

@@ -23,6 +23,13 @@ struct PlotFrame {
     double xLow = 0, xHigh = 1, yLow = 0, yHigh = 1;
     double px(double x) const { return left + (x - xLow) / (xHigh - xLow) * width; }
     double py(double y) const { return top + height - (y - yLow) / (yHigh - yLow) * height; }
+    // In the box (pixels), edges included, with a hair of slack for rounding.
+    bool Inside(PointD p) const {
+        const double e = 1e-6 * (width + height);
+        return p.x >= left - e && p.x <= left + width + e && p.y >= top - e && p.y <= top + height + e;
+    }
+    // Cuts the segment a-b to the box (Liang-Barsky); false when none of it is inside.
+    bool Clip(PointD& a, PointD& b) const;
 };
 
 // The marker shapes; the set is fixed.

@@ -1,0 +1,244 @@
+// The layout and drawing of a 2D chart.
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "base/format.h"
+#include "base/report.h"
+#include "graphics/chart.h"
+#include "numerics/matrix.h"
+
+namespace zorv {
+
+namespace {
+
+std::string CellText(const Value& v, const char* numberFormat) {
+    double x;
+    if (v.type() == VType::Double || v.type() == VType::Single)
+        if (NumericOf(v, x)) return Format(x, numberFormat);
+    return v.toString();
+}
+
+// The ticks of an axis: low, low + step, ... up to high.
+std::vector<double> Ticks(const cAxis& a) {
+    std::vector<double> t;
+    const double step = a.TickStep();
+    if (!(step > 0)) return t;
+    const double lo = a.LowValue, hi = a.HighValue;
+    for (int i = 0;; ++i) {
+        const double v = lo + i * step;
+        if (v > hi + step * 1e-6 || i > static_cast<int>(kMaxTicks)) break;
+        t.push_back(std::fabs(v) < step * 1e-9 ? 0.0 : v);
+    }
+    return t;
+}
+
+}  // namespace
+
+Status cGraphic::DrawFigure() {
+    Proc p("cGraphic(DrawFigure): ");
+    if (!surface_) return p.fail("Graph Container was not specified.");
+    Clear();
+    return PlotChart();
+}
+
+Status cGraphic::PlotChart() {
+    Proc p("cGraphic(PlotChart): ");
+    if (!surface_) return p.fail("Graph Container was not specified.");
+    Surface& s = *surface_;
+    p.chk = 1;
+    const FontSpec keepFont = s.Font;
+    s.Font = Font;
+    const double lineH = s.TextHeight("Yy"), charW = s.TextWidth("W");
+    const double margin = charW;
+
+    // 1. The chart's area on the surface.
+    const double width = PlotWidth > 0 ? std::min(PlotWidth, s.ScaleWidth() - PLotLeft) : s.ScaleWidth() - PLotLeft - OffsetX;
+    const double height =
+        PlotHeight > 0 ? std::min(PlotHeight, s.ScaleHeight() - PlotTop) : s.ScaleHeight() - PlotTop - OffsetY;
+
+    // 2. The title's height sets the graph's top.
+    s.Font = TitleObj.Font;
+    TitleObj.parent = this;
+    TitleObj.HeightTitle = TitleObj.TitleString.empty() ? 0 : s.TextHeight(TitleObj.TitleString);
+    TitleObj.WidthTitle = TitleObj.TitleString.empty() ? 0 : s.TextWidth(TitleObj.TitleString);
+    s.Font = Font;
+
+    // 3. Axes: X and Y, auto-scaled over the curves unless zoomed by hand.
+    std::vector<AutoScaleSeries> cols;
+    bool anyY2 = false;
+    for (int i = 1; i <= Series.Count(); ++i) {
+        const cSeries* c = Series.Item(i);
+        if (c->Hide) continue;
+        cols.push_back({c->Xcol, c->Ycol, c->Y2col, c->DisplayFunction.Equation()});
+        anyY2 = anyY2 || c->Y2col >= 0;
+    }
+    p.chk = 2;
+    if (cols.empty() || !data_.isArray()) return p.fail("Total number of data points in graph = 0");
+    for (AxisRole role : {AxisRole::X, AxisRole::Y}) {
+        cAxis& a = Axes.Add(AxisKey(role));
+        if (AutoScale && a.AutoScale)
+            if (Status st = Axes.CalcAutoScale(role, data_, cols, ChartType, false); !st) return st;
+    }
+    cAxis& ax = *Axes.Item(AxisKey(AxisRole::X));
+    cAxis& ay = *Axes.Item(AxisKey(AxisRole::Y));
+    if (Status st = ValidateAxis(ax, 'X', false, p.tag()); !st) return st;
+    if (Status st = ValidateAxis(ay, 'Y', false, p.tag()); !st) return st;
+    const std::vector<double> xt = Ticks(ax), yt = Ticks(ay);
+
+    // 4. Statistics box at the right (or left); the plot gives it room.
+    double statsW = 0, statsH = 0;
+    std::vector<double> colW;
+    const Datam& st = Stats.GetArray();
+    if (Stats.DoPlot && st.isArray() && Stats.TotalRows() > 0) {
+        for (int c = st.colLb(); c <= st.colUb(); ++c) {
+            double w = 0;
+            for (int r = st.rowLb(); r <= st.rowUb(); ++r) w = std::max(w, s.TextWidth(CellText(st(r, c), "0.0000")));
+            colW.push_back(w + charW);
+        }
+        for (double w : colW) statsW += w;
+        statsH = lineH * (Stats.TotalRows() + (Stats.Title.empty() ? 0 : 1)) + lineH / 2;
+    }
+    // 5. Legend: one row per labelled curve.
+    double legendW = 0;
+    int legendRows = 0;
+    if (DisplayLegend)
+        for (int i = 1; i <= Series.Count(); ++i) {
+            const cSeries* c = Series.Item(i);
+            if (c->Hide || c->Label.empty()) continue;
+            legendW = std::max(legendW, s.TextWidth(c->Label));
+            ++legendRows;
+        }
+    if (legendRows > 0) legendW += 3 * charW;
+
+    // 6. The graph box: tick labels left of it and under it, the axis labels beyond.
+    double yLabW = 0;
+    for (double v : yt) yLabW = std::max(yLabW, s.TextWidth(Format(v, ay.TickFormat)));
+    GraphLeft = PLotLeft + OffsetX + margin + yLabW + charW / 2;
+    GraphTop = PlotTop + OffsetY + margin + TitleObj.HeightTitle + (ay.Label.empty() ? 0 : lineH) + lineH / 2;
+    double right = PLotLeft + OffsetX + width - margin - (legendRows > 0 ? legendW + margin : 0);
+    if (statsW > 0 && Stats.PositionHoriz == 5) right -= statsW + margin;
+    if (statsW > 0 && Stats.PositionHoriz == 4) GraphLeft += statsW + margin;
+    GraphWidth = std::max(right - GraphLeft, 10.0);
+    const double bottom = PlotTop + OffsetY + height - margin - lineH * (ax.Label.empty() ? 1.3 : 2.5);
+    GraphHeight = std::max(bottom - GraphTop, 10.0);
+    frame_ = PlotFrame{GraphLeft, GraphTop, GraphWidth, GraphHeight, ax.LowValue, ax.HighValue, ay.LowValue, ay.HighValue};
+
+    // 7. Title.
+    if (!TitleObj.TitleString.empty()) {
+        s.Font = TitleObj.Font;
+        s.ForeColor = ForeColor;
+        TitleObj.Xo = GraphLeft + GraphWidth / 2 - TitleObj.WidthTitle / 2;
+        TitleObj.Yo = PlotTop + OffsetY + margin / 2;
+        s.CurrentX = TitleObj.Xo;
+        s.CurrentY = TitleObj.Yo;
+        s.Print(TitleObj.TitleString);
+        s.Font = Font;
+    }
+
+    // 8. Axes: grid, box, ticks and their labels.
+    Axes.LineSegmentsClear();
+    s.DrawStyle = DrawStyle::Solid;
+    const Color grid = RGB(225, 225, 225);
+    for (double v : xt) {
+        const double x = frame_.px(v);
+        if (ax.PlotGridline) s.Line(x, GraphTop, x, GraphTop + GraphHeight, grid);
+        s.Line(x, GraphTop + GraphHeight, x, GraphTop + GraphHeight + charW / 3, ax.Color);
+        const std::string t = Format(v, ax.TickFormat);
+        s.ForeColor = ax.Color;
+        s.CurrentX = x - s.TextWidth(t) / 2;
+        s.CurrentY = GraphTop + GraphHeight + charW / 3;
+        s.Print(t);
+    }
+    for (double v : yt) {
+        const double y = frame_.py(v);
+        if (ay.PlotGridline) s.Line(GraphLeft, y, GraphLeft + GraphWidth, y, grid);
+        s.Line(GraphLeft - charW / 3, y, GraphLeft, y, ay.Color);
+        const std::string t = Format(v, ay.TickFormat);
+        s.ForeColor = ay.Color;
+        s.CurrentX = GraphLeft - charW / 2 - s.TextWidth(t);
+        s.CurrentY = y - lineH / 2;
+        s.Print(t);
+    }
+    s.DrawWidth = std::max(ax.nPenWidth, 1);
+    s.Line(GraphLeft, GraphTop, GraphLeft + GraphWidth, GraphTop + GraphHeight, ForeColor, LineForm::Box);
+    ax.LeftPixel = GraphLeft, ax.Top = GraphTop + GraphHeight, ax.WidthPixel = GraphWidth, ax.Height = lineH;
+    ay.LeftPixel = GraphLeft - yLabW, ay.Top = GraphTop, ay.WidthPixel = yLabW, ay.Height = GraphHeight;
+    s.DrawWidth = 1;
+    if (!ax.Label.empty()) {
+        s.ForeColor = ax.Color;
+        s.CurrentX = GraphLeft + GraphWidth / 2 - s.TextWidth(ax.Label) / 2;
+        s.CurrentY = GraphTop + GraphHeight + lineH * 1.3;
+        s.Print(ax.Label);
+    }
+    if (!ay.Label.empty()) {
+        s.ForeColor = ay.Color;
+        s.CurrentX = std::max(PLotLeft + OffsetX + margin / 2, GraphLeft - s.TextWidth(ay.Label) / 2);
+        s.CurrentY = GraphTop - lineH * 1.4;
+        s.Print(ay.Label);
+    }
+
+    // 9. Curves, each in its colour unless it has its own.
+    p.chk = 3;
+    for (int i = 1; i <= Series.Count(); ++i) {
+        cSeries* c = Series.Item(i);
+        if (c->ColorFore == 0) c->ColorFore = GetPlotColors(i - 1);
+        if (c->nPenWidth < LineWidthData) c->nPenWidth = LineWidthData;
+        if (Status st = c->Draw(s, data_, frame_); !st) return st;
+        if (CheckEscKey()) return StatusOk();
+    }
+
+    // 10. Legend, notes, statistics box.
+    if (legendRows > 0) {
+        LegendLeft = GraphLeft + GraphWidth + margin;
+        LegendTop = GraphTop;
+        LegendWidth = legendW;
+        LegendHeight = legendRows * lineH;
+        double y = LegendTop;
+        for (int i = 1; i <= Series.Count(); ++i) {
+            cSeries* c = Series.Item(i);
+            if (c->Hide || c->Label.empty()) continue;
+            c->LeftPixel = LegendLeft, c->Top = y, c->WidthPixel = legendW, c->Height = lineH;
+            const double mid = y + lineH / 2;
+            if (c->Connect) s.Line(LegendLeft, mid, LegendLeft + 2 * charW, mid, c->ColorFore);
+            if (c->SymbolDisplay) c->DrawSymbol(s, LegendLeft + charW, mid, c->ColorFore);
+            s.ForeColor = ForeColor;
+            s.CurrentX = LegendLeft + 2.5 * charW;
+            s.CurrentY = y;
+            s.Print(c->Label);
+            y += lineH;
+        }
+    }
+    for (cMessage& m : Messages) m.Draw(s);
+    if (statsW > 0) {
+        const double left = Stats.PositionHoriz == 4 ? PLotLeft + OffsetX + margin
+                                                     : PLotLeft + OffsetX + width - margin - statsW;
+        const double top = GraphTop;
+        Stats.PLotLeft = left, Stats.PlotTop = top, Stats.PlotWidth = statsW, Stats.PlotHeight = statsH;
+        s.Line(left, top, left + statsW, top + statsH, RGB(250, 250, 250), LineForm::FilledBox);
+        s.Line(left, top, left + statsW, top + statsH, Stats.Color, LineForm::Box);
+        double y = top + lineH / 4;
+        s.ForeColor = Stats.Color;
+        if (!Stats.Title.empty()) {
+            s.CurrentX = left + charW / 2;
+            s.CurrentY = y;
+            s.Print(Stats.Title);
+            y += lineH;
+        }
+        for (int r = st.rowLb(); r <= st.rowUb(); ++r) {
+            double x = left + charW / 2;
+            for (int c = st.colLb(); c <= st.colUb(); ++c) {
+                s.CurrentX = x;
+                s.CurrentY = y;
+                s.Print(CellText(st(r, c), "0.0000"));
+                x += colW[static_cast<size_t>(c - st.colLb())];
+            }
+            y += lineH;
+        }
+    }
+    s.Font = keepFont;
+    return StatusOk();
+}
+
+}  // namespace zorv
