@@ -104,6 +104,17 @@ public:
     int LineWidthData = 1;
     bool DisplayLegend = true, DisplayPoints = true;
 
+    // Histogram: the value column, an optional group column (-1: one group),
+    // bars across or upright, bins (0: 20), bars per category, the bars'
+    // outline, a cumulative curve, colours, the box plot above the bars.
+    int HistoXcol = -1, HistoYcol = -1;
+    bool HistoOrientHorizontal = false;
+    int HistoDisplayResolution = 0;
+    bool HistoCategoryBars = false, HistoDrawBoxOutline = true, HistoPlotCumulative = false;
+    Color HistoColorVar1 = RGB(70, 130, 180), HistoColorVar2 = RGB(255, 160, 60);
+    Color HistoBoxPlotColor1 = RGB(40, 40, 40), HistoBoxPlotColor2 = RGB(220, 220, 220);
+    bool HistoPlotCenterCurve = false;
+
     zorv::Title TitleObj;
     std::vector<cMessage> Messages;
     cStats Stats;
@@ -115,6 +126,12 @@ public:
     // cGraphic(PlotChart): lays out and draws the 2D chart: title, axes
     // (auto-scaled unless zoomed), curves, legend, notes, statistics box.
     [[nodiscard]] Status PlotChart();
+    // cGraphic(PlotHistogram): the distribution of HistoXcol (per group of
+    // HistoYcol), with the box plot when doBoxPlot is on. Builds a series
+    // table per group ("X_" name, "Y": the bars' corners) and draws it.
+    [[nodiscard]] Status PlotHistogram();
+    // The bars' tables PlotHistogram built, one per group.
+    const std::vector<Datam>& HistogramTables() const { return histo_; }
     // cGraphic(DrawFigure): the usual entry for redrawing; clears the surface
     // first. Without a container: "Graph Container was not specified."
     [[nodiscard]] Status DrawFigure();
@@ -133,6 +150,7 @@ private:
     std::array<SymbolShape, kSeriesSlots> symbols_{};
     Surface* surface_ = nullptr;
     PlotFrame frame_;
+    std::vector<Datam> histo_;
 };
 
 }  // namespace zorv
