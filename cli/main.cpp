@@ -40,6 +40,7 @@ constexpr Verb kVerbs[] = {
     {"cull", "cull a lot by range and sigma per family, radius or a variable's limits", kCullHelp, RunCull},
     {"model", "fit wafer and field models (offset, tilts, bows ...; piston, tilt, curvature)", kModelHelp,
      RunModel},
+    {"plot", "draw a chart of a sheet (xy, histogram, box plot) as PNG, SVG or PDF", kPlotHelp, RunPlot},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -30,6 +30,7 @@ int RunSimulate(const Args& args);
 int RunStats(const Args& args);
 int RunCull(const Args& args);
 int RunModel(const Args& args);
+int RunPlot(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -39,6 +40,7 @@ extern const char kSimulateHelp[];
 extern const char kStatsHelp[];
 extern const char kCullHelp[];
 extern const char kModelHelp[];
+extern const char kPlotHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

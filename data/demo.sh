@@ -82,3 +82,13 @@ if [ -f "$ov" ]; then
   echo "== zorv-cli model overlay.xlsx --wafer-set Tilt+Bow --field-set \"Field Piston+Tilt+Curv\""
   "$cli" model "$ov" --wafer-set Tilt+Bow --field-set "Field Piston+Tilt+Curv" --range 10 | sed -n '1,14p'
 fi
+
+# Charts of the CD sample, drawn without a display: an XY chart with a
+# statistics box as PNG, SVG and PDF, and the distribution with its box plots.
+mkdir -p "$out/charts"
+for ext in png svg pdf; do
+  echo "== zorv-cli plot SampleCD.xlsx --out charts/measure.$ext"
+  "$cli" plot "$here/samples/SampleCD.xlsx" --x Test --y Measure,Height --stats --out "$out/charts/measure.$ext" 2>/dev/null
+done
+echo "== zorv-cli plot SampleCD.xlsx --kind boxplot"
+"$cli" plot "$here/samples/SampleCD.xlsx" --kind boxplot --y Measure --group Wafer --out "$out/charts/measure-histogram.png" 2>/dev/null

@@ -34,7 +34,7 @@ Status cGraphic::PlotHistogram() {
     SetStatusText("Histogram setup ...");
     const FontSpec keepFont = s.Font;
     s.Font = Font;
-    const double charW = s.TextWidth("W"), lineH = s.TextHeight("yY"), dotW = s.TextWidth("o");
+    const double lineH = s.TextHeight("yY"), dotW = s.TextWidth("o");
 
     // The values by group, in the order groups first appear.
     p.chk = 1;
@@ -204,12 +204,11 @@ Status cGraphic::PlotHistogram() {
                                       " Q4:" + Format(q.q4(), fmt);
             const Color keep = s.ForeColor;
             s.ForeColor = HistoBoxPlotColor1;
-            s.CurrentX = std::min(f.left + f.width - s.TextWidth(label), std::max(f.left + dotW, w3.x + charW));
-            s.CurrentY = HistoOrientHorizontal ? w3.y - lineH : std::min(w0.y, w3.y) - lineH / 2;
-            if (HistoOrientHorizontal || s.CurrentX + s.TextWidth(label) > f.left + f.width) {
-                s.CurrentX = f.left + dotW;
-                s.CurrentY = at(0, c1).y - lineH;
-            }
+            // Above the box, from its left whisker, kept inside the graph box.
+            const double lw = s.TextWidth(label);
+            const double top = std::min(at(q.q0(), c1).y, at(q.q4(), c1).y);
+            s.CurrentX = std::clamp(std::min(w0.x, w3.x), f.left + dotW, std::max(f.left + dotW, f.left + f.width - lw - dotW));
+            s.CurrentY = HistoOrientHorizontal ? f.top + dotW : top - lineH;
             s.Print(label);
             s.ForeColor = keep;
         }

@@ -154,15 +154,19 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
     if (!function && (YerrCol1 >= 0 || YerrCol2 >= 0)) {
         const double cap = SymbolSize / 2;
         for (const Pt& q : pts) {
+            if (!frame.Inside({q.x, q.y})) continue;
             double lo = 0, hi = 0;
             const bool hasLo = ValueOf(t, q.row, YerrCol1, lo), hasHi = ValueOf(t, q.row, YerrCol2, hi);
             if (!hasLo && !hasHi) continue;
             if (!hasLo) lo = hi;
             if (!hasHi) hi = lo;
             const double y1 = frame.py(q.yv - std::fabs(lo)), y2 = frame.py(q.yv + std::fabs(hi));
-            s.Line(q.x, y1, q.x, y2, ColorFore);
-            s.Line(q.x - cap, y1, q.x + cap, y1, ColorFore);
-            s.Line(q.x - cap, y2, q.x + cap, y2, ColorFore);
+            // Within the box: the bar cut at its edges, a cap only where its end is inside.
+            PointD a{q.x, y1}, b{q.x, y2};
+            if (!frame.Clip(a, b)) continue;
+            s.Line(a.x, a.y, b.x, b.y, ColorFore);
+            if (frame.Inside({q.x, y1})) s.Line(q.x - cap, y1, q.x + cap, y1, ColorFore);
+            if (frame.Inside({q.x, y2})) s.Line(q.x - cap, y2, q.x + cap, y2, ColorFore);
         }
     }
     if (SymbolDisplay && Symbol != SymbolShape::None && !function) {

@@ -60,6 +60,15 @@ void EnsureGuiApplication() {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    // A headless run (a factory host, a CI job) often has no runtime folder;
+    // Qt would make one and warn about it on every chart.
+    if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
+        const fs::path dir = fs::temp_directory_path() / ("zorv-runtime-" + std::to_string(getuid()));
+        std::error_code ec;
+        fs::create_directories(dir, ec);
+        fs::permissions(dir, fs::perms::owner_all, fs::perm_options::replace, ec);
+        if (!ec) qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(dir.string()));
+    }
     static int argc = 1;
     static char name[] = "zorv";
     static char* argv[] = {name, nullptr};

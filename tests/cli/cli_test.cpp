@@ -201,7 +201,7 @@ TEST_F(Cli, VersionHelpAndUnknownVerb) {
 }
 
 TEST_F(Cli, EveryVerbHasHelp) {
-    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate", "stats", "cull", "model"}) {
+    for (const char* verb : {"version", "info", "sample-workbook", "formats", "import", "simulate", "stats", "cull", "model", "plot"}) {
         CliRun r = run(std::string(verb) + " --help");
         EXPECT_EQ(r.rc, 0) << verb;
         EXPECT_NE(r.out.find("Usage: zorv-cli " + std::string(verb)), std::string::npos) << r.out;
