@@ -79,9 +79,7 @@ bool PlotFrame::Clip(PointD& a, PointD& b) const {
 
 Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame) {
     Proc p("cSeries(Draw): ");
-    elements_ = Datam(0, 6, 0, 1);
-    const char* heads[] = {"Xp", "Yp", "Xval", "Yval", "Zval", "Xlabel"};
-    for (int c = 0; c < 6; ++c) elements_(0, c + 1) = Value(heads[c]);
+    elements_.clear();
     if (Hide) return StatusOk();
     SetStatusText("Curve setup '" + Label);
     if (frame.xHigh == frame.xLow || frame.yHigh == frame.yLow) return p.fail("Axis range of curve '" + Label + "' is empty.");
@@ -178,21 +176,30 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
         }
     }
     // The element table, for finding a point under the mouse.
-    elements_.redimPreserve(static_cast<int>(pts.size()), 6);
-    int r = 0;
+    elements_.reserve(pts.size());
     for (const Pt& q : pts) {
-        ++r;
-        elements_(r, 1) = Value(q.x);
-        elements_(r, 2) = Value(q.y);
-        elements_(r, 3) = Value(q.xv);
-        elements_(r, 4) = Value(q.yv);
-        if (!function && Y2col >= 0 && Ycol >= 0) {
-            double z;
-            if (ValueOf(t, q.row, Y2col, z)) elements_(r, 5) = Value(z);
-        }
-        elements_(r, 6) = Value(Label);
+        double z = 0;
+        const bool hasZ = !function && Y2col >= 0 && Ycol >= 0 && ValueOf(t, q.row, Y2col, z);
+        elements_.push_back({static_cast<float>(q.x), static_cast<float>(q.y), q.xv, q.yv, z, hasZ});
     }
     return StatusOk();
+}
+
+Datam cSeries::Elements() const {
+    Datam e(static_cast<int>(elements_.size()), 6, 0, 1);
+    const char* heads[] = {"Xp", "Yp", "Xval", "Yval", "Zval", "Xlabel"};
+    for (int c = 0; c < 6; ++c) e(0, c + 1) = Value(heads[c]);
+    int r = 0;
+    for (const Element& x : elements_) {
+        ++r;
+        e(r, 1) = Value(double(x.xp));
+        e(r, 2) = Value(double(x.yp));
+        e(r, 3) = Value(x.xv);
+        e(r, 4) = Value(x.yv);
+        if (x.hasZ) e(r, 5) = Value(x.zv);
+        e(r, 6) = Value(Label);
+    }
+    return e;
 }
 
 void cSeries::DrawSymbol(Surface& s, double x, double y, Color c) const {
@@ -281,7 +288,7 @@ std::unique_ptr<cSeries> cSeries::clone() const {
 
 void cSeries::Kill() {
     PlotData = Datam();
-    elements_ = Datam();
+    elements_ = {};
     DisplayFunction.Kill();
     ParentCurve = nullptr;
 }

@@ -72,7 +72,7 @@ TEST(Series, ColumnsToPixelsWithSymbolsErrorBarsAndElements) {
     EXPECT_DOUBLE_EQ(first->points[0].y, 370);
     EXPECT_DOUBLE_EQ(first->points[1].y, 325);
     // The element table.
-    const Datam& e = c.Elements();
+    const Datam e = c.Elements();
     ASSERT_EQ(e.rowUb(), 3);
     EXPECT_EQ(e(0, 1).toString(), "Xp");
     EXPECT_EQ(e(2, 3).toDouble(), 4.0);
@@ -146,5 +146,5 @@ TEST(Series, LinesClippedToTheGraphBox) {
     EXPECT_DOUBLE_EQ(lines[0]->points[1].x, 600);  // cut at the box's right edge
     EXPECT_DOUBLE_EQ(lines[0]->points[1].y, 250);
     EXPECT_EQ(s.of(RecordingSurface::Op::Line).size(), 2u);  // one plus: the point inside
-    EXPECT_EQ(c.Elements().rowUb(), 1);
+    EXPECT_EQ(c.ElementCount(), 1);
 }

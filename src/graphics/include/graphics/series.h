@@ -78,11 +78,19 @@ public:
     void Kill();
 
     // The drawn points: rows 1..n, columns "Xp", "Yp", "Xval", "Yval",
-    // "Zval", "Xlabel" (header row 0).
-    const Datam& Elements() const { return elements_; }
+    // "Zval", "Xlabel" (header row 0), made when asked for.
+    Datam Elements() const;
+    int ElementCount() const { return static_cast<int>(elements_.size()); }
 
 private:
-    Datam elements_;
+    // Kept compact: a chart of a million points asks for its table seldom,
+    // and a table of cells would be most of the drawing's memory.
+    struct Element {
+        float xp, yp;
+        double xv, yv, zv;
+        bool hasZ;
+    };
+    std::vector<Element> elements_;
 };
 
 class Series {
