@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,15 @@
 #include "stats/cull.h"
 #include "stats/lot_stats.h"
 #include "stats/precision.h"
+#include "stats/sigma_test.h"
 #include "tables.h"
 #include "verbs.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
+#ifdef ZORV_HAVE_PAINT
+#include "paint/chart_file.h"
+#endif
 
 namespace zorv::cli {
 
@@ -175,6 +180,58 @@ int RunStats(const Args& args) {
     return kExitOk;
 }
 
+namespace {
+
+// "Data Distribution and Cull Analysis": the table, and with a chart path its
+// two graphs (the range cull's at the path, the sigma cull's beside it with
+// "-sigma" before the extension). Nothing is culled.
+int CullAnalysis(cLot& lot, const std::string& workbook, const std::string& chart, bool json) {
+    auto r = SigmaTest(lot, SigmaTestSetup{});
+    if (!r) return ShowFailure(r.failure(), json);
+    std::string sigmaChart;
+    if (!chart.empty()) {
+#ifdef ZORV_HAVE_PAINT
+        const size_t dot = chart.find_last_of('.');
+        sigmaChart = dot == std::string::npos ? chart + "-sigma" : chart.substr(0, dot) + "-sigma" + chart.substr(dot);
+        cGraphic range, sigma;
+        if (Status st = SigmaTestGraphs(*r, range, sigma); !st) return ShowFailure(st.failure(), json);
+        for (auto [g, path] : {std::pair<cGraphic*, std::string>{&range, chart}, {&sigma, sigmaChart}}) {
+            Status drawn = StatusOk();
+            Status written = RenderToFile(path, 1000, 650, [&](Surface& s) {
+                g->Container(&s);
+                g->Clear();
+                drawn = g->PlotChart();
+                if (!drawn) throw std::runtime_error(drawn.failure().text);
+            });
+            if (!drawn) return ShowFailure(drawn.failure(), json);
+            if (!written) return ShowFailure(written.failure(), json);
+        }
+#else
+        return ShowFailure(Proc("zorv-cli(cull): ").fail("This zorv-cli was built without the drawing library."), json);
+#endif
+    }
+    if (json) {
+        Json j;
+        j.beginObject().field("workbook", workbook).field("lot", lot.LotName).field("title", r->title);
+        j.key("distribution").beginObject();
+        TableJson(j, r->distribution);
+        j.endObject();
+        j.key("families").beginObject();
+        TableJson(j, r->families);
+        j.endObject();
+        if (!chart.empty()) j.field("rangeChart", chart).field("sigmaChart", sigmaChart);
+        j.endObject();
+        std::printf("%s\n", j.str().c_str());
+        return kExitOk;
+    }
+    std::printf("%s\n%s\n\n", r->heading.c_str(), r->title.c_str());
+    PrintTable(r->distribution);
+    if (!chart.empty()) std::printf("\nCharts: %s, %s\n", chart.c_str(), sigmaChart.c_str());
+    return kExitOk;
+}
+
+}  // namespace
+
 const char kCullHelp[] =
     "Usage: zorv-cli cull WORKBOOK [--sheet NAME] [--feature F | --all-features]\n"
     "                     [--range R] [--sigma S] [--radius MM]\n"
@@ -191,13 +248,17 @@ const char kCullHelp[] =
     "--all-features   the range and sigma rules on every feature in turn\n"
     "--json           the counts and the table as JSON\n"
     "--save           also write the culled points to the workbook as the result sheet\n"
-    "                 \"Culled\" with its Index row; the data sheet is not changed\n\n"
+    "                 \"Culled\" with its Index row; the data sheet is not changed\n"
+    "--analysis       cull nothing: print the \"Data Distribution and Cull Analysis\"\n"
+    "                 table (per family, the points each range and sigma limit would\n"
+    "                 remove); with --chart FILE.png|.svg|.pdf also draw its range-cull\n"
+    "                 graph there and its sigma-cull graph as FILE-sigma.png\n\n"
     "Bad input (a workbook that cannot be loaded, a lot without points, an unknown\n"
     "feature) gives the message on stderr (with --json as an error object) and exit 1.\n";
 
 int RunCull(const Args& args) {
     const Args pos = Positional(args, {"--sheet", "--feature", "--range", "--sigma", "--radius", "--variable",
-                                       "--max", "--min"});
+                                       "--max", "--min", "--chart"});
     auto number = [&](const char* opt, double def, bool& bad) {
         const std::string s = OptionValue(args, opt);
         if (s.empty()) return def;
@@ -236,6 +297,7 @@ int RunCull(const Args& args) {
     }
     const std::string featureName =
         HasFlag(args, "--all-features") ? std::string(kAllFeatures) : lot.GetPlotFeatureName(lot.PlotFeature());
+    if (HasFlag(args, "--analysis")) return CullAnalysis(lot, pos[0], OptionValue(args, "--chart"), json);
     const long before = lot.TotalPoints();
     RangeSigmaResult rs;
     bool ranRS = false;

@@ -120,6 +120,8 @@ Status cGraphic::PlotChart() {
     double right = PLotLeft + OffsetX + width - margin - (legendRows > 0 ? legendW + margin : 0);
     if (statsW > 0 && Stats.PositionHoriz == 5) right -= statsW + margin;
     if (statsW > 0 && Stats.PositionHoriz == 4) GraphLeft += statsW + margin;
+    // The last X tick label is centred on the box's right edge: half of it must fit.
+    if (!xt.empty()) right = std::min(right, PLotLeft + OffsetX + width - s.TextWidth(Format(xt.back(), ax.TickFormat)) / 2 - 2);
     GraphWidth = std::max(right - GraphLeft, 10.0);
     const double bottom = PlotTop + OffsetY + height - margin - lineH * (ax.Label.empty() ? 1.3 : 2.5);
     GraphHeight = std::max(bottom - GraphTop, 10.0);

@@ -208,4 +208,34 @@ Result<SigmaTestResult> SigmaTest(cLot& lot, const SigmaTestSetup& setup) {
     return res;
 }
 
+Status SigmaTestGraphs(const SigmaTestResult& result, cGraphic& rangeGraph, cGraphic& sigmaGraph) {
+    Proc p("cLot(SigmaTest): ");
+    auto setUp = [&](cGraphic& g, const Datam& table, const std::string& key, const std::string& title,
+                     const std::string& xLabel, const std::string& yLabel) -> Status {
+        g.KeyName = key;
+        if (Status st = g.RegisterData(table); !st) return st;
+        cSeries& c = g.Series.Add(result.feature);
+        c.Xcol = 1;
+        c.Ycol = 2;
+        c.Symbol = SymbolShape::FilledCircle;
+        g.TitleObj.TitleString = title;
+        cAxis& x = g.Axes.Add("X");
+        x.Label = xLabel;
+        cAxis& y = g.Axes.Add("Y");
+        y.Label = yLabel;
+        y.PlotGridline = true;
+        g.DisplayLegend = false;
+        return StatusOk();
+    };
+    p.chk = 1;
+    if (Status st = setUp(rangeGraph, result.rangeSeries, "Range Cull", "Absolute Delta from Median (Range Cull)",
+                          "AbsDelta from median (" + result.unit + ")", "Points in Range");
+        !st)
+        return st;
+    p.chk = 2;
+    return setUp(sigmaGraph, result.sigmaSeries, "Sigma Cull", "Sigma Delta from Median (Sigma Cull)",
+                 "Sigma delta from median", "Points within");
+}
+
 }  // namespace zorv
+

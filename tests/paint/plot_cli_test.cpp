@@ -137,3 +137,17 @@ TEST(PlotCli, BadInputLeavesNoFile) {
     EXPECT_EQ(Cli("plot " + wb).rc, 2);
     for (const auto& f : fs::directory_iterator(d)) EXPECT_EQ(f.path().filename(), "SampleCD.xlsx") << f.path();
 }
+
+TEST(PlotCli, CullAnalysisTableAndItsTwoGraphs) {
+    const fs::path d = Dir("analysis");
+    const CliRun r = Cli("cull " + (d / "SampleCD.xlsx").string() + " --feature Measure --analysis --json --chart " +
+                         (d / "cull.png").string());
+    ASSERT_EQ(r.rc, 0) << r.out;
+    EXPECT_NE(r.out.find("\"label\":"), std::string::npos);
+    EXPECT_NE(r.out.find("\"Culls\""), std::string::npos) << r.out;
+    for (const char* name : {"cull.png", "cull-sigma.png"}) {
+        QImage img((d / name).string().c_str());
+        ASSERT_FALSE(img.isNull()) << name;
+        EXPECT_GT(InkInPlot(img), 300) << name;
+    }
+}

@@ -8,6 +8,7 @@
 
 #include "base/datam.h"
 #include "base/proc.h"
+#include "graphics/chart.h"
 #include "lot/lot.h"
 
 namespace zorv {
@@ -39,5 +40,11 @@ struct SigmaTestResult {
 // cmdSigmaTest on a clone of the lot (existing culls removed first, the lot
 // given stays as it is).
 [[nodiscard]] Result<SigmaTestResult> SigmaTest(cLot& lot, const SigmaTestSetup& setup);
+
+// The two graphs of the analysis, set up on their charts (drawn with
+// PlotChart): "Range Cull", "Absolute Delta from Median (Range Cull)", x
+// "AbsDelta from median (<unit>)", y "Points in Range"; and the sigma cull's
+// over "SigmaDelta".
+[[nodiscard]] Status SigmaTestGraphs(const SigmaTestResult& result, cGraphic& rangeGraph, cGraphic& sigmaGraph);
 
 }  // namespace zorv
