@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -586,6 +587,31 @@ bool LotHasExposures(const cLot& lot) {
     return false;
 }
 
+// The fitted models of every wafer (field), model by model, with the status
+// text "Update model '" key "' results for " what " i of n". Escape ends the
+// gathering; the report holds what was gathered.
+template <class Item, class Lookup>
+std::vector<std::vector<FitRow>> GatherRows(const ModelList& models, const std::vector<Item*>& items, const char* what,
+                                            Lookup lookup) {
+    const std::string n = std::to_string(items.size());
+    std::vector<std::vector<FitRow>> rows;
+    bool stopped = false;
+    for (const Cmodel* m : models) {
+        rows.emplace_back();
+        if (stopped) continue;
+        int i = 0;
+        for (Item* x : items) {
+            SetStatusText("Update model '" + m->Key + "' results for " + what + " " + std::to_string(++i) + " of " + n);
+            if (CheckEscKey()) {
+                stopped = true;
+                break;
+            }
+            if (auto row = lookup(x, m->Key)) rows.back().push_back(*row);
+        }
+    }
+    return rows;
+}
+
 }  // namespace
 
 Result<Datam> ModelWafer::UpdateAverageModels(cLot& lot) {
@@ -600,23 +626,10 @@ Result<Datam> ModelWafer::UpdateAverageModels(cLot& lot) {
     std::vector<cWafer*> wafers;
     for (cWafer* w : lot.Wafers())
         if (!w->cull()) wafers.push_back(w);
-    const std::string n = std::to_string(wafers.size());
-    // Escape ends the gathering; the report holds what was gathered.
-    std::vector<std::vector<FitRow>> rows;
-    bool stopped = false;
-    for (const Cmodel* m : models) {
-        rows.emplace_back();
-        if (stopped) continue;
-        int i = 0;
-        for (cWafer* w : wafers) {
-            SetStatusText("Update model '" + m->Key + "' results for wafer " + std::to_string(++i) + " of " + n);
-            if (CheckEscKey()) {
-                stopped = true;
-                break;
-            }
-            if (const Cmodel* x = WaferModel(*w, m->Key)) rows.back().push_back({x, w, nullptr});
-        }
-    }
+    const auto rows = GatherRows(models, wafers, "wafer", [](cWafer* w, const std::string& key) {
+        const Cmodel* x = WaferModel(*w, key);
+        return x ? std::optional<FitRow>(FitRow{x, w, nullptr}) : std::nullopt;
+    });
 
     p.chk = 3;
     const Cmodel* avg = Key.empty() ? nullptr : models.Item(Key);
@@ -650,22 +663,10 @@ Result<Datam> ModelField::UpdateAverageModels(cLot& lot) {
         for (cField* f : w->Fields())
             if (!f->cull()) fields.push_back(f);
     }
-    const std::string n = std::to_string(fields.size());
-    std::vector<std::vector<FitRow>> rows;
-    bool stopped = false;
-    for (const Cmodel* m : models) {
-        rows.emplace_back();
-        if (stopped) continue;
-        int i = 0;
-        for (cField* f : fields) {
-            SetStatusText("Update model '" + m->Key + "' results for field " + std::to_string(++i) + " of " + n);
-            if (CheckEscKey()) {
-                stopped = true;
-                break;
-            }
-            if (const Cmodel* x = FieldModel(*f, m->Key)) rows.back().push_back({x, f->ParentWafer(), f});
-        }
-    }
+    const auto rows = GatherRows(models, fields, "field", [](cField* f, const std::string& key) {
+        const Cmodel* x = FieldModel(*f, key);
+        return x ? std::optional<FitRow>(FitRow{x, f->ParentWafer(), f}) : std::nullopt;
+    });
 
     p.chk = 3;
     const bool exposures = LotHasExposures(lot);
