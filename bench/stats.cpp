@@ -7,9 +7,6 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <string>
 
 #include "base/process.h"
@@ -18,77 +15,36 @@
 #include "stats/cull.h"
 #include "stats/lot_stats.h"
 #include "stats/precision.h"
+#include "bench_lot.h"
 
 using namespace zorv;
+using namespace zorv::bench;
 
 namespace {
-
-constexpr int kWafers = 25, kFieldsPerSide = 10, kSitesPerSide = 20;
-
-double statusKB(const char* key) {
-    std::ifstream in("/proc/self/status");
-    std::string line;
-    const size_t n = std::strlen(key);
-    while (std::getline(in, line))
-        if (line.compare(0, n, key) == 0) return std::stod(line.substr(n + 1));
-    return 0;
-}
 
 // Values with a wafer, field and site signature and a little noise, so that
 // every level of the precision table has something to find, and a CD outlier
 // in every 1009 points for the cull.
 std::shared_ptr<cLot> BuildLot() {
-    auto lot = cLot::create();
-    lot->LotName = "BenchStats";
-    lot->DataSource(eDataSourceCDSEM);
-    lot->ValueV_Name = "CD";
-    lot->ValueH_Name = "Height";
-    lot->valueZ_Name = "SWA";
-    lot->Slope_Name = "Space";
-    lot->DieSizeX = 26000;
-    lot->DieSizeY = 33000;
-    unsigned seed = 12345;
+    BenchNoise noise(12345);
     long planted = 0;
-    auto noise = [&seed]() {
-        seed = seed * 1103515245u + 12345u;
-        return ((seed >> 8) & 0xffff) / 65536.0 - 0.5;
-    };
-    for (int w = 1; w <= kWafers; ++w) {
-        bool isNew = false;
-        std::string name = std::to_string(w);
-        name.insert(0, 1, 'W');  // not "W" + ...: GCC 12 warns falsely on that
-        cWafer* wf = lot->AddWafer(name, isNew);
-        for (int j = 0; j < kFieldsPerSide; ++j)
-            for (int i = 0; i < kFieldsPerSide; ++i) {
-                cField* f = wf->AddField(float(i - 5), float(j - 5), isNew, false);
-                f->LocationX = f->DieX * lot->DieSizeX;
-                f->LocationY = f->DieY * lot->DieSizeY;
-                f->sites().reserve(kSitesPerSide * kSitesPerSide);
-                int key = 0;
-                for (int b = 0; b < kSitesPerSide; ++b)
-                    for (int a = 0; a < kSitesPerSide; ++a) {
-                        ++key;
-                        Ref<cSite> s = cSite::New();
-                        s->setNumberKey(key);
-                        s->LocationX = (a - 9.5f) * 1200;
-                        s->LocationY = (b - 9.5f) * 1500;
-                        s->setParent(f);
-                        s->setFamily(1 + (key - 1) % 4);
-                        f->sites().Add(s, std::to_string(key));
-                        auto p = std::make_unique<cPoint>();
-                        double base = 50 + 0.3 * w + 0.1 * (i - j) + 0.02 * (a - b) + noise();
-                        if (++planted % 1009 == 0) base += 12;  // an outlier now and then
-                        p->ValueV = float(base * 1000);
-                        p->ValueH = float((100 + 0.5 * w + noise()) * 1000);
-                        p->ValueZ = float((88 + 0.01 * a + noise()) * 1000);
-                        p->Slope = float((60 - 0.2 * s->Family() + noise()) * 1000);
-                        p->setNumberKey(std::to_string(key));
-                        f->AddPoint(s, std::move(p));
-                    }
-            }
-    }
-    lot->CalcWaferPositions();
-    return lot;
+    return BuildBenchLot(
+        "BenchStats", eDataSourceCDSEM,
+        [](cLot& lot) {
+            lot.ValueV_Name = "CD";
+            lot.ValueH_Name = "Height";
+            lot.valueZ_Name = "SWA";
+            lot.Slope_Name = "Space";
+        },
+        [&](cPoint& p, const BenchAt& at) {
+            double base = 50 + 0.3 * at.wafer + 0.1 * (at.i - at.j) + 0.02 * (at.a - at.b) + noise();
+            if (++planted % 1009 == 0) base += 12;  // an outlier now and then
+            p.ValueV = float(base * 1000);
+            p.ValueH = float((100 + 0.5 * at.wafer + noise()) * 1000);
+            p.ValueZ = float((88 + 0.01 * at.a + noise()) * 1000);
+            p.Slope = float((60 - 0.2 * at.site->Family() + noise()) * 1000);
+        },
+        4);
 }
 
 cLot& SharedLot() {
@@ -97,7 +53,7 @@ cLot& SharedLot() {
 }
 
 void ReportPeak(benchmark::State& state) {
-    state.counters["peak_MB"] = statusKB("VmHWM:") / 1024.0;
+    state.counters["peak_MB"] = PeakMB();
 }
 
 void BM_CalcPrecision(benchmark::State& state) {
