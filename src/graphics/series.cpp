@@ -202,6 +202,23 @@ Datam cSeries::Elements() const {
     return e;
 }
 
+int cSeries::NearestElement(double px, double py, double reach, double* xv, double* yv) const {
+    int best = 0;
+    double bestD = reach * reach;
+    for (size_t i = 0; i < elements_.size(); ++i) {
+        const double dx = elements_[i].xp - px, dy = elements_[i].yp - py, d = dx * dx + dy * dy;
+        if (d <= bestD) {
+            bestD = d;
+            best = static_cast<int>(i) + 1;
+        }
+    }
+    if (best) {
+        if (xv) *xv = elements_[static_cast<size_t>(best - 1)].xv;
+        if (yv) *yv = elements_[static_cast<size_t>(best - 1)].yv;
+    }
+    return best;
+}
+
 void cSeries::DrawSymbol(Surface& s, double x, double y, Color c) const {
     StateGuard keep(s);
     const double h = SymbolSize / 2;

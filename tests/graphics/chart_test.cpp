@@ -171,3 +171,53 @@ TEST(Chart, ZoomAndResetAndMissingContainer) {
     ASSERT_FALSE(e);
     EXPECT_EQ(e.failure().text, "Total number of data points in graph = 0");
 }
+
+TEST(Chart, PixelsBackToValuesElementsZoomAndSwap) {
+    RecordingSurface s(800, 500);
+    cGraphic g = TwoCurves(s);
+    ASSERT_TRUE(g.PlotChart());
+    const PlotFrame f = g.Frame();
+    // A pixel back to its values.
+    const PointD v = g.GetXYvalues(f.px(3), f.py(55));
+    EXPECT_NEAR(v.x, 3, 1e-9);
+    EXPECT_NEAR(v.y, 55, 1e-9);
+    // The CD point at dose 4 (CD 58) is under its pixel.
+    auto e = g.GetChartElement(f.px(4) + 1, f.py(58) - 1);
+    EXPECT_EQ(e.kind, cGraphic::ChartElement::Point);
+    EXPECT_EQ(e.series, 1);
+    EXPECT_EQ(e.x, 4);
+    EXPECT_EQ(e.y, 58);
+    // The legend's second line, an empty spot of the plot, nothing.
+    const cSeries* root = g.Series.Item(2);
+    e = g.GetChartElement(root->LeftPixel + 2, root->Top + root->Height / 2);
+    EXPECT_EQ(e.kind, cGraphic::ChartElement::Legend);
+    EXPECT_EQ(e.series, 2);
+    e = g.GetChartElement(f.left + f.width - 2, f.top + f.height - 2);
+    EXPECT_EQ(e.kind, cGraphic::ChartElement::Plot);
+    EXPECT_EQ(g.GetChartElement(1, 1).kind, cGraphic::ChartElement::None);
+
+    // Zoom to the box from dose 2..6 and CD 52..62, draw, and back.
+    const Datam box = Datam::fromRows({{f.px(2)}, {f.py(62)}, {f.px(6)}, {f.py(52)}}, 1, 1);
+    ASSERT_TRUE(g.ReScale(box));
+    ASSERT_TRUE(g.PlotChart());
+    EXPECT_NEAR(g.Frame().xLow, 2, 1e-4);
+    EXPECT_NEAR(g.Frame().xHigh, 6, 1e-4);
+    EXPECT_NEAR(g.Frame().yLow, 52, 1e-4);
+    EXPECT_NEAR(g.Frame().yHigh, 62, 1e-4);
+    g.ResetAutosize();
+    ASSERT_TRUE(g.PlotChart());
+    EXPECT_EQ(g.Frame().xLow, f.xLow);
+    EXPECT_EQ(g.Frame().yHigh, f.yHigh);
+    auto bad = g.ReScale(Datam::fromRows({{1.0}, {2.0}}, 1, 1));
+    ASSERT_FALSE(bad);
+    EXPECT_EQ(bad.failure().text, "Box array for rescale not provided.");
+
+    // X and Y exchanged: the curves' columns and the axes' labels.
+    g.SwapAxes();
+    EXPECT_EQ(g.Series.Item(1)->Xcol, 2);
+    EXPECT_EQ(g.Series.Item(1)->Ycol, 1);
+    EXPECT_EQ(g.Axes.Item("X")->Label, "CD (nm)");
+    EXPECT_EQ(g.Axes.Item("Y")->Label, "Dose (mJ/cm2)");
+    ASSERT_TRUE(g.PlotChart());
+    EXPECT_NEAR(g.Frame().yLow, f.xLow, 1e-6);  // doses now run up the chart
+}

@@ -135,6 +135,26 @@ public:
     // cGraphic(DrawFigure): the usual entry for redrawing; clears the surface
     // first. Without a container: "Graph Container was not specified."
     [[nodiscard]] Status DrawFigure();
+    // ---- after drawing: zoom, swap, and what lies under the mouse
+    // The data values at a pixel of the last drawing.
+    PointD GetXYvalues(double px, double py) const;
+    // cGraphic(ReScaleGraph): zooms to a rectangle given in pixels, rows
+    // 1..4 of a vector (x1, y1, x2, y2): "Box array for rescale not provided."
+    // otherwise; the axes keep the zoom (AutoScale off) until ResetAutosize.
+    [[nodiscard]] Status ReScale(const Datam& box);
+    // Back to automatic scale: each axis's origin, AutoScale on.
+    void ResetAutosize();
+    // X and Y exchanged: every curve's columns and the two axes' settings.
+    void SwapAxes();
+    // cGraphic(GetChartElement): what lies under a pixel.
+    struct ChartElement {
+        enum Kind { None, Point, Legend, XAxis, YAxis, Plot } kind = None;
+        int series = 0;  // 1-based curve (Point, Legend)
+        int point = 0;   // 1-based drawn point of the curve (Point)
+        double x = 0, y = 0;  // data values (Point: the point's; Plot: the pixel's)
+    };
+    ChartElement GetChartElement(double px, double py) const;
+
     // The frame the curves were last drawn in.
     const PlotFrame& Frame() const { return frame_; }
 

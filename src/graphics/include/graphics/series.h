@@ -81,6 +81,9 @@ public:
     // "Zval", "Xlabel" (header row 0), made when asked for.
     Datam Elements() const;
     int ElementCount() const { return static_cast<int>(elements_.size()); }
+    // The drawn point nearest a pixel within `reach` pixels: its 1-based
+    // number and values; 0 when none.
+    int NearestElement(double px, double py, double reach, double* xv = nullptr, double* yv = nullptr) const;
 
 private:
     // Kept compact: a chart of a million points asks for its table seldom,
