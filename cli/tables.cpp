@@ -2,14 +2,19 @@
 #include "tables.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "graphics/chart.h"
 #include "json.h"
 #include "numerics/matrix.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
+#ifdef ZORV_HAVE_PAINT
+#include "paint/chart_file.h"
+#endif
 
 namespace zorv::cli {
 
@@ -83,5 +88,20 @@ Status SaveResult(Workbook* wb, const Datam& formatted, const std::string& sheet
     if (Status s = SaveArray(table, sheet, wb, o); !s) return s;
     return AddIndexItem(wb, sheet, title, Value(), true);
 }
+
+#ifdef ZORV_HAVE_PAINT
+Status WriteChart(cGraphic& chart, const std::string& path, int width, int height, bool histogram) {
+    Status drawn = StatusOk();
+    Status written = RenderToFile(path, width, height, [&](Surface& s) {
+        chart.Container(&s);
+        chart.Clear();
+        drawn = histogram ? chart.PlotHistogram() : chart.PlotChart();
+        // The renderer drops its temporary file when the drawing throws.
+        if (!drawn) throw std::runtime_error(drawn.failure().text);
+    });
+    if (!drawn) return drawn;
+    return written;
+}
+#endif
 
 }  // namespace zorv::cli

@@ -9,6 +9,7 @@
 
 namespace zorv {
 class Workbook;
+class cGraphic;
 }
 
 namespace zorv::cli {
@@ -27,5 +28,12 @@ void PrintTable(const Datam& t);
 // formatted numbers go in as numbers.
 [[nodiscard]] Status SaveResult(Workbook* wb, const Datam& table, const std::string& sheet,
                                 const std::string& title);
+
+#ifdef ZORV_HAVE_PAINT
+// Draws a set-up chart (an XY chart, or its histogram) into a PNG, SVG or PDF
+// file; a chart that cannot be drawn leaves no file and gives its failure.
+[[nodiscard]] Status WriteChart(cGraphic& chart, const std::string& path, int width, int height,
+                                bool histogram = false);
+#endif
 
 }  // namespace zorv::cli

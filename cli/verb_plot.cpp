@@ -2,7 +2,6 @@
 // PDF by the chart engine, without a display.
 #include <cstdio>
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,11 +10,9 @@
 #include "graphics/chart.h"
 #include "json.h"
 #include "numerics/matrix.h"
+#include "tables.h"
 #include "verbs.h"
 #include "workbook/store.h"
-#ifdef ZORV_HAVE_PAINT
-#include "paint/chart_file.h"
-#endif
 
 namespace zorv::cli {
 
@@ -196,17 +193,7 @@ int RunPlot(const Args& args) {
         }
         g.Stats.RegisterArray(st);
     }
-    Status drawn = StatusOk();
-    Status written = RenderToFile(out, w, h, [&](Surface& s) {
-        g.Container(&s);
-        g.Clear();
-        drawn = kind == "xy" ? g.PlotChart() : g.PlotHistogram();
-        // A chart that could not be drawn leaves no file: the renderer drops
-        // the temporary file when the drawing throws.
-        if (!drawn) throw std::runtime_error(drawn.failure().text);
-    });
-    if (!drawn) return ShowFailure(drawn.failure(), json);
-    if (!written) return ShowFailure(written.failure(), json);
+    if (Status st = WriteChart(g, out, w, h, kind != "xy"); !st) return ShowFailure(st.failure(), json);
     if (json) {
         Json j;
         j.beginObject().field("workbook", pos[0]).field("sheet", sheetName).field("kind", kind);

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -22,9 +21,6 @@
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
-#ifdef ZORV_HAVE_PAINT
-#include "paint/chart_file.h"
-#endif
 
 namespace zorv::cli {
 
@@ -195,17 +191,8 @@ int CullAnalysis(cLot& lot, const std::string& workbook, const std::string& char
         sigmaChart = dot == std::string::npos ? chart + "-sigma" : chart.substr(0, dot) + "-sigma" + chart.substr(dot);
         cGraphic range, sigma;
         if (Status st = SigmaTestGraphs(*r, range, sigma); !st) return ShowFailure(st.failure(), json);
-        for (auto [g, path] : {std::pair<cGraphic*, std::string>{&range, chart}, {&sigma, sigmaChart}}) {
-            Status drawn = StatusOk();
-            Status written = RenderToFile(path, 1000, 650, [&](Surface& s) {
-                g->Container(&s);
-                g->Clear();
-                drawn = g->PlotChart();
-                if (!drawn) throw std::runtime_error(drawn.failure().text);
-            });
-            if (!drawn) return ShowFailure(drawn.failure(), json);
-            if (!written) return ShowFailure(written.failure(), json);
-        }
+        for (auto [g, path] : {std::pair<cGraphic*, std::string>{&range, chart}, {&sigma, sigmaChart}})
+            if (Status st = WriteChart(*g, path, 1000, 650); !st) return ShowFailure(st.failure(), json);
 #else
         return ShowFailure(Proc("zorv-cli(cull): ").fail("This zorv-cli was built without the drawing library."), json);
 #endif

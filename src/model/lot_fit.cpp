@@ -42,18 +42,20 @@ private:
 bool ForFamily(const Cmodel& m, long family) { return family == 0 || m.FamilyType == 0 || m.FamilyType == family; }
 
 // Rebuilds each live point's vector from its modelled components.
-void RebuildVectors(cWafer& w) {
-    for (cField* f : w.Fields()) {
-        if (f->cull()) continue;
-        for (cSite* s : f->sites()) {
-            if (s->cull()) continue;
-            for (cPoint* p : s->Points()) {
-                if (p->cull()) continue;
-                float a, b, c;
-                p->CalcVector(a, b, c, true);
-            }
+void RebuildVectors(cField& f) {
+    for (cSite* s : f.sites()) {
+        if (s->cull()) continue;
+        for (cPoint* p : s->Points()) {
+            if (p->cull()) continue;
+            float a, b, c;
+            p->CalcVector(a, b, c, true);
         }
     }
+}
+
+void RebuildVectors(cWafer& w) {
+    for (cField* f : w.Fields())
+        if (!f->cull()) RebuildVectors(*f);
 }
 
 std::string Num(long n) { return std::to_string(n); }
@@ -158,16 +160,7 @@ Result<FieldFitResult> FieldModelFit(cField& f, const ModelFitOptions& options, 
             res.resids(j, k + 1) = r(j, vc);
         }
     }
-    if (n > 1 && f.ParentWafer()) {
-        for (cSite* s : f.sites()) {
-            if (s->cull()) continue;
-            for (cPoint* pt : s->Points()) {
-                if (pt->cull()) continue;
-                float a, b, c;
-                pt->CalcVector(a, b, c, true);
-            }
-        }
-    }
+    if (n > 1 && f.ParentWafer()) RebuildVectors(f);
     return res;
 }
 
