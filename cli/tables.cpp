@@ -90,12 +90,12 @@ Status SaveResult(Workbook* wb, const Datam& formatted, const std::string& sheet
 }
 
 #ifdef ZORV_HAVE_PAINT
-Status WriteChart(cGraphic& chart, const std::string& path, int width, int height, bool histogram) {
+Status WriteChart(cGraphic& chart, const std::string& path, int width, int height) {
     Status drawn = StatusOk();
     Status written = RenderToFile(path, width, height, [&](Surface& s) {
         chart.Container(&s);
-        chart.Clear();
-        drawn = histogram ? chart.PlotHistogram() : chart.PlotChart();
+        drawn = chart.DrawFigure();
+        chart.Container(nullptr);
         // The renderer drops its temporary file when the drawing throws.
         if (!drawn) throw std::runtime_error(drawn.failure().text);
     });

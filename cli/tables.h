@@ -30,10 +30,9 @@ void PrintTable(const Datam& t);
                                 const std::string& title);
 
 #ifdef ZORV_HAVE_PAINT
-// Draws a set-up chart (an XY chart, or its histogram) into a PNG, SVG or PDF
+// Draws a set-up chart (of its kind) into a PNG, SVG or PDF
 // file; a chart that cannot be drawn leaves no file and gives its failure.
-[[nodiscard]] Status WriteChart(cGraphic& chart, const std::string& path, int width, int height,
-                                bool histogram = false);
+[[nodiscard]] Status WriteChart(cGraphic& chart, const std::string& path, int width, int height);
 #endif
 
 }  // namespace zorv::cli

@@ -67,13 +67,17 @@ int ColumnOf(const Datam& t, const std::string& name) {
 const char kPlotHelp[] =
     "Usage: zorv-cli plot WORKBOOK --out FILE.png|.svg|.pdf [--sheet NAME]\n"
     "                     [--kind xy|histogram|boxplot] [--x COL] [--y COL[,COL...]]\n"
-    "                     [--err COL[,COL...]] [--group COL] [--bins N] [--stats]\n"
+    "                     [--err COL[,COL...]] [--boxes] [--percentiles] [--group COL]\n"
+    "                     [--bins N] [--stats]\n"
     "                     [--title T] [--size WxH] [--json]\n\n"
     "Draws a chart of a sheet of the workbook (the data sheet by default) and writes\n"
     "it as PNG, SVG or PDF, as the extension says; no display is needed. Columns are\n"
     "named by their header (any case) or number.\n\n"
     "  xy         each --y column against --x, joined, with symbols; --err gives each\n"
-    "             curve's error column (the error on both sides); a legend names them\n"
+    "             curve's error column (the error on both sides); a legend names them;\n"
+    "             --boxes adds a box plot of each curve's values at every X (quartiles,\n"
+    "             median, whiskers to the extremes), --percentiles the same with the\n"
+    "             whiskers at 5% and 95%, labelled\n"
     "  histogram  the distribution of the first --y column, per --group if given,\n"
     "             in --bins bins (default 20)\n"
     "  boxplot    the histogram with the box plot of each group above it\n\n"
@@ -156,18 +160,23 @@ int RunPlot(const Args& args) {
             c.Xcol = xc;
             c.Ycol = yc[i];
             c.Symbol = static_cast<SymbolShape>(1 + static_cast<int>(i) % (kSymbolShapes - 1));
+            // Over boxes the points stand alone: a line through every row would hide them.
+            c.Connect = !HasFlag(args, "--boxes") && !HasFlag(args, "--percentiles");
             if (i < errs.size()) {
                 int ec = 0;
                 if (!column(errs[i], ec)) return kExitFailed;
                 c.YerrCol1 = c.YerrCol2 = ec;
             }
         }
+        g.doBoxPlot = HasFlag(args, "--boxes") || HasFlag(args, "--percentiles");
+        g.BoxPlotPercentiles = HasFlag(args, "--percentiles");
         g.Axes.Add("X").Label = table(0, xc).toString();
         g.Axes.Add("Y").Label = ys.size() == 1 ? table(0, yc[0]).toString() : std::string();
         g.Axes.Item("Y")->PlotGridline = true;
         if (g.TitleObj.TitleString.empty())
             g.TitleObj.TitleString = sheetName + ": " + JoinNames(ys) + " against " + table(0, xc).toString();
     } else {
+        g.Kind = GraphKind::Histogram;
         g.HistoXcol = yc[0];
         g.HistoDisplayResolution = bins;
         g.doBoxPlot = kind == "boxplot";
@@ -193,7 +202,7 @@ int RunPlot(const Args& args) {
         }
         g.Stats.RegisterArray(st);
     }
-    if (Status st = WriteChart(g, out, w, h, kind != "xy"); !st) return ShowFailure(st.failure(), json);
+    if (Status st = WriteChart(g, out, w, h); !st) return ShowFailure(st.failure(), json);
     if (json) {
         Json j;
         j.beginObject().field("workbook", pos[0]).field("sheet", sheetName).field("kind", kind);

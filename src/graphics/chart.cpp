@@ -79,6 +79,9 @@ void cGraphic::Kill() {
     labels_ = {};
     symbols_ = {};
     surface_ = nullptr;
+    lot_.reset();
+    boxes_.clear();
+    histo_.clear();
 }
 
 // ---------------------------------------------------------------- notes and the statistics box

@@ -128,12 +128,14 @@ Status cGraphic::PlotHistogram() {
     frameCurve.Ycol = HistoOrientHorizontal ? 1 : 2;
     frameCurve.Connect = false;
     frameCurve.SymbolDisplay = false;
-    const bool keepAuto = AutoScale, keepLegend = DisplayLegend;
+    const bool keepAuto = AutoScale, keepLegend = DisplayLegend, keepBox = doBoxPlot;
     AutoScale = false;
     DisplayLegend = false;
+    doBoxPlot = false;  // the histogram's own box plot follows the bars
     Status laid = PlotChart();
     AutoScale = keepAuto;
     DisplayLegend = keepLegend;
+    doBoxPlot = keepBox;
     std::swap(keepSeries, Series);
     data_ = keepData;
     if (!laid) return laid;

@@ -36,13 +36,6 @@ std::vector<double> Ticks(const cAxis& a) {
 
 }  // namespace
 
-Status cGraphic::DrawFigure() {
-    Proc p("cGraphic(DrawFigure): ");
-    if (!surface_) return p.fail("Graph Container was not specified.");
-    Clear();
-    return PlotChart();
-}
-
 Status cGraphic::PlotChart() {
     Proc p("cGraphic(PlotChart): ");
     if (!surface_) return p.fail("Graph Container was not specified.");
@@ -181,8 +174,11 @@ Status cGraphic::PlotChart() {
         s.Print(ay.Label);
     }
 
-    // 9. Curves, each in its colour unless it has its own.
+    // 9. Boxes under the curves, then the curves, each in its colour unless
+    // it has its own.
     p.chk = 3;
+    if (doBoxPlot)
+        if (Status st = BoxPlotAdd(s); !st) return st;
     for (int i = 1; i <= Series.Count(); ++i) {
         cSeries* c = Series.Item(i);
         if (c->ColorFore == 0) c->ColorFore = GetPlotColors(i - 1);

@@ -17,6 +17,11 @@
 namespace zorv {
 
 class cGraphic;
+class cLot;
+class cPoint;
+
+// What Refresh draws.
+enum class GraphKind : int { Chart = 0, Histogram = 1 };
 
 struct Title {
     std::string TitleString;
@@ -89,9 +94,18 @@ public:
     std::string KeyName;
 
     // ---- kind and look
+    GraphKind Kind = GraphKind::Chart;
     int ChartType = 0;  // 2: a category chart
     int PLotDataType = 0;
+    bool TrendSort = false;
+    // A box per X position of each curve, drawn under the curves; with
+    // percentiles the whiskers reach the 5% and 95% values and are labelled,
+    // with the share of the values inside the box beside the median.
     bool doBoxPlot = false;
+    bool BoxPlotPercentiles = false;
+    int ContourSeries = 0;
+    bool doContourProfileGradient = false, doContourProfileSeries = false;
+    int InterpolateMethod = 0;
     double PLotLeft = 0, PlotTop = 0, PlotWidth = 0, PlotHeight = 0;
     double GraphLeft = 0, GraphTop = 0, GraphWidth = 0, GraphHeight = 0, GraphDepth = 0;
     double LegendLeft = 0, LegendTop = 0, LegendWidth = 0, LegendHeight = 0;
@@ -103,6 +117,16 @@ public:
     FontSpec Font;
     int LineWidthData = 1;
     bool DisplayLegend = true, DisplayPoints = true;
+    double VectorScale = 0;
+    std::string FieldKey, WaferKey, BarCodeKey;
+
+    // 3D view: the point looked at, the up direction, and the eye in
+    // spherical coordinates about the focus (radians); DataGrid the surface.
+    bool Perspective = true;
+    double FocusX = 0, FocusY = 0, FocusZ = 0;
+    double Xup = 0, Yup = 0, Zup = 1;
+    double ViewR = 0, ViewTheta = 0.7853981633974483, ViewPhi = 1.0471975511965976;
+    Datam DataGrid;
 
     // Histogram: the value column, an optional group column (-1: one group),
     // bars across or upright, bins (0: 20), bars per category, the bars'
@@ -135,6 +159,27 @@ public:
     // cGraphic(DrawFigure): the usual entry for redrawing; clears the surface
     // first. Without a container: "Graph Container was not specified."
     [[nodiscard]] Status DrawFigure();
+    // The full rebuild of the picture: the container (the chart's, else the
+    // bound lot's), the surface cleared unless noClear, the lot pointed at
+    // this chart and shown in its data view while drawing, then the chart's
+    // kind drawn.
+    [[nodiscard]] Status Refresh(bool noClear = false);
+    // The box plots of the last drawing, one table per curve: rows of
+    // "Xprofile" (the X value), "Xloc" (its pixel), "Count", "Q0", "Q1",
+    // "Median", "Q3", "Q4", with percentiles "5%" and "95%", and the
+    // "Colors_" column of the box's colour.
+    const std::vector<Datam>& BoxPlotTables() const { return boxes_; }
+
+    // ---- the lot behind the chart
+    // cGraphic(LotData): binds the chart to a lot (nullptr unbinds).
+    [[nodiscard]] Status LotData(std::shared_ptr<cLot> lot);
+    const std::shared_ptr<cLot>& Lot() const { return lot_; }
+    // cGraphic(FindLotPoints): the points of the bound lot, not culled, whose
+    // site lies in a rectangle given in micrometres as rows 1..4 (x1, y1, x2,
+    // y2; any corners) of a 4 by 1 array: wafer positions, or positions in
+    // the field when fieldPositions. Anything else: "Input 'dRect' must be a
+    // (4,1) array rectangle."
+    [[nodiscard]] Result<std::vector<cPoint*>> FindLotPoints(const Datam& dRect, bool fieldPositions = false) const;
     // ---- after drawing: zoom, swap, and what lies under the mouse
     // The data values at a pixel of the last drawing.
     PointD GetXYvalues(double px, double py) const;
@@ -165,12 +210,17 @@ public:
     void Kill();
 
 private:
+    // cGraphic(BoxPlotAdd): the boxes of every curve in the frame.
+    [[nodiscard]] Status BoxPlotAdd(Surface& s);
+
     Datam data_;
     std::array<std::string, kSeriesSlots> labels_{};
     std::array<SymbolShape, kSeriesSlots> symbols_{};
     Surface* surface_ = nullptr;
     PlotFrame frame_;
     std::vector<Datam> histo_;
+    std::vector<Datam> boxes_;
+    std::shared_ptr<cLot> lot_;
 };
 
 }  // namespace zorv
