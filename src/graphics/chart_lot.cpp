@@ -41,9 +41,10 @@ Status cGraphic::Refresh(bool noClear) {
     }
     switch (Kind) {
     case GraphKind::Histogram: return PlotHistogram();
-    case GraphKind::Chart: break;
+    case GraphKind::Chart: return PlotChart();
+    default: break;
     }
-    return PlotChart();
+    return p.fail("This kind of chart is not drawn yet.");
 }
 
 Result<std::vector<cPoint*>> cGraphic::FindLotPoints(const Datam& dRect, bool fieldPositions) const {

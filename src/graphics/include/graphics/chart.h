@@ -20,8 +20,10 @@ class cGraphic;
 class cLot;
 class cPoint;
 
-// What Refresh draws.
-enum class GraphKind : int { Chart = 0, Histogram = 1 };
+// What Refresh draws. The maps and the 3D surface need a bound lot.
+enum class GraphKind : int {
+    Chart = 0, Histogram = 1, WaferVector = 2, FieldVector = 3, WaferContour = 4, FieldContour = 5, Surface3D = 6
+};
 
 struct Title {
     std::string TitleString;
@@ -117,7 +119,11 @@ public:
     FontSpec Font;
     int LineWidthData = 1;
     bool DisplayLegend = true, DisplayPoints = true;
+    // Maps: the vector scale in value units times 1000 (0: from the largest
+    // vector at each drawing), the pixels the scale spans (0: the map sets it),
+    // and the wafer and field drawn ("": the lot's current, else the first).
     double VectorScale = 0;
+    double ArrowReference = 0;
     std::string FieldKey, WaferKey, BarCodeKey;
 
     // 3D view: the point looked at, the up direction, and the eye in
@@ -127,6 +133,18 @@ public:
     double Xup = 0, Yup = 0, Zup = 1;
     double ViewR = 0, ViewTheta = 0.7853981633974483, ViewPhi = 1.0471975511965976;
     Datam DataGrid;
+    // The 4 x 4 view transform SetProjection builds, row-major, applied to
+    // column vectors (x, y, z, 1).
+    std::array<double, 16> Projection{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    // cGraphic(SetProjection): the view matrix from ViewR/ViewTheta/ViewPhi
+    // about the focus with the up direction, times the scale and translation.
+    [[nodiscard]] Status SetProjection();
+    // cGraphic(Draw3d): DataGrid (X in row 0, Y in column 0) as a projected
+    // grid of lines with its axes.
+    [[nodiscard]] Status Draw3d();
+    // The colour of z on the blue - cyan - green - yellow - red ramp between
+    // zmin and zmax (clamped); zmax = zmin fails.
+    [[nodiscard]] static Result<Color> GetContourColor(double z, double zmax, double zmin);
 
     // Histogram: the value column, an optional group column (-1: one group),
     // bars across or upright, bins (0: 20), bars per category, the bars'
@@ -200,8 +218,10 @@ public:
     };
     ChartElement GetChartElement(double px, double py) const;
 
-    // The frame the curves were last drawn in.
+    // The frame the curves were last drawn in (a map sets its own: pixels per
+    // unit of its positions).
     const PlotFrame& Frame() const { return frame_; }
+    void Frame(const PlotFrame& f) { frame_ = f; }
 
     // Colours of the curves by slot: a fixed, distinguishable table.
     static Color GetPlotColors(int index);
