@@ -1,0 +1,369 @@
+#include "ui/chart_view.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QBuffer>
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHelpEvent>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QMimeData>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QSvgGenerator>
+#include <QToolTip>
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <stdexcept>
+
+#include "base/format.h"
+#include "base/report.h"
+#include "paint/chart_file.h"
+#include "paint/qpainter_surface.h"
+
+namespace zorv::ui {
+
+namespace {
+
+// A box smaller than this either way is a slip of the hand, not a zoom.
+constexpr int kMinZoomPixels = 4;
+
+QColor ToQColor(Color c) { return QColor(RedOf(c), GreenOf(c), BlueOf(c)); }
+
+// The chart draws on a surface that lives only for the drawing: the
+// container must not outlast it, even when the drawing throws.
+class ContainerScope {
+public:
+    ContainerScope(cGraphic& g, Surface& s) : g_(g) { g_.Container(&s); }
+    ~ContainerScope() { g_.Container(nullptr); }
+    ContainerScope(const ContainerScope&) = delete;
+    ContainerScope& operator=(const ContainerScope&) = delete;
+
+private:
+    cGraphic& g_;
+};
+
+Status DrawOn(cGraphic& g, Surface& s) {
+    ContainerScope scope(g, s);
+    return g.DrawFigure();
+}
+
+Status DrawOn(cGraphic& g, QPainter& painter, int width, int height) {
+    QPainterSurface surface(painter, width, height);
+    Proc p("ChartView(Draw): ");
+    Status st = StatusOk();
+    if (!Guarded(p, [&] { st = DrawOn(g, surface); })) return p.failure();
+    return st;
+}
+
+QString Number(double v, int significant) { return QString::fromStdString(CStrNumber(v, significant)); }
+
+}  // namespace
+
+ChartView::ChartView(QWidget* parent) : QWidget(parent) {
+    setMouseTracking(true);
+    setFocusPolicy(Qt::StrongFocus);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    copyAction_ = new QAction(tr("Copy"), this);
+    copyAction_->setShortcut(QKeySequence::Copy);
+    copyAction_->setShortcutContext(Qt::WidgetShortcut);
+    connect(copyAction_, &QAction::triggered, this, [this] { copyToClipboard(); });
+    addAction(copyAction_);
+}
+
+ChartView::~ChartView() = default;
+
+void ChartView::setGraphic(cGraphic* graphic) {
+    cancelDrag();
+    graphic_ = graphic;
+    setHover({});
+    invalidate();
+}
+
+void ChartView::invalidate() {
+    dirty_ = true;
+    update();
+}
+
+void ChartView::resetScale() {
+    if (!graphic_) return;
+    graphic_->ResetAutosize();
+    invalidate();
+}
+
+QImage ChartView::chartImage(qreal ratio, Status& status) {
+    const int w = width(), h = height();
+    QImage image(QSize(static_cast<int>(std::ceil(w * ratio)), static_cast<int>(std::ceil(h * ratio))),
+                 QImage::Format_ARGB32_Premultiplied);
+    if (image.isNull()) {
+        status = Proc("ChartView(Draw): ")
+                     .fail("Not enough memory for a chart of " + std::to_string(w) + " x " + std::to_string(h) +
+                           " pixels");
+        return image;
+    }
+    image.setDevicePixelRatio(ratio);
+    // Fonts at the screen's dots an inch, as the rest of the window's text.
+    const int dpm = static_cast<int>(std::lround(logicalDpiY() / 0.0254));
+    image.setDotsPerMeterX(dpm);
+    image.setDotsPerMeterY(dpm);
+    image.fill(ToQColor(graphic_->BackColor));
+    QPainter painter(&image);
+    status = DrawOn(*graphic_, painter, w, h);
+    return image;
+}
+
+bool ChartView::ensureRendered() {
+    if (!graphic_ || width() <= 0 || height() <= 0) return false;
+    const qreal ratio = devicePixelRatioF();
+    if (dirty_ || cache_.isNull() || cache_.devicePixelRatio() != ratio ||
+        cache_.deviceIndependentSize().toSize() != size()) {
+        Status st = StatusOk();
+        cache_ = chartImage(ratio, st);
+        failure_ = st ? QString() : QString::fromStdString(st.failure().text);
+        dirty_ = false;
+        if (!st && !cache_.isNull()) {
+            // Whatever was drawn before the failure is no chart: the text alone.
+            cache_.fill(ToQColor(graphic_->BackColor));
+            QPainter painter(&cache_);
+            painter.setPen(ToQColor(graphic_->ForeColor));
+            painter.setFont(font());
+            painter.drawText(QRectF(rect()).adjusted(8, 8, -8, -8), Qt::AlignCenter | Qt::TextWordWrap, failure_);
+        }
+    }
+    return failure_.isEmpty() && !cache_.isNull();
+}
+
+void ChartView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    ensureRendered();
+    if (!graphic_ || cache_.isNull()) {
+        painter.fillRect(rect(), palette().window());
+        return;
+    }
+    painter.drawImage(QPointF(0, 0), cache_);
+    if (dragging_) {
+        QPainterSurface surface(painter, width(), height());
+        surface.DrawFocusRect(pressPos_.x(), pressPos_.y(), dragPos_.x(), dragPos_.y());
+    }
+}
+
+void ChartView::resizeEvent(QResizeEvent* e) {
+    dirty_ = true;
+    QWidget::resizeEvent(e);
+}
+
+QString ChartView::describeAt(const QPoint& pos) {
+    if (!ensureRendered()) return {};
+    using E = cGraphic::ChartElement;
+    const E e = graphic_->GetChartElement(pos.x(), pos.y());
+    auto seriesName = [&](int i) {
+        const cSeries* c = graphic_->Series.Item(i);
+        return c && !c->Label.empty() ? QString::fromStdString(c->Label) : tr("Series %1").arg(i);
+    };
+    auto axisName = [&](const char* key, const QString& fallback) {
+        const cAxis* a = graphic_->Axes.Item(key);
+        return a && !a->Label.empty() ? QString::fromStdString(a->Label) : fallback;
+    };
+    switch (e.kind) {
+    case E::Point:
+        // The point's own values, as the table holds them.
+        return tr("%1: X = %2, Y = %3").arg(seriesName(e.series), Number(e.x, 15), Number(e.y, 15));
+    case E::Legend: return seriesName(e.series);
+    case E::Plot:
+        // Values of a pixel: more digits than a pixel resolves are noise.
+        return tr("X = %1, Y = %2").arg(Number(e.x, 6), Number(e.y, 6));
+    case E::XAxis: return axisName("X", tr("X axis"));
+    case E::YAxis: return axisName("Y", tr("Y axis"));
+    case E::None: break;
+    }
+    return {};
+}
+
+void ChartView::setHover(const QString& text) {
+    if (text == hover_) return;
+    hover_ = text;
+    emit hovered(text);
+}
+
+bool ChartView::event(QEvent* e) {
+    if (e->type() == QEvent::ToolTip) {
+        auto* he = static_cast<QHelpEvent*>(e);
+        const QString text = dragging_ ? QString() : describeAt(he->pos());
+        if (text.isEmpty()) {
+            QToolTip::hideText();
+            e->ignore();
+        } else {
+            // Valid for this pixel only, so moving on asks again.
+            QToolTip::showText(he->globalPos(), text, this, QRect(he->pos(), QSize(1, 1)));
+        }
+        return true;
+    }
+    return QWidget::event(e);
+}
+
+void ChartView::mousePressEvent(QMouseEvent* e) {
+    if (e->button() != Qt::LeftButton || !graphic_) {
+        QWidget::mousePressEvent(e);
+        return;
+    }
+    pressed_ = true;
+    dragging_ = false;
+    pressPos_ = dragPos_ = e->position().toPoint();
+}
+
+void ChartView::mouseMoveEvent(QMouseEvent* e) {
+    const QPoint pos = e->position().toPoint();
+    if (pressed_ && (e->buttons() & Qt::LeftButton)) {
+        dragPos_ = QPoint(std::clamp(pos.x(), 0, width() - 1), std::clamp(pos.y(), 0, height() - 1));
+        if (!dragging_ && (dragPos_ - pressPos_).manhattanLength() >= QApplication::startDragDistance()) {
+            dragging_ = true;
+            QToolTip::hideText();
+        }
+        if (dragging_) update();
+        return;
+    }
+    setHover(describeAt(pos));
+}
+
+void ChartView::mouseReleaseEvent(QMouseEvent* e) {
+    if (e->button() != Qt::LeftButton || !pressed_) {
+        QWidget::mouseReleaseEvent(e);
+        return;
+    }
+    const bool dragged = dragging_;
+    cancelDrag();
+    if (!graphic_) return;
+    if (!dragged) {
+        const QPoint pos = e->position().toPoint();
+        if (ensureRendered()) emit elementClicked(graphic_->GetChartElement(pos.x(), pos.y()));
+        return;
+    }
+    const QRect box = QRect(pressPos_, dragPos_).normalized();
+    // The box is in the pixels of the drawing on screen: it must be current.
+    if (box.width() < kMinZoomPixels || box.height() < kMinZoomPixels || !ensureRendered()) return;
+    Datam rows = Datam::vec(4);
+    rows(1, 1) = Value(double(pressPos_.x()));
+    rows(2, 1) = Value(double(pressPos_.y()));
+    rows(3, 1) = Value(double(dragPos_.x()));
+    rows(4, 1) = Value(double(dragPos_.y()));
+    if (Status st = graphic_->ReScale(rows); !st) {
+        Report(st.failure());
+        return;
+    }
+    invalidate();
+}
+
+void ChartView::mouseDoubleClickEvent(QMouseEvent* e) {
+    if (e->button() != Qt::LeftButton || !graphic_) {
+        QWidget::mouseDoubleClickEvent(e);
+        return;
+    }
+    cancelDrag();
+    resetScale();
+}
+
+void ChartView::keyPressEvent(QKeyEvent* e) {
+    if (e->key() == Qt::Key_Escape && pressed_) {
+        cancelDrag();
+        e->accept();
+        return;
+    }
+    QWidget::keyPressEvent(e);
+}
+
+void ChartView::cancelDrag() {
+    if (dragging_) update();
+    pressed_ = dragging_ = false;
+}
+
+void ChartView::leaveEvent(QEvent* e) {
+    setHover({});
+    QWidget::leaveEvent(e);
+}
+
+void ChartView::contextMenuEvent(QContextMenuEvent* e) {
+    cancelDrag();
+    QMenu menu(this);
+    menu.addAction(copyAction_);
+    menu.addAction(tr("Save As..."), this, &ChartView::saveAs);
+    menu.addSeparator();
+    menu.addAction(tr("Reset scale"), this, &ChartView::resetScale);
+    for (QAction* a : menu.actions()) a->setEnabled(graphic_ != nullptr);
+    menu.exec(e->globalPos());
+    copyAction_->setEnabled(true);
+}
+
+bool ChartView::copyToClipboard() {
+    if (!graphic_ || width() <= 0 || height() <= 0) return false;
+    const int w = width(), h = height();
+    Status st = StatusOk();
+    // The cache is the image when it is at one pixel a pixel and current.
+    QImage image = ensureRendered() && cache_.devicePixelRatio() == 1.0 ? cache_ : chartImage(1.0, st);
+    QByteArray svg;
+    if (st) {
+        QBuffer buffer(&svg);
+        buffer.open(QIODevice::WriteOnly);
+        QSvgGenerator generator;
+        generator.setOutputDevice(&buffer);
+        generator.setSize(QSize(w, h));
+        generator.setViewBox(QRect(0, 0, w, h));
+        generator.setResolution(96);
+        generator.setDescription(QStringLiteral("Zorv chart"));
+        QPainter painter;
+        if (painter.begin(&generator)) {
+            painter.setWindow(0, 0, w, h);
+            st = DrawOn(*graphic_, painter, w, h);
+            painter.end();
+        } else {
+            st = Proc("ChartView(Copy): ").fail("Cannot draw the chart for the clipboard");
+        }
+    }
+    // Other drawings laid the chart out anew: the screen's goes again.
+    invalidate();
+    if (!st) {
+        Report(st.failure());
+        return false;
+    }
+    image.setDevicePixelRatio(1.0);
+    auto* mime = new QMimeData;
+    mime->setImageData(image);
+    mime->setData(QStringLiteral("image/svg+xml"), svg);
+    QGuiApplication::clipboard()->setMimeData(mime);
+    return true;
+}
+
+bool ChartView::saveTo(const QString& path) {
+    if (!graphic_) return false;
+    // RenderToFile keeps no partial file when the drawing throws; the chart's
+    // own failure is the one to show.
+    std::optional<Failure> drawFailure;
+    const Status st = RenderToFile(QFile::encodeName(path).toStdString(), width(), height(), [&](Surface& s) {
+        if (Status d = DrawOn(*graphic_, s); !d) {
+            drawFailure = d.failure();
+            throw std::runtime_error(d.failure().text);
+        }
+    });
+    invalidate();
+    if (!st) {
+        Report(drawFailure ? *drawFailure : st.failure());
+        return false;
+    }
+    return true;
+}
+
+void ChartView::saveAs() {
+    if (!graphic_) return;
+    const QString png = tr("PNG image (*.png)"), svg = tr("SVG drawing (*.svg)"), pdf = tr("PDF document (*.pdf)");
+    QString filter = png;
+    QString path = QFileDialog::getSaveFileName(this, tr("Save As"), QString(), png + ";;" + svg + ";;" + pdf, &filter);
+    if (path.isEmpty()) return;
+    if (QFileInfo(path).suffix().isEmpty()) path += filter == svg ? ".svg" : filter == pdf ? ".pdf" : ".png";
+    saveTo(path);
+}
+
+}  // namespace zorv::ui
