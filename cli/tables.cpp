@@ -2,13 +2,16 @@
 #include "tables.h"
 
 #include <algorithm>
+#include <cassert>
 #include <stdexcept>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "graphics/chart.h"
+#include "base/text.h"
 #include "json.h"
+#include "lot/lot.h"
 #include "numerics/matrix.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
@@ -17,6 +20,36 @@
 #endif
 
 namespace zorv::cli {
+
+std::vector<std::string> SplitCommas(const std::string& s) {
+    std::vector<std::string> out;
+    for (size_t a = 0, b; a <= s.size(); a = b + 1) {
+        b = s.find(',', a);
+        if (b == std::string::npos) b = s.size();
+        if (b > a) out.push_back(Trim(std::string_view(s).substr(a, b - a)));
+    }
+    return out;
+}
+
+Status LoadLot(const std::string& path, const Args& args, Loaded& out) {
+    LoadOptions options;
+    options.sheetName = OptionValue(args, "--sheet");
+    options.quiet = true;
+    if (Status st = GetExcelWBLot(path, options, out.lot, &out.tables); !st) return st;
+    assert(out.lot);
+    return StatusOk();
+}
+
+Status SelectFeature(cLot& lot, const std::string& name, const std::string& tag) {
+    if (name.empty()) return StatusOk();
+    const int k = lot.GetPlotFeature(name);
+    if (k < ePlotFeatureV || k > ePlotFeatureAstig) {
+        Proc p(tag);
+        return p.fail("Feature '" + name + "' is not in lot: " + lot.LotName);
+    }
+    lot.PlotFeature(k);
+    return StatusOk();
+}
 
 void CellJson(Json& j, const Value& v) {
     double x;

@@ -2,19 +2,38 @@
 // header, and result sheets written back to a workbook.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "base/datam.h"
 #include "base/proc.h"
+#include "verbs.h"
+#include "workbook/data_workbook.h"
 
 namespace zorv {
 class Workbook;
 class cGraphic;
+class cLot;
 }
 
 namespace zorv::cli {
 
 class Json;
+
+// A data workbook loaded into its lot.
+struct Loaded {
+    std::shared_ptr<cLot> lot;
+    WBLotTables tables;
+};
+// Loads as `info` does (--sheet names the data sheet): the user's settings
+// are neither read nor written.
+[[nodiscard]] Status LoadLot(const std::string& path, const Args& args, Loaded& out);
+// Selects the feature by name; a name the lot doesn't have fails under tag.
+[[nodiscard]] Status SelectFeature(cLot& lot, const std::string& name, const std::string& tag);
+
+// "a, b,c" as {"a", "b", "c"}: blanks trimmed, empty items dropped.
+std::vector<std::string> SplitCommas(const std::string& s);
 
 // A cell as JSON: a number when it reads as one, else its text.
 void CellJson(Json& j, const Value& v);

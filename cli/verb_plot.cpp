@@ -18,16 +18,6 @@ namespace zorv::cli {
 
 namespace {
 
-std::vector<std::string> SplitCommas(const std::string& s) {
-    std::vector<std::string> out;
-    for (size_t a = 0, b; a <= s.size(); a = b + 1) {
-        b = s.find(',', a);
-        if (b == std::string::npos) b = s.size();
-        if (b > a) out.push_back(Trim(std::string_view(s).substr(a, b - a)));
-    }
-    return out;
-}
-
 std::string JoinNames(const std::vector<std::string>& v) {
     std::string out;
     for (const std::string& x : v) out += (out.empty() ? "" : ", ") + x;
@@ -81,6 +71,22 @@ const char kPlotHelp[] =
     "  histogram  the distribution of the first --y column, per --group if given,\n"
     "             in --bins bins (default 20)\n"
     "  boxplot    the histogram with the box plot of each group above it\n\n"
+    "Kinds drawn from the data workbook's lot (--sheet names its data sheet):\n"
+    "  wafer-vector, wafer-map    an arrow per site (overlay) or a symbol coloured by\n"
+    "                             value, on the wafer outline with its field grid\n"
+    "  field-vector, field-map    the same over the field\n"
+    "  wafer-contour, field-contour  the interpolated surface in colour, with its key\n"
+    "  surface3d                  the wafer's surface as a grid in projection\n"
+    "  radial                     the points inside --rect X1,Y1,X2,Y2 (mm) against\n"
+    "                             radius (or --by rows|columns), per family, with\n"
+    "                             radial zones and a fit of the radius (--order N);\n"
+    "                             --save writes the \"RadialZones_\" and \"RadialFit_\"\n"
+    "                             sheets into the workbook\n"
+    "  --feature F  the feature by name; --data raw|fitted|residual; --wafer W one\n"
+    "  wafer (default: the first); --field N one field; --scale S the vector scale in\n"
+    "  the feature's units (default: the largest vector); --view R,THETA,PHI the 3D\n"
+    "  eye (distance, angles in degrees); --statistic Mean|StDev|Maximum|Minimum one\n"
+    "  value per position\n\n"
     "--stats      a statistics box: count, mean and standard deviation of each --y\n"
     "--title T    the chart's title (default: the sheet and the columns)\n"
     "--size WxH   pixels (default 1000x650)\n\n"
@@ -93,6 +99,7 @@ int RunPlot(const Args& args) {
                                        "--title", "--size"});
     const std::string out = OptionValue(args, "--out");
     const std::string kind = OptionValue(args, "--kind").empty() ? "xy" : OptionValue(args, "--kind");
+    if (IsMapKind(kind)) return RunPlotMap(args, kind);
     int w = 1000, h = 650, bins = 0;
     bool bad = pos.size() != 1 || out.empty() || (kind != "xy" && kind != "histogram" && kind != "boxplot");
     if (const std::string sz = OptionValue(args, "--size"); !sz.empty())

@@ -26,33 +26,6 @@ namespace zorv::cli {
 
 namespace {
 
-struct Loaded {
-    std::shared_ptr<cLot> lot;
-    WBLotTables tables;
-};
-
-// Loads as `info` does: the user's settings are neither read nor written.
-Status LoadLot(const std::string& path, const Args& args, Loaded& out) {
-    LoadOptions options;
-    options.sheetName = OptionValue(args, "--sheet");
-    options.quiet = true;
-    if (Status st = GetExcelWBLot(path, options, out.lot, &out.tables); !st) return st;
-    assert(out.lot);
-    return StatusOk();
-}
-
-// Selects --feature by name; a name the lot doesn't have is bad input.
-Status SelectFeature(cLot& lot, const std::string& name, const std::string& tag) {
-    if (name.empty()) return StatusOk();
-    const int k = lot.GetPlotFeature(name);
-    if (k < ePlotFeatureV || k > ePlotFeatureAstig) {
-        Proc p(tag);
-        return p.fail("Feature '" + name + "' is not in lot: " + lot.LotName);
-    }
-    lot.PlotFeature(k);
-    return StatusOk();
-}
-
 // The feature columns of the lot matrix that hold data, with the header row;
 // with a feature selected, that column alone.
 Datam FeatureColumns(cLot& lot, const std::string& feature) {

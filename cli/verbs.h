@@ -31,6 +31,9 @@ int RunStats(const Args& args);
 int RunCull(const Args& args);
 int RunModel(const Args& args);
 int RunPlot(const Args& args);
+// plot's kinds drawn from the lot (maps, contours, 3D, the selected area).
+bool IsMapKind(const std::string& kind);
+int RunPlotMap(const Args& args, const std::string& kind);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];

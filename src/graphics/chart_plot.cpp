@@ -54,6 +54,12 @@ Status cGraphic::PlotChart() {
     // 2. The title's height sets the graph's top.
     s.Font = TitleObj.Font;
     TitleObj.parent = this;
+    // A title wider than the chart is set smaller, down to a readable size.
+    FontSpec titleFont = TitleObj.Font;
+    while (!TitleObj.TitleString.empty() && titleFont.size > 7 && s.TextWidth(TitleObj.TitleString) > width - 2 * margin) {
+        titleFont.size -= 1;
+        s.Font = titleFont;
+    }
     TitleObj.HeightTitle = TitleObj.TitleString.empty() ? 0 : s.TextHeight(TitleObj.TitleString);
     TitleObj.WidthTitle = TitleObj.TitleString.empty() ? 0 : s.TextWidth(TitleObj.TitleString);
     s.Font = Font;
@@ -104,27 +110,34 @@ Status cGraphic::PlotChart() {
             ++legendRows;
         }
     if (legendRows > 0) legendW += 3 * charW;
+    // A legend of long labels (fit equations) goes under the graph instead of
+    // taking most of its width.
+    const bool legendBelow = legendRows > 0 && legendW > 0.3 * width;
 
     // 6. The graph box: tick labels left of it and under it, the axis labels beyond.
     double yLabW = 0;
     for (double v : yt) yLabW = std::max(yLabW, s.TextWidth(Format(v, ay.TickFormat)));
     GraphLeft = PLotLeft + OffsetX + margin + yLabW + charW / 2;
     GraphTop = PlotTop + OffsetY + margin + TitleObj.HeightTitle + (ay.Label.empty() ? 0 : lineH) + lineH / 2;
-    double right = PLotLeft + OffsetX + width - margin - (legendRows > 0 ? legendW + margin : 0);
+    double right = PLotLeft + OffsetX + width - margin - (legendRows > 0 && !legendBelow ? legendW + margin : 0);
     if (statsW > 0 && Stats.PositionHoriz == 5) right -= statsW + margin;
     if (statsW > 0 && Stats.PositionHoriz == 4) GraphLeft += statsW + margin;
     // The last X tick label is centred on the box's right edge: half of it must fit.
     if (!xt.empty()) right = std::min(right, PLotLeft + OffsetX + width - s.TextWidth(Format(xt.back(), ax.TickFormat)) / 2 - 2);
     GraphWidth = std::max(right - GraphLeft, 10.0);
-    const double bottom = PlotTop + OffsetY + height - margin - lineH * (ax.Label.empty() ? 1.3 : 2.5);
+    const double bottom = PlotTop + OffsetY + height - margin - lineH * (ax.Label.empty() ? 1.3 : 2.5) -
+                          (legendBelow ? legendRows * lineH + lineH / 2 : 0);
     GraphHeight = std::max(bottom - GraphTop, 10.0);
     frame_ = PlotFrame{GraphLeft, GraphTop, GraphWidth, GraphHeight, ax.LowValue, ax.HighValue, ay.LowValue, ay.HighValue};
 
     // 7. Title.
     if (!TitleObj.TitleString.empty()) {
-        s.Font = TitleObj.Font;
+        s.Font = titleFont;
         s.ForeColor = ForeColor;
-        TitleObj.Xo = GraphLeft + GraphWidth / 2 - TitleObj.WidthTitle / 2;
+        // Centred over the graph, but kept on the chart.
+        const double chartLeft = PLotLeft + OffsetX + margin / 2;
+        TitleObj.Xo = std::clamp(GraphLeft + GraphWidth / 2 - TitleObj.WidthTitle / 2, chartLeft,
+                                 std::max(chartLeft, PLotLeft + OffsetX + width - margin / 2 - TitleObj.WidthTitle));
         TitleObj.Yo = PlotTop + OffsetY + margin / 2;
         s.CurrentX = TitleObj.Xo;
         s.CurrentY = TitleObj.Yo;
@@ -189,8 +202,8 @@ Status cGraphic::PlotChart() {
 
     // 10. Legend, notes, statistics box.
     if (legendRows > 0) {
-        LegendLeft = GraphLeft + GraphWidth + margin;
-        LegendTop = GraphTop;
+        LegendLeft = legendBelow ? GraphLeft : GraphLeft + GraphWidth + margin;
+        LegendTop = legendBelow ? GraphTop + GraphHeight + lineH * (ax.Label.empty() ? 1.3 : 2.5) : GraphTop;
         LegendWidth = legendW;
         LegendHeight = legendRows * lineH;
         double y = LegendTop;
