@@ -36,6 +36,28 @@ MapPlacement Place(cGraphic& chart, Surface& s, const MapMargins& m, double span
 
 }  // namespace
 
+cWafer* MapWafer(const cGraphic& chart, const cLot& lot) {
+    for (const std::string* key : {&chart.WaferKey, &lot.CurrentWaferKey}) {
+        if (key->empty()) continue;
+        cWafer* w = lot.Wafers().Item(*key);
+        if (w && !w->cull()) return w;
+    }
+    for (cWafer* w : lot.Wafers())
+        if (!w->cull()) return w;
+    return nullptr;
+}
+
+const cField* MapField(const cGraphic& chart, const cLot& lot, const cWafer& wafer) {
+    for (const std::string* key : {&chart.FieldKey, &lot.CurrentFieldKey}) {
+        if (key->empty()) continue;
+        const cField* f = wafer.Fields().ByKey(*key);
+        if (f && !f->cull()) return f;
+    }
+    for (const cField* f : wafer.Fields())
+        if (!f->cull()) return f;
+    return nullptr;
+}
+
 MapPlacement PlaceWafer(cGraphic& chart, cLot& lot, Surface& s, const MapMargins& m) {
     // A little air around the outline for the notch.
     const double span = double(lot.WaferSize) * 1.04;

@@ -9,6 +9,8 @@ namespace zorv {
 
 class cGraphic;
 class cLot;
+class cWafer;
+class cField;
 
 // Micrometres to pixels: x to the right, y up on the wafer, down on the
 // surface. The centre pixel is the wafer's (or field's) centre.
@@ -35,6 +37,13 @@ struct MapMargins {
 MapPlacement PlaceWafer(cGraphic& chart, cLot& lot, Surface& s, const MapMargins& m);
 // The same for one field, DieSizeX by DieSizeY, its centre at the centre.
 MapPlacement PlaceField(cGraphic& chart, cLot& lot, Surface& s, const MapMargins& m);
+
+// The wafer a map shows: the chart's WaferKey, else the lot's current wafer,
+// else the first not culled; nullptr when there is none.
+cWafer* MapWafer(const cGraphic& chart, const cLot& lot);
+// The field of a wafer a field map shows, by the chart's FieldKey, else the
+// lot's current field, else the first not culled.
+const cField* MapField(const cGraphic& chart, const cLot& lot, const cWafer& wafer);
 
 struct WaferDrawFlags {
     bool outline = true, notch = true, dieGrid = true;
