@@ -108,13 +108,19 @@ int RunPlotMap(const Args& args, const std::string& kind) {
         g.ViewPhi = view[2] * M_PI / 180;
     }
     if (!g.WaferKey.empty()) {
-        bool found = false;
-        for (const cWafer* wf : lot.Wafers()) found = found || wf->WaferID == g.WaferKey || wf->KeyName == g.WaferKey;
-        if (!found) {
-            Failure f = p.fail("Wafer '" + g.WaferKey + "' is not in lot: " + lot.LotName);
+        // By WaferID or key, else by position.
+        int at = lot.mFindWafer(g.WaferKey, true);
+        double n;
+        if (at < 1 && ParseNumber(g.WaferKey, n) && n >= 1 && n <= lot.TotalWafers() && n == std::floor(n))
+            at = static_cast<int>(n);
+        if (at < 1) {
+            std::string ids;
+            for (const cWafer* wf : lot.Wafers()) ids += (ids.empty() ? "" : ", ") + wf->WaferID;
+            Failure f = p.fail("Wafer '" + g.WaferKey + "' is not in lot: " + lot.LotName + " (wafers: " + ids + ")");
             f.file = pos[0];
             return ShowFailure(f, json);
         }
+        g.WaferKey = lot.Wafers().At(at)->KeyName;
     }
     if (Status st = g.LotData(loaded.lot); !st) return ShowFailure(st.failure(), json);
     const std::string feature = lot.GetPlotFeatureName(lot.PlotFeature());

@@ -3,6 +3,9 @@
 #include <memory>
 
 #include "graphics/chart.h"
+#include "graphics/contour.h"
+#include "graphics/vector_map.h"
+#include "graphics/wafer_draw.h"
 #include "lot/lot.h"
 #include "numerics/matrix.h"
 
@@ -39,12 +42,44 @@ Status cGraphic::Refresh(bool noClear) {
         lot_->PlotGraph = std::shared_ptr<void>(std::shared_ptr<void>(), this);  // not owned
         lot_->PLotDataType = PLotDataType;
     }
+    if (Kind == GraphKind::Histogram) return PlotHistogram();
+    if (Kind == GraphKind::Chart) return PlotChart();
+    if (Kind == GraphKind::Surface3D && DataGrid.isArray()) return Draw3d();
+
+    // The maps draw the lot.
+    p.chk = 1;
+    if (!lot_) return p.fail("The chart has no lot to draw.");
+    VectorMapFlags flags;
+    flags.family = MapFamily;
+    flags.allWafers = MapAllWafers;
+    flags.allFields = MapAllFields;
+    flags.siteMarks = MapSiteMarks;
     switch (Kind) {
-    case GraphKind::Histogram: return PlotHistogram();
-    case GraphKind::Chart: return PlotChart();
+    case GraphKind::WaferVector: return cWaferVector(*this, *lot_, flags);
+    case GraphKind::FieldVector: return cFieldVector(*this, *lot_, flags);
     default: break;
     }
-    return p.fail("This kind of chart is not drawn yet.");
+    const cWafer* wafer = MapWafer(*this, *lot_);
+    if (!wafer) return p.fail("No wafers in lot: " + lot_->LotName);
+    switch (Kind) {
+    case GraphKind::WaferContour: return DrawWaferContour(*this, *lot_, *wafer, ContourCell);
+    case GraphKind::FieldContour: {
+        const cField* field = MapField(*this, *lot_, *wafer);
+        if (!field) return p.fail("No fields to plot.");
+        return DrawFieldContour(*this, *lot_, *field, ContourCell);
+    }
+    case GraphKind::Surface3D: {
+        // The wafer's interpolated surface; a chart given its own grid draws that.
+        auto grid = GetWaferGrid(*lot_, *wafer, ContourCell);
+        if (!grid) return grid.failure();
+        DataGrid = std::move(grid.value());
+        Status drawn = Draw3d();
+        DataGrid = Datam();
+        return drawn;
+    }
+    default: break;
+    }
+    return StatusOk();
 }
 
 Result<std::vector<cPoint*>> cGraphic::FindLotPoints(const Datam& dRect, bool fieldPositions) const {

@@ -125,6 +125,11 @@ public:
     double VectorScale = 0;
     double ArrowReference = 0;
     std::string FieldKey, WaferKey, BarCodeKey;
+    // Maps of every wafer (every field) overlaid, of one family (0: all), a
+    // site mark under each arrow; the contour's cell in mm (0: by the plot).
+    bool MapAllWafers = false, MapAllFields = false, MapSiteMarks = true;
+    long MapFamily = 0;
+    double ContourCell = 0;
 
     // 3D view: the point looked at, the up direction, and the eye in
     // spherical coordinates about the focus (radians); DataGrid the surface.
