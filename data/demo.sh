@@ -92,3 +92,26 @@ for ext in png svg pdf; do
 done
 echo "== zorv-cli plot SampleCD.xlsx --kind boxplot"
 "$cli" plot "$here/samples/SampleCD.xlsx" --kind boxplot --y Measure --group Wafer --out "$out/charts/measure-histogram.png" 2>/dev/null
+echo "== zorv-cli plot SampleCD.xlsx --x Test --y Measure --percentiles"
+"$cli" plot "$here/samples/SampleCD.xlsx" --x Wafer --y Measure --percentiles --out "$out/charts/measure-boxes.png" 2>/dev/null
+
+# Maps of the lots: the simulated overlay as arrows, the CD sample coloured by
+# value and as a contour, the thermal map as a contour and a 3D surface, and
+# the radial chart of the whole CD wafer with its zones and fits.
+if [ -f "$ov" ]; then
+  echo "== zorv-cli plot overlay.xlsx --kind wafer-vector"
+  "$cli" plot "$ov" --kind wafer-vector --size 1000x1000 --out "$out/charts/overlay-vectors.png"
+  "$cli" plot "$ov" --kind field-vector --out "$out/charts/overlay-field.pdf"
+fi
+for kind in wafer-map wafer-contour field-contour; do
+  echo "== zorv-cli plot SampleCD.xlsx --kind $kind"
+  "$cli" plot "$here/samples/SampleCD.xlsx" --kind $kind --out "$out/charts/cd-$kind.png"
+done
+thermal=$(ls "$out"/sim-thermal/*.xlsx 2>/dev/null | head -1 || true)
+if [ -n "$thermal" ]; then
+  echo "== zorv-cli plot $(basename "$thermal") --kind wafer-contour, surface3d"
+  "$cli" plot "$thermal" --kind wafer-contour --out "$out/charts/thermal-contour.png"
+  "$cli" plot "$thermal" --kind surface3d --out "$out/charts/thermal-3d.svg"
+fi
+echo "== zorv-cli plot SampleCD.xlsx --kind radial --rect -150,-150,150,150 --save"
+"$cli" plot "$out/stats/SampleCD.xlsx" --kind radial --rect -150,-150,150,150 --save --out "$out/charts/cd-radial.png"
