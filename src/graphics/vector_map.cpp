@@ -311,6 +311,24 @@ Status DrawMap(cGraphic& chart, cLot& lot, Surface& s, const std::vector<const c
     return StatusOk();
 }
 
+// What both maps start with: the surface, the notes hidden, the wafers
+// drawn. nullptr with the failure recorded on p.
+Surface* StartMap(Proc& p, cGraphic& chart, cLot& lot, const VectorMapFlags& flags, std::vector<cWafer*>& wafers) {
+    Surface* s = MapSurface(chart, lot);
+    if (!s) {
+        p.msg = kNoContainer;
+        return nullptr;
+    }
+    p.chk = 1;
+    HideMapNotes(chart);
+    wafers = DrawnWafers(chart, lot, flags.allWafers);
+    if (wafers.empty()) {
+        p.msg = "No wafers in lot: " + lot.LotName;
+        return nullptr;
+    }
+    return s;
+}
+
 }  // namespace
 
 double AutoArrowReference(const cLot& lot, double um2pixels) {
@@ -396,14 +414,11 @@ Status DrawVector(cGraphic& chart, cLot& lot, const cField& field, Surface& s, c
 Status cWaferVector(cGraphic& chart, cLot& lot, const VectorMapFlags& flags) {
     Proc p("Graphics(cWaferVector): ");
     SetStatusText("Wafer graphic setup ...");
-    Surface* sp = MapSurface(chart, lot);
-    if (!sp) return p.fail(kNoContainer);
+    std::vector<cWafer*> wafers;
+    Surface* sp = StartMap(p, chart, lot, flags, wafers);
+    if (!sp) return p.failure();
     Surface& s = *sp;
     SurfaceState keep{s};
-    p.chk = 1;
-    HideMapNotes(chart);
-    const std::vector<cWafer*> wafers = DrawnWafers(chart, lot, flags.allWafers);
-    if (wafers.empty()) return p.fail("No wafers in lot: " + lot.LotName);
     std::vector<const cField*> fields;
     for (const cWafer* w : wafers)
         for (const cField* f : w->Fields())
@@ -424,14 +439,11 @@ Status cWaferVector(cGraphic& chart, cLot& lot, const VectorMapFlags& flags) {
 Status cFieldVector(cGraphic& chart, cLot& lot, const VectorMapFlags& flags) {
     Proc p("Graphics(cFieldVector): ");
     SetStatusText("Field graphic setup ...");
-    Surface* sp = MapSurface(chart, lot);
-    if (!sp) return p.fail(kNoContainer);
+    std::vector<cWafer*> wafers;
+    Surface* sp = StartMap(p, chart, lot, flags, wafers);
+    if (!sp) return p.failure();
     Surface& s = *sp;
     SurfaceState keep{s};
-    p.chk = 1;
-    HideMapNotes(chart);
-    const std::vector<cWafer*> wafers = DrawnWafers(chart, lot, flags.allWafers);
-    if (wafers.empty()) return p.fail("No wafers in lot: " + lot.LotName);
     std::vector<const cField*> fields;
     for (const cWafer* w : wafers) {
         if (flags.allFields) {

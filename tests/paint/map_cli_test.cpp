@@ -1,7 +1,6 @@
 // zorv-cli plot of the lot: maps, contours, the 3D surface and the selected
 // area, on simulated lots with a known truth, opened as a person would.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <QColor>
 #include <QImage>
@@ -12,28 +11,12 @@
 #include <fstream>
 #include <string>
 
+#include "cli_run.h"
 #include "workbook/store.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-struct CliRun {
-    int rc = -1;
-    std::string out;
-};
-
-CliRun Cli(const std::string& args) {
-    CliRun r;
-    FILE* p = popen((std::string(ZORV_CLI_PATH) + " " + args + " 2>&1").c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    const int st = pclose(p);
-    r.rc = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return r;
-}
 
 fs::path Dir(const char* name) {
     const fs::path d = fs::path(ZORV_TEST_TMP) / "maps" / name;

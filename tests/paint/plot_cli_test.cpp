@@ -2,7 +2,6 @@
 // (the PNG as an image, the PDF through pdftoppm, the SVG through rsvg-convert)
 // and checked for a chart in them; bad input leaves no file.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <QImage>
 #include <cstdio>
@@ -11,28 +10,12 @@
 #include <fstream>
 #include <string>
 
+#include "cli_run.h"
 #include "workbook/store.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-struct CliRun {
-    int rc = -1;
-    std::string out;
-};
-
-CliRun Cli(const std::string& args) {
-    CliRun r;
-    FILE* p = popen((std::string(ZORV_CLI_PATH) + " " + args + " 2>&1").c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    const int st = pclose(p);
-    r.rc = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return r;
-}
 
 fs::path Dir(const char* name) {
     const fs::path d = fs::path(ZORV_TEST_TMP) / "plot" / name;
