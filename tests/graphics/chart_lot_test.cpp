@@ -191,3 +191,38 @@ TEST(FindLotPoints, PointsOfSitesInsideTheRectangle) {
         EXPECT_EQ(f.failure().tag, "cGraphic(FindLotPoints): ");
     }
 }
+
+TEST(Refresh, MapsRefuseLotsTheyCannotDraw) {
+    RecordingSurface s(600, 600);
+    cGraphic g;
+    g.Container(&s);
+    for (GraphKind k : {GraphKind::WaferVector, GraphKind::WaferContour, GraphKind::Surface3D}) {
+        g.Kind = k;
+        auto none = g.Refresh();
+        ASSERT_FALSE(none);
+        EXPECT_EQ(none.failure().text, "The chart has no lot to draw.");
+    }
+    // No wafer at all.
+    auto lot = cLot::create();
+    lot->LotName = "EMPTY";
+    ASSERT_TRUE(g.LotData(lot));
+    for (GraphKind k : {GraphKind::WaferVector, GraphKind::WaferContour, GraphKind::FieldContour}) {
+        g.Kind = k;
+        auto r = g.Refresh();
+        ASSERT_FALSE(r);
+        EXPECT_EQ(r.failure().text, "No wafers in lot: EMPTY");
+    }
+    // A wafer without points: nothing to make a surface of.
+    bool isNew = false;
+    lot->AddWafer("W1", isNew)->AddField(0, 0, isNew, false);
+    g.Kind = GraphKind::WaferContour;
+    auto empty = g.Refresh();
+    ASSERT_FALSE(empty);
+    EXPECT_EQ(empty.failure().text, "No data in surface.");
+    // A lot that does not know its wafer's size has no place for it.
+    lot->WaferSize = 0;
+    g.Kind = GraphKind::WaferVector;
+    auto size = g.Refresh();
+    ASSERT_FALSE(size);
+    EXPECT_EQ(size.failure().text, "The lot has no wafer size.");
+}
