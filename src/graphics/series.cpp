@@ -123,7 +123,9 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
     const Datam& t = Source(chartTable);
     if (Connect && pts.size() > 1) {
         // Joined within the graph box: each segment clipped to it, runs of
-        // joined segments drawn as one line.
+        // joined segments drawn as one line, in the curve's dash pattern.
+        s.DrawStyle = LineType >= 0 && LineType <= static_cast<int>(DrawStyle::DashDotDot) ? static_cast<DrawStyle>(LineType)
+                                                                                           : DrawStyle::Solid;
         std::vector<PointD> run;
         for (size_t i = 1; i < pts.size(); ++i) {
             PointD a{pts[i - 1].x, pts[i - 1].y}, b{pts[i].x, pts[i].y};
@@ -145,6 +147,7 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
             }
         }
         if (run.size() > 1) s.Polyline(run);
+        s.DrawStyle = DrawStyle::Solid;  // symbols and error bars stay whole
     }
     // Symbols and error bars only where the point lies in the box.
     std::erase_if(pts, [&](const Pt& q) { return !frame.Inside({q.x, q.y}); });

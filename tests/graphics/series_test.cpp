@@ -148,3 +148,16 @@ TEST(Series, LinesClippedToTheGraphBox) {
     EXPECT_EQ(s.of(RecordingSurface::Op::Line).size(), 2u);  // one plus: the point inside
     EXPECT_EQ(c.ElementCount(), 1);
 }
+
+TEST(Series, DashedLinesKeepWholeSymbols) {
+    RecordingSurface s;
+    cSeries c;
+    c.Xcol = 1;
+    c.Ycol = 2;
+    c.LineType = static_cast<int>(DrawStyle::Dash);
+    ASSERT_TRUE(c.Draw(s, Table(), Frame()));
+    const auto lines = s.of(RecordingSurface::Op::Polyline);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0]->style, DrawStyle::Dash);
+    for (const auto* m : s.of(RecordingSurface::Op::Circle)) EXPECT_EQ(m->style, DrawStyle::Solid);
+}

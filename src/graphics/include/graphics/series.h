@@ -51,7 +51,8 @@ public:
     int ColorCol = -1;                  // a colour per point
     bool Hide = false;
     Datam PlotData;                     // the curve's own data (instead of the chart's)
-    int PenType = 0, LineType = 0, SeriesType = 0;
+    int PenType = 0, SeriesType = 0;
+    int LineType = 0;  // the line's DrawStyle: 0 solid, 1 dash, 2 dot, 3 dash-dot, 4 dash-dot-dot
     double Height = 0, Top = 0, WidthPixel = 0, LeftPixel = 0;  // legend box
     bool SymbolDisplay = true;
     SymbolShape Symbol = SymbolShape::Circle;
