@@ -40,7 +40,7 @@ constexpr Verb kVerbs[] = {
     {"cull", "cull a lot by range and sigma per family, radius or a variable's limits", kCullHelp, RunCull},
     {"model", "fit wafer and field models (offset, tilts, bows ...; piston, tilt, curvature)", kModelHelp,
      RunModel},
-    {"plot", "draw a chart of a sheet (xy, histogram, box plot) as PNG, SVG or PDF", kPlotHelp, RunPlot},
+    {"plot", "draw a chart of a sheet (xy, histogram, box plot) or a map of the lot as PNG, SVG or PDF", kPlotHelp, RunPlot},
 };
 
 const Verb* FindVerb(const std::string& name) {
@@ -129,6 +129,15 @@ std::string OptionValue(const Args& args, const std::string& name) {
         if (args[i].rfind(name + "=", 0) == 0) return args[i].substr(name.size() + 1);
     }
     return {};
+}
+
+std::vector<std::string> OptionValues(const Args& args, const std::string& name) {
+    std::vector<std::string> out;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == name && i + 1 < args.size()) out.push_back(args[++i]);
+        else if (args[i].rfind(name + "=", 0) == 0) out.push_back(args[i].substr(name.size() + 1));
+    }
+    return out;
 }
 
 Args Positional(const Args& args, const std::vector<std::string>& valueOptions) {

@@ -10,6 +10,8 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "json.h"
+#include "workbook/workbook_ops.h"
+#include "procwin/model_reports.h"
 #include "model/lot_fit.h"
 #include "model/model_sets.h"
 #include "tables.h"
@@ -246,6 +248,14 @@ int RunModel(const Args& args) {
                                       "Modeled Field Aberrations. " + lot.LotName);
                 !s)
                 return ShowFailure(s.failure(), json);
+        // The summary reports of the fits beside their tables.
+        ModelReportSetup rs = ReportSetupFor(lot);
+        rs.workbook = wb;
+        if (fit->waferReport.isArray())
+            if (auto r = CreateWaferReport(lot, fit->waferReport, rs); !r) return ShowFailure(r.failure(), json);
+        if (fit->fieldReport.isArray())
+            if (auto r = CreateFieldReport(fit->fieldReport, rs, &lot); !r) return ShowFailure(r.failure(), json);
+        if (Status s = SaveWorkbookChecked(*wb, "FieldModel_" + featureName, false); !s) return ShowFailure(s.failure(), json);
     }
     if (json) {
         Json j;

@@ -60,6 +60,8 @@ void PrintLotSummaryText(const std::string& workbook, const LotSummary& s);
 bool HasFlag(const Args& args, const std::string& flag);
 // Value after "--name" or in "--name=value"; empty when absent.
 std::string OptionValue(const Args& args, const std::string& name);
+// Every value of a repeated option, in order.
+std::vector<std::string> OptionValues(const Args& args, const std::string& name);
 // Arguments that are neither flags nor option values of the listed options.
 Args Positional(const Args& args, const std::vector<std::string>& valueOptions = {});
 
