@@ -41,6 +41,7 @@ constexpr Verb kVerbs[] = {
     {"model", "fit wafer and field models (offset, tilts, bows ...; piston, tilt, curvature)", kModelHelp,
      RunModel},
     {"plot", "draw a chart of a sheet (xy, histogram, box plot) or a map of the lot as PNG, SVG or PDF", kPlotHelp, RunPlot},
+    {"pw", "process window of a focus-exposure lot: dose, focus, dose at best focus, window, isofocal", kPwHelp, RunPw},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -34,6 +34,7 @@ int RunPlot(const Args& args);
 // plot's kinds drawn from the lot (maps, contours, 3D, the selected area).
 bool IsMapKind(const std::string& kind);
 int RunPlotMap(const Args& args, const std::string& kind);
+int RunPw(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -44,6 +45,7 @@ extern const char kStatsHelp[];
 extern const char kCullHelp[];
 extern const char kModelHelp[];
 extern const char kPlotHelp[];
+extern const char kPwHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

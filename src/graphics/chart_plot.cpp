@@ -54,14 +54,30 @@ Status cGraphic::PlotChart() {
     // 2. The title's height sets the graph's top.
     s.Font = TitleObj.Font;
     TitleObj.parent = this;
-    // A title wider than the chart is set smaller, down to a readable size.
+    // A title of several lines (analyses put their results there) is
+    // centred line by line; one wider than the chart is set smaller, down to
+    // a readable size.
+    std::vector<std::string> titleLines;
+    for (size_t a = 0, b; a < TitleObj.TitleString.size(); a = b + 1) {
+        b = TitleObj.TitleString.find('\n', a);
+        if (b == std::string::npos) b = TitleObj.TitleString.size();
+        std::string line = TitleObj.TitleString.substr(a, b - a);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) titleLines.push_back(std::move(line));
+    }
+    auto widest = [&] {
+        double w = 0;
+        for (const std::string& l : titleLines) w = std::max(w, s.TextWidth(l));
+        return w;
+    };
     FontSpec titleFont = TitleObj.Font;
-    while (!TitleObj.TitleString.empty() && titleFont.size > 7 && s.TextWidth(TitleObj.TitleString) > width - 2 * margin) {
+    while (!titleLines.empty() && titleFont.size > 7 && widest() > width - 2 * margin) {
         titleFont.size -= 1;
         s.Font = titleFont;
     }
-    TitleObj.HeightTitle = TitleObj.TitleString.empty() ? 0 : s.TextHeight(TitleObj.TitleString);
-    TitleObj.WidthTitle = TitleObj.TitleString.empty() ? 0 : s.TextWidth(TitleObj.TitleString);
+    const double titleLineH = titleLines.empty() ? 0 : s.TextHeight("Yy");
+    TitleObj.HeightTitle = titleLineH * static_cast<double>(titleLines.size());
+    TitleObj.WidthTitle = titleLines.empty() ? 0 : widest();
     s.Font = Font;
 
     // 3. Axes: X and Y, auto-scaled over the curves unless zoomed by hand.
@@ -131,17 +147,22 @@ Status cGraphic::PlotChart() {
     frame_ = PlotFrame{GraphLeft, GraphTop, GraphWidth, GraphHeight, ax.LowValue, ax.HighValue, ay.LowValue, ay.HighValue};
 
     // 7. Title.
-    if (!TitleObj.TitleString.empty()) {
+    if (!titleLines.empty()) {
         s.Font = titleFont;
         s.ForeColor = ForeColor;
         // Centred over the graph, but kept on the chart.
-        const double chartLeft = PLotLeft + OffsetX + margin / 2;
+        const double chartLeft = PLotLeft + OffsetX + margin / 2, chartRight = PLotLeft + OffsetX + width - margin / 2;
         TitleObj.Xo = std::clamp(GraphLeft + GraphWidth / 2 - TitleObj.WidthTitle / 2, chartLeft,
-                                 std::max(chartLeft, PLotLeft + OffsetX + width - margin / 2 - TitleObj.WidthTitle));
+                                 std::max(chartLeft, chartRight - TitleObj.WidthTitle));
         TitleObj.Yo = PlotTop + OffsetY + margin / 2;
-        s.CurrentX = TitleObj.Xo;
-        s.CurrentY = TitleObj.Yo;
-        s.Print(TitleObj.TitleString);
+        double y = TitleObj.Yo;
+        for (const std::string& l : titleLines) {
+            const double w = s.TextWidth(l);
+            s.CurrentX = std::clamp(GraphLeft + GraphWidth / 2 - w / 2, chartLeft, std::max(chartLeft, chartRight - w));
+            s.CurrentY = y;
+            s.Print(l);
+            y += titleLineH;
+        }
         s.Font = Font;
     }
 
