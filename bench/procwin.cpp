@@ -24,7 +24,7 @@ namespace {
 constexpr int kFocus = 15, kDose = 13, kSites = 9;
 
 double Cd(double d, double f) { return 0.20 - 0.004 * d + 0.01 * f - 0.30 * f * f + 0.0005 * d * f + 0.02 * f * f * f + 0.004 * d * f * f; }
-double Swa(double d, double f) { return 88 - 0.05 * d + 2 * f - 20 * f * f; }
+double Swa(double d, double f) { return 92 - 0.25 * d + 2 * f - 20 * f * f; }
 
 // One wafer, a field per (focus, dose), 9 sites each with a little noise.
 std::shared_ptr<cLot> FemLot() {
@@ -70,8 +70,8 @@ PWSetup Setup(int precision) {
     const double cd = Cd(24, 0), swa = Swa(24, 0);
     s.variables(1, 1) = Value("CD"), s.variables(1, 2) = Value(cd), s.variables(1, 3) = Value(cd * 1.1),
     s.variables(1, 4) = Value(cd * 0.9);
-    s.variables(2, 1) = Value("SWA"), s.variables(2, 2) = Value(swa), s.variables(2, 3) = Value(swa + 2),
-    s.variables(2, 4) = Value(swa - 2);
+    s.variables(2, 1) = Value("SWA"), s.variables(2, 2) = Value(swa), s.variables(2, 3) = Value(swa + 1),
+    s.variables(2, 4) = Value(swa - 1);
     s.title = "CD, SWA";
     s.focusLow = -0.35f, s.focusHigh = 0.35f, s.focusStep = 0.05f;
     s.doseLow = 18, s.doseHigh = 30, s.doseStep = 1;
@@ -105,7 +105,7 @@ void BM_WindowGeometry(benchmark::State& state) {
     }
     std::vector<std::pair<std::string, Datam>> painted;
     const double c1[8] = {0, 0.20, -0.004, 0.01, -0.30, 0.0005, 0.02, 0.004};
-    const double c2[8] = {0, 88, -0.05, 2, -20, 0, 0, 0};
+    const double c2[8] = {0, 92, -0.25, 2, -20, 0, 0, 0};
     for (const double* c : {c1, c2}) {
         Datam cv(7, 1, 0, 1);
         for (int i = 1; i <= 7; ++i) cv(i, 1) = Value(c[i]);
