@@ -1245,6 +1245,7 @@ Status Run::doPW() {
     status("Inscribing the process window ...");
     Result<PWInscribed> found = GetInscribe(s_, surfaces, state_);
     if (!found) return inner(found.failure());
+    if (s_.workbook) out_.sheets.push_back("ProcessWindowSpace");  // GetInscribe wrote it
     out_.processWindowSpace = state_.processWindowSpace;
     out_.rectangles = found->rectangles;
     out_.scan = found->scan;
