@@ -115,3 +115,21 @@ if [ -n "$thermal" ]; then
 fi
 echo "== zorv-cli plot SampleCD.xlsx --kind radial --rect -150,-150,150,150 --save"
 "$cli" plot "$out/stats/SampleCD.xlsx" --kind radial --rect -150,-150,150,150 --save --out "$out/charts/cd-radial.png"
+
+# The process window of the simulated focus-exposure lot: isofocal doses, the
+# Bossung curves, and the window with its rectangle, ellipse and bootstrap
+# intervals, written back as result sheets of a copy.
+if [ -n "$fem" ]; then
+  mkdir -p "$out/pw"
+  cp "$fem" "$out/pw/"
+  pwb="$out/pw/$(basename "$fem")"
+  echo
+  echo "== zorv-cli pw $(basename "$fem") --analysis isofocal"
+  "$cli" pw "$pwb" --analysis isofocal --var MEAS_1:0.09 | tail -8
+  echo "== zorv-cli pw --analysis focus --chart"
+  "$cli" pw "$pwb" --analysis focus --var MEAS_1:0.09:0.099:0.081 --chart "$out/charts/pw-bossung.png" > /dev/null
+  echo "$out/charts/pw-bossung.png"
+  echo "== zorv-cli pw --analysis window --ci 90 --save --chart"
+  "$cli" pw "$pwb" --analysis window --var MEAS_1:0.09:0.099:0.081 --ci 90 --resamples 100 --save \
+    --chart "$out/charts/pw-window.png" | tail -12
+fi
