@@ -122,6 +122,17 @@ struct Span {
     int size() const { return last - first + 1; }
 };
 
+// The x values (column xCol) and the feature values of a group's rows that
+// hold a number.
+void GroupValues(const Datam& t, const Span& g, int xCol, int zCol, std::vector<double>& xs, std::vector<double>& zs) {
+    for (int r = g.first; r <= g.last; ++r) {
+        double zv;
+        if (IsBlank(t(r, zCol)) || !NumericOf(t(r, zCol), zv)) continue;
+        xs.push_back(t(r, xCol).toDouble());
+        zs.push_back(zv);
+    }
+}
+
 // Rows of a table under its header row 0.
 Datam Rows(const Datam& t, int first, int last) {
     Datam out(last - first + 1, t.colUb(), 0, t.colLb());
@@ -634,12 +645,7 @@ Status Run::doDose() {
             for (const Span& fg : Runs(byFocus, 3)) {
                 if (escape()) break;
                 std::vector<double> ds, zs;
-                for (int r = fg.first; r <= fg.last; ++r) {
-                    double zv;
-                    if (IsBlank(byFocus(r, v.col)) || !NumericOf(byFocus(r, v.col), zv)) continue;
-                    ds.push_back(byFocus(r, 4).toDouble());
-                    zs.push_back(zv);
-                }
+                GroupValues(byFocus, fg, 4, v.col, ds, zs);
                 if (zs.size() < 2) continue;
                 p_.chk = 22;
                 const double focus = byFocus(fg.first, 3).toDouble();
@@ -884,12 +890,7 @@ Status Run::doFocus() {
             for (const Span& dg : Runs(byDose, 4)) {
                 if (escape()) break;
                 std::vector<double> fs, zs;
-                for (int r = dg.first; r <= dg.last; ++r) {
-                    double zv;
-                    if (IsBlank(byDose(r, v.col)) || !NumericOf(byDose(r, v.col), zv)) continue;
-                    fs.push_back(byDose(r, 3).toDouble());
-                    zs.push_back(zv);
-                }
+                GroupValues(byDose, dg, 3, v.col, fs, zs);
                 if (zs.size() < 2) continue;
                 p_.chk = 32;
                 const double dose = byDose(dg.first, 4).toDouble();
