@@ -291,7 +291,7 @@ TEST(PWFocus, BossungTurningPointIsTheLawsBestFocus) {
             EXPECT_NEAR(t(row, 4).toDouble(), fstar, 5e-4)
                 << "dose " << d << " surface " << surface;
             EXPECT_NEAR(t(row, 5).toDouble(), law(d, fstar), 1e-4);
-            EXPECT_GT(t(row, 6).toDouble(), 0.0);  // an in-spec span
+            EXPECT_GT(t(row, 6).toDouble(), 0.0);  // a span within the limits
         }
         // The isofocal dose -c4/c7 = 100, and the surface there at F = 0.
         ASSERT_EQ(r.report.isoFocal.size(), 2u);
