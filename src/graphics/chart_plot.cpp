@@ -101,6 +101,16 @@ Status cGraphic::PlotChart() {
     if (Status st = ValidateAxis(ax, 'X', false, p.tag()); !st) return st;
     if (Status st = ValidateAxis(ay, 'Y', false, p.tag()); !st) return st;
     const std::vector<double> xt = Ticks(ax), yt = Ticks(ay);
+    // Curves on the second Y axis: its own range, drawn at the right.
+    cAxis* ay2 = nullptr;
+    std::vector<double> y2t;
+    if (anyY2) {
+        ay2 = &Axes.Add(AxisKey(AxisRole::Y2));
+        if (AutoScale && ay2->AutoScale)
+            if (Status st = Axes.CalcAutoScale(AxisRole::Y2, data_, cols, ChartType, false); !st) return st;
+        if (Status st = ValidateAxis(*ay2, 'Y', false, p.tag()); !st) return st;
+        y2t = Ticks(*ay2);
+    }
 
     // 4. Statistics box at the right (or left); the plot gives it room.
     double statsW = 0, statsH = 0;
@@ -135,7 +145,12 @@ Status cGraphic::PlotChart() {
     for (double v : yt) yLabW = std::max(yLabW, s.TextWidth(Format(v, ay.TickFormat)));
     GraphLeft = PLotLeft + OffsetX + margin + yLabW + charW / 2;
     GraphTop = PlotTop + OffsetY + margin + TitleObj.HeightTitle + (ay.Label.empty() ? 0 : lineH) + lineH / 2;
-    double right = PLotLeft + OffsetX + width - margin - (legendRows > 0 && !legendBelow ? legendW + margin : 0);
+    double y2LabW = 0;
+    if (ay2) {
+        for (double v : y2t) y2LabW = std::max(y2LabW, s.TextWidth(Format(v, ay2->TickFormat)));
+        y2LabW += charW;
+    }
+    double right = PLotLeft + OffsetX + width - margin - (legendRows > 0 && !legendBelow ? legendW + margin : 0) - y2LabW;
     if (statsW > 0 && Stats.PositionHoriz == 5) right -= statsW + margin;
     if (statsW > 0 && Stats.PositionHoriz == 4) GraphLeft += statsW + margin;
     // The last X tick label is centred on the box's right edge: half of it must fit.
@@ -207,6 +222,25 @@ Status cGraphic::PlotChart() {
         s.CurrentY = GraphTop - lineH * 1.4;
         s.Print(ay.Label);
     }
+    PlotFrame frame2 = frame_;
+    if (ay2) {
+        frame2.yLow = ay2->LowValue, frame2.yHigh = ay2->HighValue;
+        const double xr = GraphLeft + GraphWidth;
+        s.ForeColor = ay2->Color;
+        for (double v : y2t) {
+            const double y = frame2.py(v);
+            s.Line(xr, y, xr + charW / 3, y, ay2->Color);
+            s.CurrentX = xr + charW / 2;
+            s.CurrentY = y - lineH / 2;
+            s.Print(Format(v, ay2->TickFormat));
+        }
+        ay2->LeftPixel = xr, ay2->Top = GraphTop, ay2->WidthPixel = y2LabW, ay2->Height = GraphHeight;
+        if (!ay2->Label.empty()) {
+            s.CurrentX = std::max(GraphLeft, xr - s.TextWidth(ay2->Label) / 2);
+            s.CurrentY = GraphTop - lineH * 1.4;
+            s.Print(ay2->Label);
+        }
+    }
 
     // 9. Boxes under the curves, then the curves, each in its colour unless
     // it has its own.
@@ -217,13 +251,14 @@ Status cGraphic::PlotChart() {
         cSeries* c = Series.Item(i);
         if (c->ColorFore == 0) c->ColorFore = GetPlotColors(i - 1);
         if (c->nPenWidth < LineWidthData) c->nPenWidth = LineWidthData;
-        if (Status st = c->Draw(s, data_, frame_); !st) return st;
+        const bool onY2 = ay2 && c->Ycol < 0 && c->Y2col >= 0;
+        if (Status st = c->Draw(s, data_, onY2 ? frame2 : frame_); !st) return st;
         if (CheckEscKey()) return StatusOk();
     }
 
     // 10. Legend, notes, statistics box.
     if (legendRows > 0) {
-        LegendLeft = legendBelow ? GraphLeft : GraphLeft + GraphWidth + margin;
+        LegendLeft = legendBelow ? GraphLeft : GraphLeft + GraphWidth + y2LabW + margin;
         LegendTop = legendBelow ? GraphTop + GraphHeight + lineH * (ax.Label.empty() ? 1.3 : 2.5) : GraphTop;
         LegendWidth = legendW;
         LegendHeight = legendRows * lineH;

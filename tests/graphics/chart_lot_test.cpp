@@ -226,3 +226,35 @@ TEST(Refresh, MapsRefuseLotsTheyCannotDraw) {
     ASSERT_FALSE(size);
     EXPECT_EQ(size.failure().text, "The lot has no wafer size.");
 }
+
+TEST(PlotChart, CurvesOnTheSecondAxisUseItsRange) {
+    // CD 0.1..0.2 on the left, focus -1..1 on the right, against dose.
+    Datam t = Datam::fromRows({{"", "Dose", "CD", "Focus"}, {1, 20.0, 0.1, -1.0}, {2, 25.0, 0.15, 0.0}, {3, 30.0, 0.2, 1.0}});
+    RecordingSurface s(800, 500);
+    cGraphic g;
+    g.Container(&s);
+    ASSERT_TRUE(g.RegisterData(t));
+    cSeries& cd = g.Series.Add("CD");
+    cd.Xcol = 1, cd.Ycol = 2;
+    cSeries& bf = g.Series.Add("Best Focus");
+    bf.Xcol = 1, bf.Ycol = -1, bf.Y2col = 3;
+    bf.Symbol = SymbolShape::Square;
+    g.Axes.Add("Y2").Label = "Best Focus";
+    ASSERT_TRUE(g.DrawFigure());
+    const cAxis& y2 = *g.Axes.Item("Y2");
+    ASSERT_LT(y2.LowValue, -1);
+    ASSERT_GT(y2.HighValue, 1);
+    // The focus curve's middle point (focus 0) sits where 0 falls on the right
+    // axis, the CD curve's (0.15) where it falls on the left one.
+    const PlotFrame& f = g.Frame();
+    const double y0 = f.top + f.height - (0 - y2.LowValue) / (y2.HighValue - y2.LowValue) * f.height;
+    const auto lines = s.of(RecordingSurface::Op::Polyline);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NEAR(lines[1]->points[1].y, y0, 1e-6);
+    EXPECT_NEAR(lines[0]->points[1].y, f.py(0.15), 1e-6);
+    // Its labels and title stand right of the graph box.
+    bool rightLabel = false;
+    for (const auto* c : s.of(RecordingSurface::Op::Print))
+        rightLabel = rightLabel || (c->text == "Best Focus" && c->points[0].x > f.left + f.width / 2);
+    EXPECT_TRUE(rightLabel);
+}
