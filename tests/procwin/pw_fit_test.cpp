@@ -6,6 +6,7 @@
 
 #include "numerics/equation.h"
 #include "procwin/pw_fit.h"
+#include "procwin/pw_setup.h"
 
 using namespace zorv;
 
@@ -173,4 +174,39 @@ TEST(FocusAndDoseFits, TurningPointsAndLines) {
     ASSERT_TRUE(d);
     EXPECT_NEAR(Eval(d.value().equation, {{"X", 1.25}}), 5.75, 1e-6) << d.value().equation;
     EXPECT_EQ(d.value().equation.find("+-"), std::string::npos);
+}
+
+TEST(LoadPWanalysis, TheSetupOfTheControls) {
+    PWControls c;
+    c.tabPWCurve = kFocus;
+    c.responseOption = 1;
+    c.txtPWRange = "2.5";
+    c.txtPWSigma = "abc";  // not a number: 0
+    c.variables = {{true, "CD", "0.09", "0.099", "0.081"}, {false, "SWA", "88", "90", "86"}, {true, "Height", "1", "2", "0"}};
+    c.allFocus = {"-0.1", "0", "0.1", "0.2"};
+    c.lstPWfocus = {"0", "0.1", "-0.1"};
+    c.allDose = {"18", "20", "22"};
+    c.lstWcoef = {true, false, true};
+    c.siteList = "1,3";
+    const PWSetup s = LoadPWanalysis(c);
+    EXPECT_EQ(s.key, kFocus);
+    EXPECT_FALSE(s.surfaceAlgorithm);
+    EXPECT_EQ(s.method, "Focus polynomial");
+    EXPECT_FLOAT_EQ(s.range, 2.5f);
+    EXPECT_EQ(s.sigma, 0);
+    ASSERT_EQ(s.variables.rowUb(), 2);  // the checked ones
+    EXPECT_EQ(s.variables(0, 3).toString(), "Max");
+    EXPECT_EQ(s.variables(2, 1).toString(), "Height");
+    EXPECT_EQ(s.title, "CD, Height");
+    EXPECT_EQ(s.focusText, "0,0.1,-0.1");
+    EXPECT_FLOAT_EQ(s.focusLow, -0.1f);
+    EXPECT_FLOAT_EQ(s.focusHigh, 0.1f);
+    EXPECT_FLOAT_EQ(s.focusStep, 0.1f);
+    EXPECT_EQ(s.doseText, "ALL");
+    EXPECT_FLOAT_EQ(s.doseStep, 2);
+    EXPECT_EQ(s.waferCoefs, "101");
+    EXPECT_EQ(s.siteListText, "1,3");
+    c.tabPWCurve = kPW;
+    EXPECT_TRUE(LoadPWanalysis(c).surfaceAlgorithm);
+    EXPECT_EQ(LoadPWanalysis(c).method, "PW Surface Fit");
 }

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/datam.h"
 
@@ -52,6 +53,40 @@ struct PWSetup {
     int precision = 10;                           // cmbPWprecision: grid steps per scan step
     Workbook* workbook = nullptr;                 // where result sheets go (none: not saved)
 };
+
+// The values of the workbench's controls a setup is made from, as the window
+// (or a script) holds them: texts as typed, selections as lists.
+struct PWControls {
+    bool chkShowLimits = true;
+    std::string cmbDataType = "Raw Data";
+    int cmbDataTypeIndex = 0, cmbDataTypeItemData = 0;
+    int waferModel = 0, fieldModel = 0;  // the model removal choices
+    std::vector<bool> lstWcoef, lstFcoef, lstWcoefPW, lstFCoefPW;  // selected terms
+    std::string txtPWRange = "0", txtPWSigma = "0";
+    std::string cmbPWDataCull = "NONE";
+    int cmbPWDataCullItemData = 0;
+    std::string txtPWDataMax = "0", txtPWDataMin = "0";
+    // The option chosen in the tab's frame: 0 the surface algorithm, 1 the
+    // polynomial of the tab (focus for kFocus, dose for kDose and kDoseBF).
+    int responseOption = 0;
+    std::string tabPWCurve = kPW;
+    struct Variable {
+        bool checked = false;  // chkPWvar
+        std::string name, target, max, min;
+    };
+    std::vector<Variable> variables;
+    bool stickyX = false, stickyY = false;
+    std::string cmbPWfocusMax, cmbPWfocusMin;
+    std::vector<std::string> lstPWfocus, lstPWDose;  // the selected values; empty: all
+    std::vector<std::string> allFocus, allDose;      // every value the lists hold
+    std::string siteList;                            // "" or "ALL": all sites
+    bool chkPWStatistics = false, chkPWGraphics = true;
+    std::string cmbPWprecision = "10";
+};
+
+// LoadPWanalysis: the setup record of the controls. Texts that are not
+// numbers read as 0 ("." the decimal separator always).
+PWSetup LoadPWanalysis(const PWControls& controls);
 
 // What the analyses share between calls: the chart of the last analysis, the
 // process window table, the rectangle and ellipse found, and the y axis
