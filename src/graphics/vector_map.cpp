@@ -16,6 +16,7 @@
 #include "base/marks.h"
 #include "base/report.h"
 #include "graphics/chart.h"
+#include "graphics/contour.h"
 #include "lot/lot.h"
 
 namespace zorv {
@@ -240,36 +241,26 @@ void DrawScaleKey(const cGraphic& chart, Surface& s, const MapScale& m) {
     }
 }
 
-// The colour key beside the map: the ramp from the range's top to its bottom.
-Status DrawColourKey(cGraphic& chart, Surface& s, const MapScale& m, Proc& p) {
+// The colour key beside the map: the contour's key over the colour range.
+Status DrawColourKey(cGraphic& chart, Surface& s, const MapScale& m) {
     const PlotFrame& f = chart.Frame();
-    const cAxis* z = chart.Axes.Item("Z");
-    const Color ink = z ? z->Color : chart.ForeColor;
-    s.Font = chart.Font;
-    s.ForeColor = ink;
-    const int steps = 32;
-    const double x = f.left + f.width + 12, w = 14;
-    const double hgt = std::min(f.height * 0.6, 240.0), top = f.top + (f.height - hgt) / 2, dh = hgt / steps;
-    s.FillStyle = FillStyle::Solid;
-    for (int i = 0; i < steps; ++i) {
-        const double z0 = m.zmax - (m.zmax - m.zmin) * (i + 0.5) / steps;
-        auto c = cGraphic::GetContourColor(z0, m.zmax, m.zmin);
-        if (!c) return p.fail(c.failure().text);
-        s.FillColor = *c;
-        s.Line(x, top + i * dh, x + w, top + (i + 1) * dh, *c, LineForm::FilledBox);
-    }
-    s.FillStyle = FillStyle::Transparent;
-    s.Line(x, top, x + w, top + hgt, ink, LineForm::Box);
-    const double th = s.TextHeight("Yy");
-    s.CurrentX = x + w + 4, s.CurrentY = top - th / 2;
-    s.Print(Format(m.zmax / 1000, "#######0.000"));
-    s.CurrentX = x + w + 4, s.CurrentY = top + hgt - th / 2;
-    s.Print(Format(m.zmin / 1000, "#######0.000"));
-    return StatusOk();
+    cBarCodeKey key;
+    key.Container = &s;
+    key.kFormat = "#######0.000";
+    key.kFont = chart.Font;
+    if (const cAxis* z = chart.Axes.Item("Z")) key.LineColor = z->Color;
+    key.PLotLeft = f.left + f.width + 12;
+    key.PlotWidth = 14;
+    key.PlotHeight = std::min(f.height * 0.6, 240.0);
+    key.PlotTop = f.top + (f.height - key.PlotHeight) / 2;
+    key.Zmax = m.zmax / 1000;
+    key.Zmin = m.zmin / 1000;
+    key.NumberTicks = 4;
+    return key.DrawKeyCode();
 }
 
 double SymbolRadius(const cLot& lot, double um2pixels) {
-    return std::clamp(0.35 * AutoArrowReference(lot, um2pixels), 1.5, 8.0);
+    return std::clamp(0.35 * AutoArrowReference(lot, um2pixels), 3.5, 8.0);
 }
 
 // Draws the fields of a map and its key; the part the wafer and field maps share.
@@ -303,7 +294,7 @@ Status DrawMap(cGraphic& chart, cLot& lot, Surface& s, const std::vector<const c
     p.chk = 5;
     DrawTitle(chart, s);
     if (scalar) {
-        if (auto r = DrawColourKey(chart, s, m, p); !r) return r;
+        if (auto r = DrawColourKey(chart, s, m); !r) return r;
     } else {
         DrawScaleKey(chart, s, m);
     }
