@@ -215,6 +215,9 @@ int RunPw(const Args& args) {
             if (Status st = WriteChart(*report.expoLatChart, dof, w, h); !st) return ShowFailure(st.failure(), json);
         }
     }
+#else
+    if (!OptionValue(args, "--chart").empty())
+        return ShowFailure(Proc("zorv-cli(pw): ").fail("This zorv-cli was built without the drawing library."), json);
 #endif
 
     // Bootstrap intervals of the pooled surfaces.
