@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "base/marks.h"
 #include "base/report.h"
@@ -80,6 +81,7 @@ bool PlotFrame::Clip(PointD& a, PointD& b) const {
 Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame) {
     Proc p("cSeries(Draw): ");
     elements_.clear();
+    zvals_.clear();
     if (Hide) return StatusOk();
     SetStatusText("Curve setup '" + Label);
     if (frame.xHigh == frame.xLow || frame.yHigh == frame.yLow) return p.fail("Axis range of curve '" + Label + "' is empty.");
@@ -114,6 +116,7 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
         const Datam& t = Source(chartTable);
         if (!t.isArray() || t.dims() != 2) return StatusOk();
         const int yc = Ycol >= 0 ? Ycol : Y2col;
+        pts.reserve(static_cast<size_t>(std::max(t.rowUb() - FirstData(t, 1) + 1, 0)));
         for (int r = FirstData(t, 1); r <= t.rowUb(); ++r) {
             double x, y;
             if (!ValueOf(t, r, Xcol, x) || !ValueOf(t, r, yc, y)) continue;
@@ -180,10 +183,13 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
     }
     // The element table, for finding a point under the mouse.
     elements_.reserve(pts.size());
-    for (const Pt& q : pts) {
-        double z = 0;
-        const bool hasZ = !function && Y2col >= 0 && Ycol >= 0 && ValueOf(t, q.row, Y2col, z);
-        elements_.push_back({static_cast<float>(q.x), static_cast<float>(q.y), q.xv, q.yv, z, hasZ});
+    for (const Pt& q : pts) elements_.push_back({static_cast<float>(q.x), static_cast<float>(q.y), q.xv, q.yv});
+    if (!function && Y2col >= 0 && Ycol >= 0) {
+        zvals_.reserve(pts.size());
+        for (const Pt& q : pts) {
+            double z = 0;
+            zvals_.push_back(ValueOf(t, q.row, Y2col, z) ? z : std::numeric_limits<double>::quiet_NaN());
+        }
     }
     return StatusOk();
 }
@@ -192,14 +198,14 @@ Datam cSeries::Elements() const {
     Datam e(static_cast<int>(elements_.size()), 6, 0, 1);
     const char* heads[] = {"Xp", "Yp", "Xval", "Yval", "Zval", "Xlabel"};
     for (int c = 0; c < 6; ++c) e(0, c + 1) = Value(heads[c]);
-    int r = 0;
-    for (const Element& x : elements_) {
-        ++r;
+    for (size_t i = 0; i < elements_.size(); ++i) {
+        const Element& x = elements_[i];
+        const int r = static_cast<int>(i) + 1;
         e(r, 1) = Value(double(x.xp));
         e(r, 2) = Value(double(x.yp));
         e(r, 3) = Value(x.xv);
         e(r, 4) = Value(x.yv);
-        if (x.hasZ) e(r, 5) = Value(x.zv);
+        if (i < zvals_.size() && !std::isnan(zvals_[i])) e(r, 5) = Value(zvals_[i]);
         e(r, 6) = Value(Label);
     }
     return e;
@@ -309,6 +315,7 @@ std::unique_ptr<cSeries> cSeries::clone() const {
 void cSeries::Kill() {
     PlotData = Datam();
     elements_ = {};
+    zvals_ = {};
     DisplayFunction.Kill();
     ParentCurve = nullptr;
 }

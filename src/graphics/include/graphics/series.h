@@ -88,13 +88,14 @@ public:
 
 private:
     // Kept compact: a chart of a million points asks for its table seldom,
-    // and a table of cells would be most of the drawing's memory.
+    // and a table of cells would be most of the drawing's memory. The Z of a
+    // curve that has one goes beside (NaN where its cell held none).
     struct Element {
         float xp, yp;
-        double xv, yv, zv;
-        bool hasZ;
+        double xv, yv;
     };
     std::vector<Element> elements_;
+    std::vector<double> zvals_;
 };
 
 class Series {
