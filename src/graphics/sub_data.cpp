@@ -257,7 +257,10 @@ Status PlotSubData(cGraphic& chart, cLot& lot, const Datam& rect, const SubDataO
         c.ColorFore = cGraphic::GetPlotColors(f);
     }
     if (radial) {
-        const double lo = rows.front().pos, hi = rows.back().pos;
+        // Over every family's positions: the rows are sorted within each family only.
+        const auto [lowest, highest] =
+            std::minmax_element(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.pos < b.pos; });
+        const double lo = lowest->pos, hi = highest->pos;
         for (int f = 0; f < nf; ++f) {
             const std::string& eq = fitText[static_cast<size_t>(f)];
             if (eq.empty()) continue;
