@@ -249,6 +249,19 @@ class Run {
         return p_.fail(m);
     }
     Failure inner(const Failure& f) { return fail({f.tag + f.text}); }
+    // The surface of one variable over a site's rows. False ends this site's
+    // variables: Esc (noted) or no fit.
+    Result<bool> siteSurface(const Datam& sub, const Variable& v, const PWFitLimits& limits, PWSurfaceFit& out) {
+        Result<PWSurfaceFit> pw = PWfit(sub, v.col, limits);
+        if (!pw) return pw.failure();
+        if (pw->escaped) {
+            escaped_ = true;
+            return false;
+        }
+        if (!pw->c.isArray()) return false;
+        out = std::move(pw.value());
+        return true;
+    }
     void status(const std::string& text) {
         SetStatusText(text);
         out_.status.push_back(text);
@@ -625,13 +638,11 @@ Status Run::doDose() {
         for (const Variable& v : vars_) {
             if (escape()) break;
             p_.chk = 21;
-            Result<PWSurfaceFit> pw = PWfit(sub, v.col, limits);
-            if (!pw) return inner(pw.failure());
-            if (pw->escaped) {
-                escaped_ = true;
-                break;
-            }
-            if (!pw->c.isArray()) break;  // ends this site
+            PWSurfaceFit fitted;
+            const Result<bool> fittedOk = siteSurface(sub, v, limits, fitted);
+            if (!fittedOk) return inner(fittedOk.failure());
+            const PWSurfaceFit* pw = &fitted;
+            if (!*fittedOk) break;  // ends this site
             state_.equation = pw->equation;
             Surface7 z(pw->equation);
             double iso = 0;
@@ -870,13 +881,11 @@ Status Run::doFocus() {
             for (int r = 1; r <= sub.rowUb(); ++r) count += !IsBlank(sub(r, v.col));
             if (count < 2) continue;
             p_.chk = 31;
-            Result<PWSurfaceFit> pw = PWfit(sub, v.col, limits);
-            if (!pw) return inner(pw.failure());
-            if (pw->escaped) {
-                escaped_ = true;
-                break;
-            }
-            if (!pw->c.isArray()) break;
+            PWSurfaceFit fitted;
+            const Result<bool> fittedOk = siteSurface(sub, v, limits, fitted);
+            if (!fittedOk) return inner(fittedOk.failure());
+            const PWSurfaceFit* pw = &fitted;
+            if (!*fittedOk) break;
             state_.equation = pw->equation;
             Surface7 z(pw->equation);
             double iso = 0;
@@ -1144,13 +1153,11 @@ Status Run::doPW() {
         for (const Variable& v : vars_) {
             if (escape()) break;
             p_.chk = 52;
-            Result<PWSurfaceFit> pw = PWfit(sub, v.col, limits);
-            if (!pw) return inner(pw.failure());
-            if (pw->escaped) {
-                escaped_ = true;
-                break;
-            }
-            if (!pw->c.isArray()) break;
+            PWSurfaceFit fitted;
+            const Result<bool> fittedOk = siteSurface(sub, v, limits, fitted);
+            if (!fittedOk) return inner(fittedOk.failure());
+            const PWSurfaceFit* pw = &fitted;
+            if (!*fittedOk) break;
             state_.equation = pw->equation;
             double d = 0;
             if (IsoFocalDose(pw->c, true, d)) iso = d;
