@@ -42,6 +42,8 @@ constexpr Verb kVerbs[] = {
      RunModel},
     {"plot", "draw a chart of a sheet (xy, histogram, box plot) or a map of the lot as PNG, SVG or PDF", kPlotHelp, RunPlot},
     {"pw", "process window of a focus-exposure lot: dose, focus, dose at best focus, window, isofocal", kPwHelp, RunPw},
+    {"calibrate", "PSFM focus calibration of a focus matrix: per-site fits, inverses, a template", kCalibrateHelp,
+     RunCalibrate},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -35,6 +35,7 @@ int RunPlot(const Args& args);
 bool IsMapKind(const std::string& kind);
 int RunPlotMap(const Args& args, const std::string& kind);
 int RunPw(const Args& args);
+int RunCalibrate(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -46,6 +47,7 @@ extern const char kCullHelp[];
 extern const char kModelHelp[];
 extern const char kPlotHelp[];
 extern const char kPwHelp[];
+extern const char kCalibrateHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

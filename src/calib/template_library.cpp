@@ -15,6 +15,7 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "base/value.h"
+#include "graphics/chart.h"
 #include "lot/lot.h"
 
 namespace zorv {
@@ -72,6 +73,7 @@ template class CalCollection<cSiteCal>;
 template class CalCollection<cBestFocus>;
 template class CalCollection<cCalRow>;
 template class CalCollection<cCalColumn>;
+template class CalCollection<cGraphic>;  // the calibration's charts
 
 // ---- helpers ----
 
