@@ -40,6 +40,8 @@ const char kCalibrateHelp[] =
     "  --folder DIR           the template library's folder (default: see README)\n"
     "  --save                 write the \"Calibration\" sheet into the workbook\n"
     "  --charts DIR           a PNG chart per site and exposure set into DIR\n"
+    "  --dose-views DIR       the slopes by dose (dose_slope.png) and the residual\n"
+    "                         quartiles by dose (nonlinearity.png) into DIR\n"
     "  --sheet NAME           the data sheet (default: the workbook's)\n"
     "  --json                 the results as JSON\n\n"
     "Exit: 0 done, 1 the calibration failed (message on stderr), 2 bad arguments.\n";
@@ -65,7 +67,8 @@ void SiteJson(Json& j, const cSiteCal& s) {
 int RunCalibrate(const Args& args) {
     const std::vector<std::string> valueOptions = {"--order", "--range", "--site", "--focus-max", "--focus-min",
                                                    "--dose-max", "--dose-min", "--na", "--pci", "--pco", "--wafer",
-                                                   "--astig-cull", "--template", "--folder", "--charts", "--sheet"};
+                                                   "--astig-cull", "--template", "--folder", "--charts", "--dose-views",
+                                                   "--sheet"};
     const Args pos = Positional(args, valueOptions);
     const bool json = HasFlag(args, "--json");
     CalControls c;
@@ -135,6 +138,25 @@ int RunCalibrate(const Args& args) {
             if (Status st = WriteChart(*run->graphs->Item(i), file, 800, 600); !st) return ShowFailure(st.failure(), json);
             ++charts;
         }
+#else
+        return ShowFailure(Proc("zorv-cli(calibrate): ").fail("This zorv-cli was built without the drawing library."), json);
+#endif
+    }
+
+    const std::string viewDir = OptionValue(args, "--dose-views");
+    if (!viewDir.empty()) {
+#ifdef ZORV_HAVE_PAINT
+        std::error_code ec;
+        std::filesystem::create_directories(viewDir, ec);
+        cGraphic slope, linearity;
+        if (Status st = DoseSlopeGraph(*run->lots.calibrated, slope); !st) return ShowFailure(st.failure(), json);
+        auto table = NonLinearityGraph(*run->lots.calibrated, linearity);
+        if (!table) return ShowFailure(table.failure(), json);
+        const std::filesystem::path dir(viewDir);
+        if (Status st = WriteChart(slope, (dir / "dose_slope.png").string(), 800, 600); !st)
+            return ShowFailure(st.failure(), json);
+        if (Status st = WriteChart(linearity, (dir / "nonlinearity.png").string(), 800, 600); !st)
+            return ShowFailure(st.failure(), json);
 #else
         return ShowFailure(Proc("zorv-cli(calibrate): ").fail("This zorv-cli was built without the drawing library."), json);
 #endif

@@ -313,3 +313,53 @@ TEST(CalibrateWorkbench, CullLimitsAndTheTwoLots) {
 
 }  // namespace
 }  // namespace zorv
+
+namespace zorv {
+namespace {
+
+// A line through a cubic leaves the same residuals at every site: their range
+// by dose is the non-linearity, against an ordinary least squares by hand.
+TEST(CalibrateWorkbench, NonLinearityIsTheResidualRangeOfTheLine) {
+    LotSpec spec;
+    spec.doses = {20, 22};
+    spec.truth = [](int site, bool x) { return x ? Truth{1.0 * site, 150, 0, -40} : Truth{-1.0, 140, 0, 0}; };
+    auto lot = MakeLot(spec);
+    CalControls c;
+    c.fitOrder = 1;
+    c.range = 1000;
+    CalFormState state;
+    auto run = CalibratePSFM(*lot, c, state, {});
+    ASSERT_TRUE(run) << run.failure().text;
+
+    const std::vector<double>& f = spec.focus;
+    const double n = static_cast<double>(f.size());
+    double sf = 0, sff = 0, sy = 0, sfy = 0;
+    for (double x : f) {
+        const double y = -40 * x * x * x;
+        sf += x, sff += x * x, sy += y, sfy += x * y;
+    }
+    const double b = (n * sfy - sf * sy) / (n * sff - sf * sf), a = (sy - b * sf) / n;
+    double lo = 1e9, hi = -1e9;
+    for (double x : f) {
+        const double r = -40 * x * x * x - (a + b * x);
+        lo = std::min(lo, r), hi = std::max(hi, r);
+    }
+    cGraphic g;
+    auto t = NonLinearityGraph(*run->lots.calibrated, g);
+    ASSERT_TRUE(t) << t.failure().text;
+    ASSERT_EQ(t->rowUb(), 2);
+    for (int r = 1; r <= 2; ++r) {
+        EXPECT_NEAR((*t)(r, 2).toDouble(), (hi - lo) / 1000, 1e-6) << r;  // stored nm, shown / 1000
+        EXPECT_NEAR((*t)(r, 3).toDouble(), 0, 1e-6) << r;
+    }
+    EXPECT_EQ(g.Series.Count(), 4);
+    EXPECT_NE(g.Series.Item("Dose_22X"), nullptr);
+
+    cGraphic s;
+    ASSERT_TRUE(DoseSlopeGraph(*run->lots.calibrated, s));
+    EXPECT_EQ(s.Series.Count(), 2);
+    EXPECT_EQ(s.Data().rowUb(), 2 * static_cast<int>(f.size()) * 4);
+}
+
+}  // namespace
+}  // namespace zorv
