@@ -44,6 +44,8 @@ constexpr Verb kVerbs[] = {
     {"pw", "process window of a focus-exposure lot: dose, focus, dose at best focus, window, isofocal", kPwHelp, RunPw},
     {"calibrate", "PSFM focus calibration of a focus matrix: per-site fits, inverses, a template", kCalibrateHelp,
      RunCalibrate},
+    {"convert", "convert a lot's image shifts into focus by a calibration template", kConvertHelp, RunConvert},
+    {"astig", "astigmatism (H - V) of a lot: statistics and the range and sigma culls", kAstigHelp, RunAstig},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -36,6 +36,8 @@ bool IsMapKind(const std::string& kind);
 int RunPlotMap(const Args& args, const std::string& kind);
 int RunPw(const Args& args);
 int RunCalibrate(const Args& args);
+int RunConvert(const Args& args);
+int RunAstig(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -48,6 +50,8 @@ extern const char kModelHelp[];
 extern const char kPlotHelp[];
 extern const char kPwHelp[];
 extern const char kCalibrateHelp[];
+extern const char kConvertHelp[];
+extern const char kAstigHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box
