@@ -80,7 +80,7 @@ struct Library {
 
 ConvertOptions Opt(SiteMatch mode = SiteMatch::AllSites) {
     ConvertOptions o;
-    o.templateName = "T";
+    o.templateName.push_back('T');  // GCC 12 warns falsely on assigning the short literal
     o.mode = mode;
     return o;
 }
