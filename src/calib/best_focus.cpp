@@ -1,0 +1,510 @@
+// Field aberration models of focus: whole field, rows and columns, per
+// exposure set of a calibration or per field of a converted lot, and the
+// sheets that hold them.
+#include "calib/best_focus.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+
+#include "base/format.h"
+#include "base/report.h"
+#include "base/value.h"
+#include "calib/template_library.h"
+#include "lot/lot.h"
+#include "numerics/lsq.h"
+#include "numerics/matrix.h"
+#include "workbook/store.h"
+#include "workbook/workbook_ops.h"
+
+namespace zorv {
+
+namespace {
+
+double Round(double v, int n) {
+    const double f = std::pow(10.0, n);
+    return std::nearbyint(v * f) / f;
+}
+double Round3(double v) { return Round(v, 3); }
+// A table value as "###0.0000" shows it.
+double Shown(double v) {
+    double d = 0;
+    ParseNumber(Format(v, "###0.0000"), d);
+    return d;
+}
+
+constexpr double kTilt = 1000, kCurv = 1e5;
+
+// A model of the design columns (row-major n x m) with the intercept, no cull.
+FocusModel Fit(const std::vector<double>& x, const std::vector<double>& y, int m, int slopeCols) {
+    FocusModel out;
+    const int n = static_cast<int>(y.size());
+    if (n < m + 1) return out;
+    SvdFitArrays f = svdfit_std(x.data(), y.data(), n, m, 0.0f, true, true, 1.0f, -1.0f);
+    if (f.result < 0 || f.coef.size() < static_cast<size_t>(m) + 1) return out;
+    auto c = [&](int i) { return f.coef[static_cast<size_t>(i)]; };
+    auto e = [&](int i) { return static_cast<size_t>(i) < f.errors.size() ? f.errors[static_cast<size_t>(i)] : 0.0; };
+    out.ok = true;
+    out.piston = c(0), out.pistonSE = e(0);
+    out.tiltX = c(1), out.tiltXSE = e(1);
+    if (slopeCols == 2) out.tiltY = c(2), out.tiltYSE = e(2);
+    out.curvature = c(m), out.curvatureSE = e(m);
+    out.fit.resize(static_cast<size_t>(n));
+    out.resid.resize(static_cast<size_t>(n));
+    RcMoments rm;
+    for (int i = 0; i < n; ++i) {
+        double v = c(0);
+        for (int k = 0; k < m; ++k) v += c(k + 1) * x[static_cast<size_t>(i) * m + k];
+        out.fit[static_cast<size_t>(i)] = v;
+        out.resid[static_cast<size_t>(i)] = y[static_cast<size_t>(i)] - v;
+        rm.add(out.resid[static_cast<size_t>(i)]);
+        out.maxResidual = std::max(out.maxResidual, std::fabs(out.resid[static_cast<size_t>(i)]));
+    }
+    out.sdResiduals = RcFinish(rm).sd;
+    out.seResiduals = std::sqrt(std::max(0.0, double(f.mse)));
+    return out;
+}
+
+const std::vector<double>& Feature(const FieldPoints& p, int k) { return k == 0 ? p.dX : k == 1 ? p.dY : p.dZ; }
+
+// The "MEAN", "Maximum", "Minimum", "StdErr" rows under the lines of a table.
+void AddSummaryRows(Datam& t, int lines) {
+    const char* names[] = {"MEAN", "Maximum", "Minimum", "StdErr"};
+    const int base = lines;
+    t.redimPreserve(base + 4, t.colUb());
+    for (int k = 0; k < 4; ++k) t(base + 1 + k, 0) = Value(names[k]);
+    for (int c = 2; c <= t.colUb(); ++c) {
+        RcMoments m;
+        for (int r = 1; r <= lines; ++r)
+            if (!IsBlank(t(r, c))) m.add(t(r, c).toDouble());
+        if (m.n == 0) continue;
+        const RcStats s = RcFinish(m);
+        const double v[] = {s.mean, s.mx, s.mn, s.sd};
+        for (int k = 0; k < 4; ++k) t(base + 1 + k, c) = Value(Shown(v[k]));
+    }
+}
+
+Datam LineModels(const FieldPoints& pts, bool rows, const std::string& lastHeader) {
+    const std::vector<double>& along = rows ? pts.x : pts.y;
+    const std::vector<double>& across = rows ? pts.y : pts.x;
+    const std::vector<double>& focus = rows ? pts.dX : pts.dY;
+    std::set<double> locations;
+    for (double v : across) locations.insert(Round(v, 1));
+    const char* head[] = {rows ? "Row (mm)" : "Column(mm)", "Focus (um)", "FocusSE (um)", "Tilt(urad)",
+                          "TiltSE(urad)", "Curv(nm/cm2)", "CurvSE(nm/cm2"};
+    Datam t(static_cast<int>(locations.size()), 8, 0, 0);
+    for (int c = 0; c < 7; ++c) t(0, c + 1) = Value(head[c]);
+    t(0, 8) = Value(lastHeader);
+    int line = 0;
+    for (double loc : locations) {
+        std::vector<double> s, f;
+        for (size_t i = 0; i < pts.size(); ++i)
+            if (std::fabs(Round(across[i], 1) - loc) <= 0.5 + 1e-9) s.push_back(along[i]), f.push_back(focus[i]);
+        const FocusModel m = LineModel(s, f);
+        if (!m.ok) continue;
+        ++line;
+        const double v[] = {loc, m.piston, m.pistonSE, m.tiltX * kTilt, m.tiltXSE * kTilt, m.curvature * kCurv,
+                            m.curvatureSE * kCurv, m.seResiduals};
+        for (int c = 0; c < 8; ++c) t(line, c + 1) = Value(Shown(v[c]));
+    }
+    t.redimPreserve(line, 8);
+    AddSummaryRows(t, line);
+    return t;
+}
+
+// Builds a sheet as rows of cells, blocks one under the other.
+class SheetRows {
+public:
+    void line(std::vector<Value> cells) { rows_.push_back(std::move(cells)); }
+    void blank() { rows_.emplace_back(); }
+    // A table with its header row and its labels of column 0.
+    void table(const Datam& t) {
+        if (!t.isArray()) return;
+        for (int r = t.rowLb(); r <= t.rowUb(); ++r) {
+            std::vector<Value> cells;
+            for (int c = t.colLb(); c <= t.colUb(); ++c) cells.push_back(t(r, c));
+            rows_.push_back(std::move(cells));
+        }
+    }
+    Datam done() const {
+        size_t w = 1;
+        for (const auto& r : rows_) w = std::max(w, r.size());
+        Datam d(static_cast<int>(rows_.size()), static_cast<int>(w), 1, 1);
+        for (size_t r = 0; r < rows_.size(); ++r)
+            for (size_t c = 0; c < rows_[r].size(); ++c) d(static_cast<int>(r) + 1, static_cast<int>(c) + 1) = rows_[r][c];
+        return d;
+    }
+
+private:
+    std::vector<std::vector<Value>> rows_;
+};
+
+Status SaveSheet(Workbook* wb, const Datam& sheet, const std::string& name, const std::string& title,
+                 const std::string& index) {
+    if (!wb) return StatusOk();
+    SaveArrayOptions o;
+    o.title = title;
+    o.save = false;
+    if (Status s = SaveArray(sheet, name, wb, o); !s) return s;
+    if (Status s = AddIndexItem(wb, name, index + FormatDate(TemplateNow(), "yyyy-mm-dd hh:mm:ss"), Value(), false); !s)
+        return s;
+    return SaveWorkbookChecked(*wb, name, false);
+}
+
+// The fields of the lot by number, live ones only, each with its points.
+std::vector<std::pair<const cField*, FieldPoints>> PerField(const cLot& lot, long fieldNumber) {
+    std::vector<std::pair<const cField*, FieldPoints>> out;
+    for (const cWafer* w : lot.Wafers()) {
+        if (w->cull()) continue;
+        for (const cField* f : w->Fields()) {
+            if (f->cull() || (fieldNumber > 0 && f->Number != fieldNumber)) continue;
+            FieldPoints p;
+            for (const cSite* s : f->sites()) {
+                if (s->cull()) continue;
+                for (const cPoint* pt : s->Points()) {
+                    if (pt->cull()) continue;
+                    std::string label = std::to_string(f->Number);
+                    p.label.push_back(label.append("_").append(std::to_string(s->NumberKey())));
+                    p.dX.push_back(pt->ValueV / 1000.0), p.dY.push_back(pt->ValueH / 1000.0), p.dZ.push_back(pt->ValueZ / 1000.0);
+                    p.x.push_back(Round((s->LocationX + lot.SiteXoffset) / 1000.0, 2));
+                    p.y.push_back(Round((s->LocationY + lot.SiteYoffset) / 1000.0, 2));
+                    p.r.push_back(Round(s->LocationR / 1000.0, 2));
+                    p.angle.push_back(Round(s->LocationTheta / 1000.0, 2));
+                }
+            }
+            if (p.size() > 0) out.emplace_back(f, std::move(p));
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+FocusModel WholeFieldModel(const FieldPoints& p, int feature) {
+    std::vector<double> x(p.size() * 3);
+    for (size_t i = 0; i < p.size(); ++i) {
+        x[i * 3] = p.r[i] * std::cos(p.angle[i]);
+        x[i * 3 + 1] = p.r[i] * std::sin(p.angle[i]);
+        x[i * 3 + 2] = p.r[i] * p.r[i];
+    }
+    return Fit(x, Feature(p, feature), 3, 2);
+}
+
+FocusModel LineModel(const std::vector<double>& s, const std::vector<double>& focus) {
+    if (s.size() < 3) return {};
+    std::vector<double> x(s.size() * 2);
+    for (size_t i = 0; i < s.size(); ++i) x[i * 2] = s[i], x[i * 2 + 1] = s[i] * s[i];
+    return Fit(x, focus, 2, 1);
+}
+
+Datam RowModels(const FieldPoints& pts, const std::string& lastHeader) { return LineModels(pts, true, lastHeader); }
+Datam ColumnModels(const FieldPoints& pts, const std::string& lastHeader) { return LineModels(pts, false, lastHeader); }
+
+Datam WholeFieldTable(const FocusModel& m) {
+    const char* head[] = {"Focus (um)",   "FocusSE (um)",  "Xtilt(urad)", "XtiltSE(urad)",  "Ytilt(urad)",
+                          "YtiltSE(urad)", "Curv(nm/cm2)", "CurvSE(um/cm2", "SEresiduals(um)"};
+    Datam t(1, 9, 0, 1);
+    for (int c = 0; c < 9; ++c) t(0, c + 1) = Value(head[c]);
+    if (!m.ok) return t;
+    const double v[] = {m.piston, m.pistonSE, m.tiltX * kTilt, m.tiltXSE * kTilt, m.tiltY * kTilt,
+                        m.tiltYSE * kTilt, m.curvature * kCurv, m.curvatureSE * kCurv, m.seResiduals};
+    for (int c = 0; c < 9; ++c) t(1, c + 1) = Value(Shown(v[c]));
+    return t;
+}
+
+FieldPoints GatherFieldPoints(const cLot& lot, long field, const double* ex) {
+    FieldPoints all;
+    for (auto& [f, p] : PerField(lot, field)) {
+        if (ex && (Round3(f->Dose) != Round3(ex[0]) || Round3(f->NA) != Round3(ex[1]) ||
+                   Round3(f->PCinner) != Round3(ex[2]) || Round3(f->PCouter) != Round3(ex[3])))
+            continue;
+        auto add = [](std::vector<double>& a, const std::vector<double>& b) { a.insert(a.end(), b.begin(), b.end()); };
+        all.label.insert(all.label.end(), p.label.begin(), p.label.end());
+        add(all.dX, p.dX), add(all.dY, p.dY), add(all.dZ, p.dZ), add(all.x, p.x), add(all.y, p.y);
+        add(all.r, p.r), add(all.angle, p.angle);
+    }
+    return all;
+}
+
+Result<BestFocusModels> CalcBFTiltCurvature(const cLot& lot, long fieldNumber, Workbook* saveTo) {
+    Proc p("PSFManal(CalcBFTiltCurvature): ");
+    long points = 0;
+    std::set<long> sites;
+    lot.forEachLive([&](cWafer&, cField&, cSite& s, cPoint&) {
+        ++points;
+        sites.insert(s.NumberKey());
+    });
+    if (points == 0) return p.fail("There are insufficient data points in the calibration for a BestFocus Analysis.");
+    // Four terms of the whole field model want more sites than that.
+    if (sites.size() < 5) return p.fail("There are insufficient sites in the calibration for a BestFocus Analysis.");
+    SetStatusText("Setting up Best Focus Row/Column Statistics...");
+
+    long count = 0;
+    Datam focus;
+    const Datam ex = lot.GetUniqueExposures(count, focus);
+    BestFocusModels out;
+    SheetRows sheet;
+    sheet.line({Value("CalculateBFFieldTiltCurvature")});
+    for (int e = 1; e <= count; ++e) {
+        BestFocusSet set;
+        for (int c = 0; c < 4; ++c) set.exposure[c] = ex(e, c + 1).toDouble();
+        std::string st = "Expo Group:[";
+        st.append(NumberToText(set.exposure[0])).append(" , ").append(NumberToText(set.exposure[1])).append(" , ");
+        st.append(NumberToText(set.exposure[2])).append(" , ").append(NumberToText(set.exposure[3])).append(" ]:(");
+        SetStatusText(st.append(std::to_string(e)).append(" of ").append(std::to_string(count)).append(")"));
+        const FieldPoints pts = GatherFieldPoints(lot, fieldNumber, set.exposure);
+        if (pts.size() > 1) set.whole = WholeFieldModel(pts, 2);
+        set.rows = RowModels(pts);
+        set.columns = ColumnModels(pts);
+
+        sheet.blank();
+        sheet.line({Value("[Dose,"), Value("NA,"), Value("PCinner,"), Value("PCouter]:")});
+        sheet.line({Value(set.exposure[0]), Value(set.exposure[1]), Value(set.exposure[2]), Value(set.exposure[3])});
+        sheet.line({Value("Full Field Analysis")});
+        sheet.table(WholeFieldTable(set.whole));
+        sheet.line({Value("Row (Vertical Feature) Field Aberrations")});
+        sheet.table(set.rows);
+        sheet.line({Value("Column (Horizontal Feature) Field Aberrations")});
+        sheet.table(set.columns);
+        out.sets.push_back(std::move(set));
+    }
+    if (out.sets.empty()) return p.fail(" No data values were input.");
+
+    // Summaries: the mean, maximum, minimum and spread of the models over sets.
+    sheet.blank();
+    sheet.line({Value("Summaries")});
+    for (int k = 0; k < 2; ++k) {
+        const char* what = k == 0 ? "Row Models " : "Column Models ";
+        const char* stat[] = {"Mean", "Maximum", "Minimum", "Standard Error"};
+        for (int s = 0; s < 4; ++s) {
+            std::vector<Value> cells{Value(std::string(what) + stat[s])};
+            for (int c = 2; c <= 8; ++c) {
+                RcMoments m;
+                for (const BestFocusSet& set : out.sets) {
+                    const Datam& t = k == 0 ? set.rows : set.columns;
+                    for (int r = 1; r <= t.rowUb() - 4; ++r)
+                        if (!IsBlank(t(r, c))) m.add(t(r, c).toDouble());
+                }
+                if (m.n == 0) {
+                    cells.emplace_back();
+                    continue;
+                }
+                const RcStats st = RcFinish(m);
+                const double v[] = {st.mean, st.mx, st.mn, st.sd};
+                cells.emplace_back(Shown(v[s]));
+            }
+            sheet.line(std::move(cells));
+        }
+    }
+    out.sheet = sheet.done();
+    p.chk = 2;
+    if (Status s = SaveSheet(saveTo, out.sheet, "BestFocusModel",
+                             "Full Field  and Row/Column Calibration Xfocus,Yfocus & Mean (Z)Focus (SE=Standard Error)",
+                             "Calculated Best Focus Models from PSFM Calibration. ");
+        !s)
+        return s.failure();
+    return out;
+}
+
+void CalTemplateBFupdate(cTemplate& t, float na, float pcInner, float pcOuter, float dose, const Datam& rows,
+                         const Datam& columns) {
+    cBestFocus* bf = t.GetBestFocus(na, pcInner, pcOuter, dose);
+    if (!bf) return;
+    auto fill = [](cCalLine& l, const Datam& tab, int r) {
+        l.KeyName = NumberToText(tab(r, 1).toDouble());
+        l.Location = tab(r, 1).toSingle();
+        l.Piston = tab(r, 2).toSingle(), l.PistonSE = tab(r, 3).toSingle();
+        l.Tilt = tab(r, 4).toSingle(), l.TiltSE = tab(r, 5).toSingle();
+        l.Curvature = tab(r, 6).toSingle(), l.CurvatureSE = tab(r, 7).toSingle();
+        l.IFDresidulaseSE = tab(r, 8).toSingle();
+    };
+    // The lines of a model table stop where the summary rows begin.
+    auto lines = [](const Datam& tab) {
+        int n = 0;
+        while (tab.isArray() && n + 1 <= tab.rowUb() && IsBlank(tab(n + 1, 0))) ++n;
+        return n;
+    };
+    for (int r = 1; r <= lines(rows); ++r) {
+        cCalRow row;
+        fill(row, rows, r);
+        bf->UpdateRowData(row);
+    }
+    for (int r = 1; r <= lines(columns); ++r) {
+        cCalColumn col;
+        fill(col, columns, r);
+        bf->UpdateColData(col);
+    }
+}
+
+void ModelUpdate(cTemplate& t, const BestFocusModels& models) {
+    for (const BestFocusSet& s : models.sets) {
+        if (!s.rows.isArray() && !s.columns.isArray()) {
+            std::string m = "No 'Best Focus' data for exposure set: [";
+            m.append(NumberToText(s.exposure[0])).append(",").append(NumberToText(s.exposure[1])).append(",");
+            m.append(NumberToText(s.exposure[2])).append(",").append(NumberToText(s.exposure[3])).append("]");
+            MsgBox(m, vbOKOnly, "PSFManal(ModelUpdate): ");
+            continue;
+        }
+        CalTemplateBFupdate(t, static_cast<float>(s.exposure[1]), static_cast<float>(s.exposure[2]),
+                            static_cast<float>(s.exposure[3]), static_cast<float>(s.exposure[0]), s.rows, s.columns);
+    }
+}
+
+// ---------------------------------------------------------------- per field of a lot
+
+namespace {
+
+// Appends the lines of `t` (without its summary rows) under `all`, with the
+// field's key first.
+void AppendByField(Datam& all, int& used, const Datam& t, const std::string& key) {
+    if (!t.isArray()) return;
+    if (!all.isArray()) {
+        all = Datam(std::max(1, t.rowUb()), t.colUb() + 1, 0, 1);
+        all(0, 1) = Value("FieldKey");
+        for (int c = 1; c <= t.colUb(); ++c) all(0, c + 1) = t(0, c);
+    }
+    for (int r = 1; r <= t.rowUb(); ++r) {
+        if (!IsBlank(t(r, 0))) break;
+        if (++used > all.rowUb()) all.redimPreserve(used * 2, all.colUb());
+        all(used, 1) = Value(key);
+        for (int c = 1; c <= t.colUb(); ++c) all(used, c + 1) = t(r, c);
+    }
+}
+
+void Trim(Datam& t, int used) {
+    if (t.isArray()) t.redimPreserve(std::max(used, 0), t.colUb());
+}
+
+}  // namespace
+
+Result<FieldAberrations> CalculateFieldTiltCurvature(const cLot& lot, long fieldNumber, Workbook* saveTo) {
+    Proc p("PSFManalysis(CalculateFieldTiltCurvature): ");
+    auto fields = PerField(lot, fieldNumber);
+    if (fields.empty()) return p.fail(" No data values were input.");
+    FieldAberrations out;
+    int nr = 0, nc = 0;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        SetStatusText("Update field " + std::to_string(i + 1) + " of " + std::to_string(fields.size()));
+        const auto& [f, pts] = fields[i];
+        AppendByField(out.rows, nr, RowModels(pts, "IFDresidsualsSE(um)"), f->NumberKey);
+        AppendByField(out.columns, nc, ColumnModels(pts, "IFDresidsualsSE(um)"), f->NumberKey);
+    }
+    Trim(out.rows, nr), Trim(out.columns, nc);
+    SheetRows sheet;
+    sheet.line({Value("Row (Vertical Feature) Field Aberrations")});
+    sheet.table(out.rows);
+    sheet.blank();
+    sheet.line({Value("Column (Horizontal Feature) Field Aberrations")});
+    sheet.table(out.columns);
+    out.sheet = sheet.done();
+    if (Status s = SaveSheet(saveTo, out.sheet, "FieldAberrations",
+                             "Field Row/Column Calibration Xfocus,Yfocus & Mean (Z)Focus (SE=Standard Error)",
+                             "Modeled Field Row/Column Focus aberrations. ");
+        !s)
+        return s.failure();
+    return out;
+}
+
+Result<WholeFieldAberrations> CalculateWholeFieldTiltCurvature(const cLot& lot, Workbook* saveTo) {
+    Proc p("PSFManalysis(CalculateWholeFieldTiltCurvature): ");
+    auto fields = PerField(lot, 0);
+    if (fields.empty()) return p.fail(" No data values were input.");
+    const char* head[] = {"FieldKey",     "Focus (um)",    "FocusSE (um)", "Xtilt(urad)",       "XtiltSE(urad)",
+                          "Ytilt(urad)",  "YtiltSE(urad)", "Curv(nm/cm2)", "CurvSE(nm/cm2)",    "IFD residsuals(um)",
+                          "StDev residsuals(um)"};
+    WholeFieldAberrations out;
+    Datam* tabs[] = {&out.x, &out.y, &out.z};
+    for (Datam* t : tabs) {
+        *t = Datam(static_cast<int>(fields.size()), 11, 0, 1);
+        for (int c = 0; c < 11; ++c) (*t)(0, c + 1) = Value(head[c]);
+    }
+    int row = 0;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        SetStatusText("Update field " + std::to_string(i + 1) + " of " + std::to_string(fields.size()));
+        const auto& [f, pts] = fields[i];
+        if (pts.size() < 5) continue;
+        ++row;
+        for (int k = 0; k < 3; ++k) {
+            const FocusModel m = WholeFieldModel(pts, k);
+            Datam& t = *tabs[k];
+            t(row, 1) = Value(f->NumberKey);
+            if (!m.ok) continue;
+            const double v[] = {m.piston,          m.pistonSE,         m.tiltX * kTilt, m.tiltXSE * kTilt,
+                                m.tiltY * kTilt,   m.tiltYSE * kTilt,  m.curvature * kCurv, m.curvatureSE * kCurv,
+                                m.maxResidual,     m.sdResiduals};
+            for (int c = 0; c < 10; ++c) t(row, c + 2) = Value(Shown(v[c]));
+        }
+    }
+    for (Datam* t : tabs) t->redimPreserve(row, 11);
+    SheetRows sheet;
+    const char* titles[] = {"X focus (Vertical Feature) Field Aberrations", "Y focus (Horizontal Feature) Field Aberrations",
+                            "Z focus Field Aberrations"};
+    for (int k = 0; k < 3; ++k) {
+        sheet.line({Value(titles[k])});
+        sheet.table(*tabs[k]);
+        sheet.blank();
+    }
+    out.sheet = sheet.done();
+    if (Status s = SaveSheet(saveTo, out.sheet, "WholeFieldAberrations",
+                             "Field Model Xfocus,Yfocus & Mean (Z)Focus (SE=Standard Error) ",
+                             "Modeled Field Focus aberrations. ");
+        !s)
+        return s.failure();
+    return out;
+}
+
+Result<ScanModels> CalculateASMLscanModel(const cLot& lot, Workbook* saveTo) {
+    Proc p("PSFManalysis(CalculateASMLscanModel): ");
+    auto fields = PerField(lot, 0);
+    if (fields.empty()) return p.fail(" No data values were input.");
+    auto heads = [](const char* tilt, const char* tiltSE) {
+        return std::vector<std::string>{"FieldKey", "Focus (um)", "FocusSE (um)", tilt, tiltSE, "Curv(nm/cm2)",
+                                        "CurvSE(nm/cm2)", "IFD residsuals(um)", "StDev residsuals(um)"};
+    };
+    ScanModels out;
+    auto setup = [&](Datam& t, const std::vector<std::string>& h) {
+        t = Datam(static_cast<int>(fields.size()), 9, 0, 1);
+        for (int c = 0; c < 9; ++c) t(0, c + 1) = Value(h[static_cast<size_t>(c)]);
+    };
+    setup(out.slit, heads("Ry Tilt(urad)", "Ry TiltSE(urad)"));
+    setup(out.scan, heads("Rx Tilt(urad)", "Rx TiltSE(urad)"));
+    int ns = 0, nc = 0;
+    for (const auto& [f, pts] : fields) {
+        // Along the slit: focus against x and x^2.
+        const FocusModel slit = LineModel(pts.x, pts.dZ);
+        if (slit.ok) {
+            ++ns;
+            const double v[] = {slit.piston, slit.pistonSE, slit.tiltX * kTilt, slit.tiltXSE * kTilt,
+                                slit.curvature * kCurv, slit.curvatureSE * kCurv, slit.maxResidual, slit.sdResiduals};
+            out.slit(ns, 1) = Value(f->NumberKey);
+            for (int c = 0; c < 8; ++c) out.slit(ns, c + 2) = Value(Shown(v[c]));
+        }
+        // Along the scan: focus against y.
+        if (pts.size() >= 2) {
+            std::vector<double> x(pts.y);
+            const FocusModel scan = Fit(x, pts.dZ, 1, 1);
+            if (scan.ok) {
+                ++nc;
+                const double v[] = {scan.piston, scan.pistonSE, scan.tiltX * kTilt, scan.tiltXSE * kTilt, 0, 0,
+                                    scan.maxResidual, scan.sdResiduals};
+                out.scan(nc, 1) = Value(f->NumberKey);
+                for (int c = 0; c < 8; ++c) out.scan(nc, c + 2) = Value(Shown(v[c]));
+            }
+        }
+    }
+    out.slit.redimPreserve(ns, 9), out.scan.redimPreserve(nc, 9);
+    SheetRows sheet;
+    sheet.table(out.slit);
+    sheet.blank();
+    sheet.table(out.scan);
+    out.sheet = sheet.done();
+    if (Status s = SaveSheet(saveTo, out.sheet, "WholeFieldAberrations",
+                             "Field Model Xfocus,Yfocus & Mean (Z)Focus (SE=Standard Error) ",
+                             "Modeled Field Focus aberrations. ");
+        !s)
+        return s.failure();
+    return out;
+}
+
+}  // namespace zorv

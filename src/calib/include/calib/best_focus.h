@@ -1,0 +1,112 @@
+// Best focus and field aberrations: piston, tilt and curvature of focus
+// across a field, for the whole field and for each row and column of sites,
+// from a calibration's best focus lot or field by field from a converted lot.
+// Focus is read in micrometres (ValueV, ValueH, ValueZ / 1000: the vertical
+// feature, the horizontal one and their mean); positions in millimetres.
+//
+// Table units: piston in um, tilts in urad (um/mm x 1000), curvature in
+// nm/cm2 (um/mm2 x 10^5).
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/datam.h"
+#include "base/proc.h"
+
+namespace zorv {
+
+class cGraphic;
+class cLot;
+class cTemplate;
+class Workbook;
+
+// The points of a field set: focus and positions, one entry per live point.
+struct FieldPoints {
+    std::vector<std::string> label;  // field_site
+    std::vector<double> dX, dY, dZ;  // um
+    std::vector<double> x, y;        // mm, 2 decimals
+    std::vector<double> r, angle;    // LocationR / 1000 and LocationTheta / 1000, 2 decimals
+    size_t size() const { return dX.size(); }
+};
+
+// One fitted model: piston, two slopes, curvature (raw, per mm) with their
+// errors, and the residual spreads.
+struct FocusModel {
+    bool ok = false;
+    double piston = 0, pistonSE = 0;
+    double tiltX = 0, tiltXSE = 0, tiltY = 0, tiltYSE = 0;  // um/mm
+    double curvature = 0, curvatureSE = 0;                  // um/mm2
+    double seResiduals = 0;                                 // sqrt(MSE), um
+    double sdResiduals = 0, maxResidual = 0;                // of the residuals, um
+    std::vector<double> fit, resid;
+};
+
+// The whole field of one feature (0 dX, 1 dY, 2 dZ): focus against R cos(a),
+// R sin(a) and R^2 with the intercept. The angle is the stored one divided by
+// 1000, as it always was.
+FocusModel WholeFieldModel(const FieldPoints& pts, int feature);
+// Focus against s and s^2 with the intercept (s the position along the line);
+// fewer than 3 points fit nothing.
+FocusModel LineModel(const std::vector<double>& s, const std::vector<double>& focus);
+
+// Rows (vertical feature dX along x) or columns (horizontal feature dY along
+// y): one line per distinct location (rounded to 1 decimal); a site within
+// 0.5 mm of a location counts for it. Header row 0: "Row (mm)" or
+// "Column(mm)", "Focus (um)", "FocusSE (um)", "Tilt(urad)", "TiltSE(urad)",
+// "Curv(nm/cm2)", "CurvSE(nm/cm2", and "SEreisduals(um)" (rows) or
+// "SEresiduals(um)" (columns); a line per model, then the rows "MEAN",
+// "Maximum", "Minimum", "StdErr" (labels in column 0).
+Datam RowModels(const FieldPoints& pts, const std::string& lastHeader = "SEreisduals(um)");
+Datam ColumnModels(const FieldPoints& pts, const std::string& lastHeader = "SEresiduals(um)");
+// The one-row table of a whole field model ("Focus (um)" .. "SEresiduals(um)").
+Datam WholeFieldTable(const FocusModel& m);
+
+// Live points of the lot's fields that pass `field` (number; 0 all) and the
+// exposure set (all four values at 3 decimals) when `exposure` is given.
+FieldPoints GatherFieldPoints(const cLot& lot, long field = 0, const double* exposure = nullptr);
+
+// PSFManal(CalcBFTiltCurvature): per exposure set the whole field model of
+// dZ and the row and column models; the sheet "BestFocusModel" with save.
+struct BestFocusSet {
+    double exposure[4] = {};  // Dose, NA, PCinner, PCouter
+    FocusModel whole;
+    Datam rows, columns;
+};
+struct BestFocusModels {
+    std::vector<BestFocusSet> sets;
+    Datam sheet;
+};
+[[nodiscard]] Result<BestFocusModels> CalcBFTiltCurvature(const cLot& lot, long fieldNumber = 0,
+                                                          Workbook* saveTo = nullptr);
+
+// PSFManal(CalTemplateBFupdate): the set's cBestFocus (found or made) takes a
+// cCalRow per row model and a cCalColumn per column model.
+void CalTemplateBFupdate(cTemplate& t, float na, float pcInner, float pcOuter, float dose, const Datam& rows,
+                         const Datam& columns);
+// PSFManal(ModelUpdate): every set of a CalcBFTiltCurvature into the template.
+void ModelUpdate(cTemplate& t, const BestFocusModels& models);
+
+// PSFManalysis(CalculateFieldTiltCurvature): row and column models per field
+// ("FieldAberrations"); (CalculateWholeFieldTiltCurvature): whole field models
+// of X, Y and Z per field ("WholeFieldAberrations"); (CalculateASMLscanModel):
+// along the slit (x, x^2) and along the scan (y) per field. Each table is
+// headed "FieldKey" and saved with its sheet when a workbook is given.
+struct FieldAberrations {
+    Datam rows, columns;  // every field's lines, "FieldKey" first
+    Datam sheet;
+};
+[[nodiscard]] Result<FieldAberrations> CalculateFieldTiltCurvature(const cLot& lot, long fieldNumber = 0,
+                                                                   Workbook* saveTo = nullptr);
+struct WholeFieldAberrations {
+    Datam x, y, z;  // a row per field
+    Datam sheet;
+};
+[[nodiscard]] Result<WholeFieldAberrations> CalculateWholeFieldTiltCurvature(const cLot& lot, Workbook* saveTo = nullptr);
+struct ScanModels {
+    Datam slit, scan;  // a row per field
+    Datam sheet;
+};
+[[nodiscard]] Result<ScanModels> CalculateASMLscanModel(const cLot& lot, Workbook* saveTo = nullptr);
+
+}  // namespace zorv
