@@ -45,6 +45,8 @@ constexpr Verb kVerbs[] = {
     {"calibrate", "PSFM focus calibration of a focus matrix: per-site fits, inverses, a template", kCalibrateHelp,
      RunCalibrate},
     {"convert", "convert a lot's image shifts into focus by a calibration template", kConvertHelp, RunConvert},
+    {"bestfocus", "field tilt and curvature of best focus: per exposure of a calibration, or per field", kBestFocusHelp,
+     RunBestFocus},
     {"astig", "astigmatism (H - V) of a lot: statistics and the range and sigma culls", kAstigHelp, RunAstig},
 };
 

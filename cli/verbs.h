@@ -38,6 +38,7 @@ int RunPw(const Args& args);
 int RunCalibrate(const Args& args);
 int RunConvert(const Args& args);
 int RunAstig(const Args& args);
+int RunBestFocus(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -52,6 +53,7 @@ extern const char kPwHelp[];
 extern const char kCalibrateHelp[];
 extern const char kConvertHelp[];
 extern const char kAstigHelp[];
+extern const char kBestFocusHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

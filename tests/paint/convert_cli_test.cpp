@@ -11,6 +11,7 @@
 
 #include "cli_run.h"
 #include "common/json_lite.h"
+#include "workbook/store.h"
 
 namespace fs = std::filesystem;
 using zorv::testing::Json;
@@ -29,6 +30,11 @@ std::string Simulated(const fs::path& d, const std::string& options) {
     EXPECT_EQ(Cli("simulate psfm --out " + d.string() + " --seed 5 --noise 0.3 --outliers 0 " + options).rc, 0);
     EXPECT_EQ(Cli("import " + (d / "psfm.csv").string() + " --out " + d.string()).rc, 0);
     return (d / "psfm.xlsx").string();
+}
+
+std::string Slurp(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), {});
 }
 
 // The tool focus at which the site's X shift is 0: off + k1 u + k2 u^2 + k3 u^3
@@ -85,4 +91,33 @@ TEST(ConvertCli, ATemplateNotInTheLibraryLeavesTheWorkbookAlone) {
     EXPECT_EQ(std::string((std::istreambuf_iterator<char>(again)), {}), before);
     EXPECT_EQ(Cli("convert " + lot).rc, 2);
     EXPECT_EQ(Cli("convert " + lot + " --template X --mode sideways").rc, 2);
+}
+
+// A matrix whose sites share one offset and slope: the focus at zero shift of
+// a site is minus its best focus offset, so the rows show minus the field's
+// TiltX (1.5 nm/mm = 1.5 urad), the columns minus its TiltY (-1.0), and both
+// minus its curvature (0.1 nm/mm2 = 10 nm/cm2).
+TEST(BestFocusCli, TheFieldsTiltAndCurvatureComeBack) {
+    const fs::path d = Dir("bestfocus");
+    const std::string wb = Simulated(d, "--sites 25 --coef OffsetSpread=0,SlopeSpread=0");
+    const CliRun r = Cli("bestfocus " + wb + " --order 3 --json --save --store BF --folder " + (d / "lib").string());
+    ASSERT_EQ(r.rc, 0) << r.out;
+    const Json out = JsonParser(r.out.substr(r.out.find('{'))).parse();
+    const Json& set = out["sets"][0];
+    auto mean = [](const Json& table, const char* col) {
+        for (const Json& row : table["rows"].items)
+            if (row["label"].text() == "MEAN") return row["values"][col].number();
+        return 1e9;
+    };
+    EXPECT_NEAR(mean(set["rows"], "Tilt(urad)"), -1.5, 0.05);
+    EXPECT_NEAR(mean(set["columns"], "Tilt(urad)"), 1.0, 0.05);
+    EXPECT_NEAR(mean(set["rows"], "Curv(nm/cm2)"), -10, 0.5);
+    EXPECT_NEAR(mean(set["columns"], "Curv(nm/cm2)"), -10, 0.5);
+    const Json& whole = set["whole"]["rows"][0]["values"];
+    EXPECT_LT(std::fabs(whole["Curv(nm/cm2)"].number() + 10), 3 * whole["CurvSE(um/cm2"].number());
+    auto book = zorv::Workbook::open(wb);
+    ASSERT_TRUE(book);
+    EXPECT_NE((*book)->sheet("BestFocusModel"), nullptr);
+    const std::string lib = Slurp(d / "lib" / "ZORVpsfm.tpl");
+    EXPECT_GT(lib.size(), 1000u);
 }
