@@ -8,6 +8,7 @@
 
 #include "base/format.h"
 #include "base/proc.h"
+#include "calib/best_focus.h"
 #include "calib/calibrate.h"
 #include "calib/template_library.h"
 #include "graphics/chart.h"
@@ -40,8 +41,10 @@ const char kCalibrateHelp[] =
     "  --folder DIR           the template library's folder (default: see README)\n"
     "  --save                 write the \"Calibration\" sheet into the workbook\n"
     "  --charts DIR           a PNG chart per site and exposure set into DIR\n"
-    "  --dose-views DIR       the slopes by dose (dose_slope.png) and the residual\n"
-    "                         quartiles by dose (nonlinearity.png) into DIR\n"
+    "  --dose-views DIR       the slopes by dose (dose_slope.png), the residual\n"
+    "                         quartiles by dose (nonlinearity.png) and the shift\n"
+    "                         against focus by dose of the chosen site, else site 1\n"
+    "                         (calibration_dose.png) into DIR\n"
     "  --sheet NAME           the data sheet (default: the workbook's)\n"
     "  --json                 the results as JSON\n\n"
     "Exit: 0 done, 1 the calibration failed (message on stderr), 2 bad arguments.\n";
@@ -156,6 +159,11 @@ int RunCalibrate(const Args& args) {
         if (Status st = WriteChart(slope, (dir / "dose_slope.png").string(), 800, 600); !st)
             return ShowFailure(st.failure(), json);
         if (Status st = WriteChart(linearity, (dir / "nonlinearity.png").string(), 800, 600); !st)
+            return ShowFailure(st.failure(), json);
+        cGraphic byDose;
+        auto curves = FocusDoseGraph(lot, c.siteNumber > 0 ? c.siteNumber : 1, byDose);
+        if (!curves) return ShowFailure(curves.failure(), json);
+        if (Status st = WriteChart(byDose, (dir / "calibration_dose.png").string(), 800, 600); !st)
             return ShowFailure(st.failure(), json);
 #else
         return ShowFailure(Proc("zorv-cli(calibrate): ").fail("This zorv-cli was built without the drawing library."), json);

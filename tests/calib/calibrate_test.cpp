@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include "calib/best_focus.h"
 #include "calib/calibrate.h"
 #include "graphics/chart.h"
 #include "lot/lot.h"
@@ -359,6 +360,30 @@ TEST(CalibrateWorkbench, NonLinearityIsTheResidualRangeOfTheLine) {
     ASSERT_TRUE(DoseSlopeGraph(*run->lots.calibrated, s));
     EXPECT_EQ(s.Series.Count(), 2);
     EXPECT_EQ(s.Data().rowUb(), 2 * static_cast<int>(f.size()) * 4);
+}
+
+}  // namespace
+}  // namespace zorv
+
+namespace zorv {
+namespace {
+
+TEST(FocusDose, EachDoseCrossesZeroWhereTheLineDoes) {
+    LotSpec spec;
+    spec.doses = {20, 22};
+    auto lot = MakeLot(spec);
+    cGraphic g;
+    auto t = FocusDoseGraph(*lot, 1, g);
+    ASSERT_TRUE(t) << t.failure().text;
+    ASSERT_EQ(t->rowUb(), 4);  // two features at two doses
+    EXPECT_EQ((*t)(0, 4).toString(), "Best Focus");
+    EXPECT_EQ((*t)(1, 2).toDouble(), 20);
+    EXPECT_NEAR((*t)(1, 4).toDouble(), -3.0 / 153, 1e-7);   // X: 3 + 153 F = 0
+    EXPECT_NEAR((*t)(1, 8).toDouble(), 0.153, 1e-7);        // "Slope", from singles
+    EXPECT_NEAR((*t)(3, 4).toDouble(), 2.5 / 138, 1e-7);    // Y: -2.5 + 138 F = 0
+    EXPECT_EQ(g.KeyName, "kFocus");
+    EXPECT_NE(g.Series.Item("Dose response for 22.0 mj"), nullptr);
+    EXPECT_EQ(FocusDoseGraph(*lot, 0, g).failure().text, "A Field site has not been selected.");
 }
 
 }  // namespace

@@ -110,3 +110,17 @@ struct ScanModels {
 [[nodiscard]] Result<ScanModels> CalculateASMLscanModel(const cLot& lot, Workbook* saveTo = nullptr);
 
 }  // namespace zorv
+
+namespace zorv {
+
+// PSFManal(FocusDoseGraph), chart key "kFocus": for one site, each feature's
+// response against focus, one cubic per dose (fewer terms where the points
+// cannot carry it). The table has a row per feature and dose: "Feature",
+// "Dose", "Site", "Best Focus" (the focus of zero response within the
+// measured span, empty where the curve does not cross it), "culls", "DoF"
+// (the span), "Offset", "Slope", "Cubic", "Residuals" (sqrt of the mean
+// square error), "Sigma" (the offset's error), "FocusMax", "FocusMin". With a
+// workbook it goes to the sheet "DoseResponse".
+[[nodiscard]] Result<Datam> FocusDoseGraph(const cLot& lot, long site, cGraphic& chart, Workbook* saveTo = nullptr);
+
+}  // namespace zorv
