@@ -508,3 +508,95 @@ Result<ScanModels> CalculateASMLscanModel(const cLot& lot, Workbook* saveTo) {
 }
 
 }  // namespace zorv
+
+namespace zorv {
+
+namespace {
+
+bool Selected(const std::vector<double>& list, double v) {
+    return list.empty() || std::any_of(list.begin(), list.end(), [&](double x) { return Round(x, 3) == Round(v, 3); });
+}
+
+double Through(double v, const char* pattern) {
+    double d = 0;
+    ParseNumber(Format(v, pattern), d);
+    return d;
+}
+
+}  // namespace
+
+Result<BestFocusModelData> BestFocusModel(const cLot& lot, const std::string& dataSet, const BestFocusSelection& sel,
+                                          Workbook* saveTo) {
+    Proc p("frmCal(BestFocusModel): ");
+    SetStatusText("Update data selection...");
+    long count = 0;
+    Datam focus;
+    const Datam ex = lot.GetUniqueExposures(count, focus);
+    const char* head[] = {"Dose", "NA", "PCinner", "PCouter", "Focus (um)", "FocusSE (um)", "Xtilt(urad)",
+                          "XtiltSE(urad)", "Ytilt(urad)", "YtiltSE(urad)", "Curv(nm/cm2)", "CurvSE(um/cm2",
+                          "SEresiduals(um)"};
+    BestFocusModelData out;
+    Datam* tabs[] = {&out.row, &out.column, &out.z};
+    for (Datam* t : tabs) {
+        *t = Datam(static_cast<int>(count), 13, 0, 0);
+        for (int c = 0; c < 13; ++c) (*t)(0, c + 1) = Value(head[c]);
+    }
+    int n = 0;
+    for (int e = 1; e <= count; ++e) {
+        double x[4];
+        for (int c = 0; c < 4; ++c) x[c] = ex(e, c + 1).toDouble();
+        if (!Selected(sel.doses, x[0]) || !Selected(sel.na, x[1]) || !Selected(sel.pcInner, x[2]) ||
+            !Selected(sel.pcOuter, x[3]))
+            continue;
+        SetStatusText("Exposure: " + std::to_string(e) + " of " + std::to_string(count));
+        const FieldPoints pts = GatherFieldPoints(lot, 0, x);
+        if (pts.size() < 5) continue;
+        ++n;
+        for (int k = 0; k < 3; ++k) {
+            Datam& t = *tabs[k];
+            t(n, 0) = Value("Expo: " + std::to_string(e));
+            for (int c = 0; c < 4; ++c) t(n, c + 1) = Value(x[c]);
+            const Datam w = WholeFieldTable(WholeFieldModel(pts, k));
+            for (int c = 1; c <= 9; ++c) t(n, c + 4) = w(1, c);
+        }
+    }
+    if (n == 0) return p.fail(" No data values were input.");
+    for (Datam* t : tabs) t->redimPreserve(n, 13);
+    SheetRows sheet;
+    sheet.line({Value("Whole Field Calibration"), Value("Best Focus"), Value("Lot:"), Value(dataSet),
+                Value(FormatDate(TemplateNow(), "mmm-dd-yyyy"))});
+    const char* blocks[3][2] = {{"RowModel", "X focus"}, {"ColModel", "Y focus"}, {"ZModel", "Mean Focus"}};
+    for (int k = 0; k < 3; ++k) {
+        sheet.blank();
+        sheet.line({Value(blocks[k][0]), Value(blocks[k][1])});
+        sheet.table(*tabs[k]);
+    }
+    out.sheet = sheet.done();
+    if (Status s = SaveSheet(saveTo, out.sheet, "BestFocusModelData", "Best Focus: " + dataSet, "Modeled BestFocus. "); !s)
+        return s.failure();
+    return out;
+}
+
+Datam GetBFdata(const cLot& lot) {
+    long n = 0;
+    lot.forEachLive([&](cWafer&, cField&, cSite&, cPoint&) { ++n; });
+    const char* head[] = {"selsite", "X_Loc", "Y_Loc", "ValueH", "ValueV", "ValueZ", "ValueH_fit", "ValueV_fit",
+                          "ValueZ_fit", "ValueH_Res", "ValueV_Res", "ValueZ_Res"};
+    Datam t(static_cast<int>(n), 12, 0, 1);
+    for (int c = 0; c < 12; ++c) t(0, c + 1) = Value(head[c]);
+    SetStatusText("Update Best Focus Data Acquisition Pt: 1 of " + std::to_string(n));
+    int r = 0;
+    lot.forEachLive([&](cWafer&, cField&, cSite& s, cPoint& p) {
+        ++r;
+        t(r, 1) = Value(static_cast<int32_t>(s.NumberKey()));
+        t(r, 2) = Value(Through((s.LocationX + lot.SiteXoffset) / 1000.0, "#####0.00"));
+        t(r, 3) = Value(Through((s.LocationY + lot.SiteYoffset) / 1000.0, "#####0.00"));
+        const float v[] = {p.ValueH, p.ValueV, p.ValueZ, p.ValueH_fit, p.ValueV_fit, p.ValueZ_fit,
+                           p.ValueH_Res, p.ValueV_Res, p.ValueZ_Res};
+        for (int c = 0; c < 9; ++c) t(r, c + 4) = Value(Through(v[c] / 1000.0, "#######0.0000000000"));
+    });
+    SetStatusText("Done.");
+    return t;
+}
+
+}  // namespace zorv

@@ -154,6 +154,19 @@ TEST(BestFocus, ModelsPerExposureSetIntoTheTemplate) {
     EXPECT_NEAR(bf->CalRows.Item(1)->Tilt, 1, 1e-3);
     EXPECT_NEAR(bf->CalColumns.Item(1)->Curvature, 30, 1e-2);
 
+    BestFocusSelection only22;
+    only22.doses = {22};
+    auto data = BestFocusModel(*lot, "BF", only22);
+    ASSERT_TRUE(data) << data.failure().text;
+    ASSERT_EQ(data->z.rowUb(), 1);
+    EXPECT_EQ(data->z(1, 0).toString(), "Expo: 2");
+    EXPECT_NEAR(data->z(1, 11).toDouble(), 30, 0.5);  // the bowl, nm/cm2
+    EXPECT_EQ(data->sheet(1, 1).toString(), "Whole Field Calibration");
+    const Datam pts = GetBFdata(*lot);
+    EXPECT_EQ(pts.rowUb(), 50);
+    EXPECT_EQ(pts(0, 1).toString(), "selsite");
+    EXPECT_NEAR(pts(1, 4).toDouble(), bowl(-10, -10), 1e-6);
+
     auto few = FocusLot({0, 1}, {0}, bowl);
     auto bad = CalcBFTiltCurvature(*few);
     ASSERT_FALSE(bad);

@@ -124,3 +124,28 @@ namespace zorv {
 [[nodiscard]] Result<Datam> FocusDoseGraph(const cLot& lot, long site, cGraphic& chart, Workbook* saveTo = nullptr);
 
 }  // namespace zorv
+
+namespace zorv {
+
+// frmCal(BestFocusModel): the whole field models of X, Y and mean focus of
+// every exposure set of the best focus lot that the four lists select (an
+// empty list is "All"), as the tables "RowModel" (X focus), "ColModel" (Y
+// focus) and "ZModel" (mean focus), a row "Expo: i" each with "Dose", "NA",
+// "PCinner", "PCouter" and the model; the sheet "BestFocusModelData".
+struct BestFocusSelection {
+    std::vector<double> doses, na, pcInner, pcOuter;
+};
+struct BestFocusModelData {
+    Datam row, column, z;
+    Datam sheet;
+};
+[[nodiscard]] Result<BestFocusModelData> BestFocusModel(const cLot& bestFocus, const std::string& dataSet,
+                                                        const BestFocusSelection& selection = {},
+                                                        Workbook* saveTo = nullptr);
+
+// frmCalibrate(getBFdata): "selsite", "X_Loc", "Y_Loc", "ValueH", "ValueV",
+// "ValueZ" and their fits and residuals, a row per live point; values
+// through "#######0.0000000000", positions "#####0.00".
+Datam GetBFdata(const cLot& lot);
+
+}  // namespace zorv
