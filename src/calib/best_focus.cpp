@@ -11,8 +11,10 @@
 #include "base/format.h"
 #include "base/report.h"
 #include "base/value.h"
+#include "calib/convert.h"
 #include "calib/template_library.h"
 #include "lot/lot.h"
+#include "model/lot_fit.h"
 #include "numerics/lsq.h"
 #include "numerics/matrix.h"
 #include "workbook/store.h"
@@ -597,6 +599,135 @@ Datam GetBFdata(const cLot& lot) {
     });
     SetStatusText("Done.");
     return t;
+}
+
+}  // namespace zorv
+
+namespace zorv {
+
+Result<FocusAberrationReport> ModelFocusAberrations(cLot& lot, const FocusAberrationControls& c, Workbook* saveTo) {
+    Proc p("frmAnalysis(ModelFocusAberrations): ");
+    SetStatusText("Data setup for model ...");
+    FocusAberrationReport out;
+    std::string& d = out.description;
+    auto features = [&] {
+        std::string f;
+        if (c.removeV) f.append(" Vertical,");
+        if (c.removeH) f.append(" Horiz,");
+        return f;
+    };
+    d.append("Data Removal,").append(" Data Model setup: ");
+    if (!c.piston && !c.tilt && !c.curvature) d.append("RawData: ");
+    if (c.piston) d.append("Piston: ").append(features());
+    if (c.tilt) d.append("Tilt: ").append(features());
+    if (c.curvature) d.append("Curvature: ").append(features());
+
+    p.chk = 1;
+    if (c.waferModel) {
+        SetStatusText("Wafer model setup ...");
+        TiltBowSetup s;
+        s.terms = c.waferTerms;
+        auto tb = CalcWaferTiltBow(lot, s);
+        if (!tb) return tb.failure();
+        out.waferReport = tb->report;
+        SetStatusText("Wafer model complete");
+        if (Status st = SaveSheet(saveTo, out.waferReport, "WaferAberrations", "Wafer tilt & bow of " + lot.LotName,
+                                  "Modeled wafer tilt & bow. ");
+            !st)
+            return st.failure();
+    }
+
+    p.chk = 2;
+    const bool remove = (c.piston || c.tilt || c.curvature) && (c.removeV || c.removeH);
+    if (remove) {
+        // Per wafer: focus = p + a X + b Y + k R^2 over the wafer (mm); the
+        // chosen components come off the chosen features.
+        for (cWafer* w : lot.Wafers()) {
+            if (w->cull()) continue;
+            for (int k = 0; k < 2; ++k) {
+                if ((k == 0 && !c.removeV) || (k == 1 && !c.removeH)) continue;
+                std::vector<double> x, y;
+                std::vector<cPoint*> pts;
+                for (cField* f : w->Fields()) {
+                    if (f->cull()) continue;
+                    for (cSite* s : f->sites()) {
+                        if (s->cull()) continue;
+                        for (cPoint* pt : s->Points()) {
+                            if (pt->cull()) continue;
+                            const double X = s->LocationXabs / 1000.0, Y = s->LocationYabs / 1000.0;
+                            x.insert(x.end(), {X, Y, X * X + Y * Y});
+                            y.push_back((k == 0 ? pt->ValueV : pt->ValueH) / 1000.0);
+                            pts.push_back(pt);
+                        }
+                    }
+                }
+                const FocusModel m = Fit(x, y, 3, 2);
+                if (!m.ok) continue;
+                for (size_t i = 0; i < pts.size(); ++i) {
+                    double off = 0;
+                    if (c.piston) off += m.piston;
+                    if (c.tilt) off += m.tiltX * x[i * 3] + m.tiltY * x[i * 3 + 1];
+                    if (c.curvature) off += m.curvature * x[i * 3 + 2];
+                    float& v = k == 0 ? pts[i]->ValueV : pts[i]->ValueH;
+                    v = static_cast<float>(v - 1000 * off);
+                }
+            }
+            lot.forEachLive([](cWafer&, cField&, cSite&, cPoint& pt) { pt.ValueZ = (pt.ValueV + pt.ValueH) / 2; });
+        }
+        if (saveTo) {
+            const Datam data = MakeFocusData(lot);
+            std::string t = "Modeled Field removed: ";
+            if (Status st = SaveSheet(saveTo, data, "FieldRemoval", t.append(d).append(" from dataset. "), "Modeled Field removed: "); !st)
+                return st.failure();
+        }
+    }
+
+    p.chk = 3;
+    SetStatusText("Setup collapsed field data ...");
+    SetStatusText("Field model ...");
+    auto fields = PerField(lot, 0);
+    const char* head[] = {"Wafer", "Field", "Focus (um)", "FocusSE (um)", "Xtilt(urad)", "XtiltSE(urad)",
+                          "Ytilt(urad)", "YtiltSE(urad)", "Curv(nm/cm2)", "CurvSE(nm/cm2)", "SEresiduals(um)"};
+    Datam* tabs[] = {&out.xModel, &out.yModel, &out.meanModel};
+    for (Datam* t : tabs) {
+        *t = Datam(static_cast<int>(fields.size()) + 1, 11, 0, 0);
+        for (int col = 0; col < 11; ++col) (*t)(0, col + 1) = Value(head[col]);
+    }
+    int n = 0;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        SetStatusText("Model Field " + std::to_string(i + 1) + " of " + std::to_string(fields.size()));
+        const auto& [f, pts] = fields[i];
+        if (pts.size() < 5) continue;
+        ++n;
+        for (int k = 0; k < 3; ++k) {
+            Datam& t = *tabs[k];
+            t(n, 1) = Value(f->ParentWafer() ? f->ParentWafer()->KeyName : std::string());
+            t(n, 2) = Value(f->NumberKey);
+            const Datam w = WholeFieldTable(WholeFieldModel(pts, k));
+            for (int col = 1; col <= 9; ++col) t(n, col + 2) = w(1, col);
+        }
+    }
+    if (n == 0) return p.fail(" No data values were input.");
+    for (Datam* t : tabs) {
+        t->redimPreserve(n + 1, 11);
+        (*t)(n + 1, 0) = Value("MEAN");
+        for (int col = 3; col <= 11; ++col) {
+            RcMoments m;
+            for (int r = 1; r <= n; ++r)
+                if (!IsBlank((*t)(r, col))) m.add((*t)(r, col).toDouble());
+            if (m.n) (*t)(n + 1, col) = Value(Shown(RcFinish(m).mean));
+        }
+    }
+    SheetRows sheet;
+    const char* titles[] = {"XModel(Slit):", "YModel(Scan):", "MeanModel:"};
+    for (int k = 0; k < 3; ++k) {
+        sheet.line({Value(titles[k])});
+        sheet.table(*tabs[k]);
+        sheet.blank();
+    }
+    if (Status st = SaveSheet(saveTo, sheet.done(), "Field_RC_Aberrrations", "Modeled Values: " + d, "Modeled Values: "); !st)
+        return st.failure();
+    return out;
 }
 
 }  // namespace zorv

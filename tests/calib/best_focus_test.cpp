@@ -194,3 +194,54 @@ TEST(FieldAberrationsOfALot, PerFieldTablesByKey) {
 
 }  // namespace
 }  // namespace zorv
+
+namespace zorv {
+namespace {
+
+// Nine fields 26 x 33 mm apart whose focus is a wafer plane and bowl plus a
+// field bowl: taking the wafer's piston, tilt and curvature off leaves each
+// field its own bowl.
+TEST(FocusAberrations, WaferComponentsOffThenFieldModels) {
+    auto lot = cLot::create();
+    lot->LotName = "Conv";
+    bool isNew = false;
+    cWafer* w = lot->AddWafer("W1", isNew);
+    auto focus = [](double X, double Y, double x, double y) {
+        return 0.03 + 0.0005 * X - 0.0002 * Y + 0.00001 * (X * X + Y * Y) + 0.0004 * (x * x + y * y);
+    };
+    for (int fx = -1; fx <= 1; ++fx)
+        for (int fy = -1; fy <= 1; ++fy) {
+            cField* f = w->AddField(static_cast<float>(fx), static_cast<float>(fy), isNew, false);
+            int k = 0;
+            for (double y : kGrid)
+                for (double x : kGrid) {
+                    Ref<cSite> s = cSite::New();
+                    s->setNumberKey(++k);
+                    s->LocationX = static_cast<float>(x * 1000), s->LocationY = static_cast<float>(y * 1000);
+                    s->LocationR = static_cast<float>(std::hypot(x, y) * 1000);
+                    s->LocationTheta = static_cast<float>(std::atan2(y, x));
+                    const double X = 26 * fx + x, Y = 33 * fy + y;
+                    s->LocationXabs = static_cast<float>(X * 1000), s->LocationYabs = static_cast<float>(Y * 1000);
+                    s->setParent(f);
+                    f->sites().Add(s, std::to_string(k));
+                    auto p = std::make_unique<cPoint>();
+                    p->ValueV = p->ValueH = p->ValueZ = static_cast<float>(1000 * focus(X, Y, x, y));
+                    f->AddPoint(s, std::move(p));
+                }
+        }
+    FocusAberrationControls c;
+    c.waferModel = false;
+    c.removeV = c.removeH = true;
+    c.piston = c.tilt = true;
+    auto r = ModelFocusAberrations(*lot, c);
+    ASSERT_TRUE(r) << r.failure().text;
+    EXPECT_EQ(r->description, "Data Removal, Data Model setup: Piston:  Vertical, Horiz,Tilt:  Vertical, Horiz,");
+    ASSERT_EQ(r->meanModel.rowUb(), 10);
+    EXPECT_EQ(r->meanModel(10, 0).toString(), "MEAN");
+    // Each field keeps its own bowl (40 nm/cm2) on the wafer's, which the
+    // plane fit leaves in place: 1 nm/cm2 more.
+    for (int i = 1; i <= 9; ++i) EXPECT_NEAR(r->meanModel(i, 9).toDouble(), 41, 0.5) << i;
+}
+
+}  // namespace
+}  // namespace zorv

@@ -149,3 +149,26 @@ struct BestFocusModelData {
 Datam GetBFdata(const cLot& lot);
 
 }  // namespace zorv
+
+namespace zorv {
+
+// frmAnalysis(ModelFocusAberrations) on a converted lot: the wafer's tilt and
+// bow report ("WaferAberrations"), the wafer components chosen removed from
+// the chosen features (piston, tilt, curvature of a plane-and-bowl fit over
+// each wafer), then the whole field model of each field for X (slit), Y
+// (scan) and mean focus ("Field_RC_Aberrrations").
+struct FocusAberrationControls {
+    bool waferModel = true;
+    int waferTerms = 10;  // Zernike terms of the wafer report, the piston included
+    bool removeV = false, removeH = false;
+    bool piston = false, tilt = false, curvature = false;
+};
+struct FocusAberrationReport {
+    Datam waferReport;
+    Datam xModel, yModel, meanModel;  // "Wafer", "Field", the field terms; "MEAN" last
+    std::string description;
+};
+[[nodiscard]] Result<FocusAberrationReport> ModelFocusAberrations(cLot& lot, const FocusAberrationControls& controls,
+                                                                  Workbook* saveTo = nullptr);
+
+}  // namespace zorv
