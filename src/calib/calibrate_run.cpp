@@ -104,12 +104,8 @@ Result<CalCullResult> UpdateCalCulls(cLot& lot, const CalControls& c, CalFormSta
     const double astig = std::fabs(c.astigCull);
     if (astig > 0) {
         description.append("Astigmatic Cull[Range: ").append(NumberToText(astig)).append("]");
-        std::vector<cPoint*> live;
-        lot.forEachLive([&](cWafer&, cField&, cSite&, cPoint& pt) { live.push_back(&pt); });
-        Result<long> n = CullAstigmatism(lot, astig);
+        Result<long> n = CullAstigmatism(lot, astig, &state.astigSerials);
         if (!n) return n.failure();
-        for (cPoint* pt : live)
-            if (pt->cull()) state.astigSerials.push_back(pt->SerialNumber);
         r.astigCulled = *n;
         description.append(" Points culled: ").append(std::to_string(*n));
     }

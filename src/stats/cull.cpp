@@ -373,7 +373,7 @@ long RestoreSites(cLot& lot, const Datam& table) {
     return restored;
 }
 
-Result<long> CullAstigmatism(cLot& lot, double range) {
+Result<long> CullAstigmatism(cLot& lot, double range, std::vector<int32_t>* serials) {
     const double limit = range * 1000.0;
     if (!(limit > 0)) return 0L;
     SetStatusText("Astigmatic culling range: " + num(range));
@@ -399,6 +399,7 @@ Result<long> CullAstigmatism(cLot& lot, double range) {
             double a = 0;
             if (astig(p, a) && std::fabs(a - mean) > limit) {
                 p.setCull(true);
+                if (serials) serials->push_back(p.SerialNumber);
                 ++n;
             }
         });

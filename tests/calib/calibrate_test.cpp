@@ -388,3 +388,32 @@ TEST(FocusDose, EachDoseCrossesZeroWhereTheLineDoes) {
 
 }  // namespace
 }  // namespace zorv
+
+namespace zorv {
+namespace {
+
+TEST(CalibrateWorkbench, AstigmaticCullIsGivenBackAtTheNextRun) {
+    LotSpec spec;
+    // Site 4's H runs 10 nm above its V at every focus: its astigmatism stands out.
+    spec.truth = [](int site, bool x) { return x ? Truth{0, 150} : Truth{site == 4 ? 10.0 : 0.0, 150}; };
+    auto lot = MakeLot(spec);
+    CalControls c;
+    c.astigCull = 0.005;  // um of astigmatism (display units)
+    CalFormState state;
+    std::string d;
+    auto r = UpdateCalCulls(*lot, c, state, d);
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->astigCulled, 11);
+    EXPECT_EQ(state.astigSerials.size(), 11u);
+    EXPECT_NE(d.find("Astigmatic Cull[Range: 0.005] Points culled: 11"), std::string::npos) << d;
+    c.astigCull = 0;
+    d.clear();
+    ASSERT_TRUE(UpdateCalCulls(*lot, c, state, d));
+    long live = 0;
+    lot->forEachLive([&](cWafer&, cField&, cSite&, cPoint&) { ++live; });
+    EXPECT_EQ(live, 44);
+    EXPECT_TRUE(state.astigSerials.empty());
+}
+
+}  // namespace
+}  // namespace zorv

@@ -119,8 +119,9 @@ long CullRadius(cWafer& wafer, double radiusUm, double centreXum = 0, double cen
 long RestoreSites(cLot& lot, const Datam& table);
 // cLot(CullAstigmatism): culls live points of a vector lot whose astigmatism
 // H - V lies more than range (display units) from the mean astigmatism of the
-// live points; 0 or less culls nothing. Answers how many.
-[[nodiscard]] Result<long> CullAstigmatism(cLot& lot, double range);
+// live points; 0 or less culls nothing. Answers how many; `serials` gets the
+// serial numbers of the points culled, for the workbench to give them back.
+[[nodiscard]] Result<long> CullAstigmatism(cLot& lot, double range, std::vector<int32_t>* serials = nullptr);
 
 // ---- culls of a setup -----------------------------------------------------------
 
