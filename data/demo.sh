@@ -133,3 +133,26 @@ if [ -n "$fem" ]; then
   "$cli" pw "$pwb" --analysis window --var MEAS_1:0.09:0.099:0.081 --ci 90 --resamples 100 --save \
     --chart "$out/charts/pw-window.png" | tail -12
 fi
+
+# Focus calibration: the simulated PSFM matrix calibrated into a template of a
+# demo library (a chart per site, the dose views), a second simulated lot
+# exposed at +0.1 um converted back to focus by it, and the field tilt and
+# curvature of best focus.
+psfm="$out/sim-psfm/psfm.xlsx"
+if [ -f "$psfm" ]; then
+  lib="$out/templates"
+  echo
+  echo "== zorv-cli calibrate psfm.xlsx --order 3 --template DemoPSFM --charts --dose-views --save"
+  "$cli" calibrate "$psfm" --order 3 --template DemoPSFM --folder "$lib" --save \
+    --charts "$out/charts/calibration" --dose-views "$out/charts/calibration" | sed -n '1,6p'
+  echo "== zorv-cli templates list"
+  "$cli" templates list --folder "$lib" 2>/dev/null || true
+  "$cli" simulate psfm --out "$out/sim-psfm-lot" --seed 7 --focus-centre 0.1 --focus-span 0 --fields-x 4 > /dev/null
+  "$cli" import "$out/sim-psfm-lot/psfm.csv" > /dev/null 2>&1
+  echo "== zorv-cli convert (a lot at +0.1 um) --template DemoPSFM"
+  "$cli" convert "$out/sim-psfm-lot/psfm.xlsx" --template DemoPSFM --folder "$lib" --save | sed -n '1,4p'
+  echo "== zorv-cli astig psfm.xlsx"
+  "$cli" astig "$psfm" --range 0.01 | sed -n '1,4p'
+  echo "== zorv-cli bestfocus psfm.xlsx --order 3"
+  "$cli" bestfocus "$psfm" --order 3 | sed -n '1,12p'
+fi
