@@ -605,6 +605,78 @@ Datam GetBFdata(const cLot& lot) {
 
 namespace zorv {
 
+namespace {
+
+std::vector<cField*> LiveFields(cWafer& w) {
+    std::vector<cField*> out;
+    for (cField* f : w.Fields())
+        if (!f->cull()) out.push_back(f);
+    return out;
+}
+
+}  // namespace
+
+void RemoveComponents(cLot& lot, const std::vector<cField*>& fields, bool onWafer, const FocusComponents& c) {
+    if (!c.any()) return;
+    for (int k = 0; k < 2; ++k) {
+        if ((k == 0 && !c.v) || (k == 1 && !c.h)) continue;
+        std::vector<double> x, y;
+        std::vector<cPoint*> pts;
+        for (cField* f : fields)
+            for (cSite* s : f->sites()) {
+                if (s->cull()) continue;
+                const double X = onWafer ? s->LocationXabs / 1000.0 : (s->LocationX + lot.SiteXoffset) / 1000.0;
+                const double Y = onWafer ? s->LocationYabs / 1000.0 : (s->LocationY + lot.SiteYoffset) / 1000.0;
+                for (cPoint* pt : s->Points()) {
+                    if (pt->cull()) continue;
+                    x.insert(x.end(), {X, Y, X * X + Y * Y});
+                    y.push_back((k == 0 ? pt->ValueV : pt->ValueH) / 1000.0);
+                    pts.push_back(pt);
+                }
+            }
+        const FocusModel m = Fit(x, y, 3, 2);
+        if (!m.ok) continue;
+        for (size_t i = 0; i < pts.size(); ++i) {
+            double off = 0;
+            if (c.piston) off += m.piston;
+            if (c.tilt) off += m.tiltX * x[i * 3] + m.tiltY * x[i * 3 + 1];
+            if (c.curvature) off += m.curvature * x[i * 3 + 2];
+            float& v = k == 0 ? pts[i]->ValueV : pts[i]->ValueH;
+            v = static_cast<float>(v - 1000 * off);
+        }
+    }
+    for (cField* f : fields)
+        for (cSite* s : f->sites())
+            for (cPoint* pt : s->Points()) pt->ValueZ = (pt->ValueV + pt->ValueH) / 2;
+}
+
+Datam GetFocusData(cLot& lot, const FocusComponents& wafer, const FocusComponents& field, std::string* description) {
+    SetStatusText("Update selected focus values ....");
+    auto words = [](const FocusComponents& c) {
+        std::string s;
+        if (c.piston) s.append("Piston ");
+        if (c.tilt) s.append("Tilt ");
+        if (c.curvature) s.append("Curvature ");
+        return s;
+    };
+    if (description) {
+        *description = wafer.any() ? "Wafer: " + words(wafer) : std::string("Wafer: All but Piston. ");
+        description->append(field.any() ? "Field: " + words(field) : std::string("Field: All"));
+    }
+    long i = 0, n = 0;
+    for (cWafer* w : lot.Wafers()) n += w->cull() ? 0 : static_cast<long>(LiveFields(*w).size());
+    for (cWafer* w : lot.Wafers()) {
+        if (w->cull()) continue;
+        const std::vector<cField*> fields = LiveFields(*w);
+        RemoveComponents(lot, fields, true, wafer);
+        for (cField* f : fields) {
+            SetStatusText("Update selected elements: " + std::to_string(++i) + " of " + std::to_string(n));
+            RemoveComponents(lot, {f}, false, field);
+        }
+    }
+    return MakeFocusData(lot);
+}
+
 Result<FocusAberrationReport> ModelFocusAberrations(cLot& lot, const FocusAberrationControls& c, Workbook* saveTo) {
     Proc p("frmAnalysis(ModelFocusAberrations): ");
     SetStatusText("Data setup for model ...");
@@ -638,42 +710,11 @@ Result<FocusAberrationReport> ModelFocusAberrations(cLot& lot, const FocusAberra
     }
 
     p.chk = 2;
-    const bool remove = (c.piston || c.tilt || c.curvature) && (c.removeV || c.removeH);
+    const FocusComponents wafer{c.removeV, c.removeH, c.piston, c.tilt, c.curvature};
+    const bool remove = wafer.any();
     if (remove) {
-        // Per wafer: focus = p + a X + b Y + k R^2 over the wafer (mm); the
-        // chosen components come off the chosen features.
-        for (cWafer* w : lot.Wafers()) {
-            if (w->cull()) continue;
-            for (int k = 0; k < 2; ++k) {
-                if ((k == 0 && !c.removeV) || (k == 1 && !c.removeH)) continue;
-                std::vector<double> x, y;
-                std::vector<cPoint*> pts;
-                for (cField* f : w->Fields()) {
-                    if (f->cull()) continue;
-                    for (cSite* s : f->sites()) {
-                        if (s->cull()) continue;
-                        for (cPoint* pt : s->Points()) {
-                            if (pt->cull()) continue;
-                            const double X = s->LocationXabs / 1000.0, Y = s->LocationYabs / 1000.0;
-                            x.insert(x.end(), {X, Y, X * X + Y * Y});
-                            y.push_back((k == 0 ? pt->ValueV : pt->ValueH) / 1000.0);
-                            pts.push_back(pt);
-                        }
-                    }
-                }
-                const FocusModel m = Fit(x, y, 3, 2);
-                if (!m.ok) continue;
-                for (size_t i = 0; i < pts.size(); ++i) {
-                    double off = 0;
-                    if (c.piston) off += m.piston;
-                    if (c.tilt) off += m.tiltX * x[i * 3] + m.tiltY * x[i * 3 + 1];
-                    if (c.curvature) off += m.curvature * x[i * 3 + 2];
-                    float& v = k == 0 ? pts[i]->ValueV : pts[i]->ValueH;
-                    v = static_cast<float>(v - 1000 * off);
-                }
-            }
-            lot.forEachLive([](cWafer&, cField&, cSite&, cPoint& pt) { pt.ValueZ = (pt.ValueV + pt.ValueH) / 2; });
-        }
+        for (cWafer* w : lot.Wafers())
+            if (!w->cull()) RemoveComponents(lot, LiveFields(*w), true, wafer);
         if (saveTo) {
             const Datam data = MakeFocusData(lot);
             std::string t = "Modeled Field removed: ";

@@ -201,7 +201,7 @@ namespace {
 // Nine fields 26 x 33 mm apart whose focus is a wafer plane and bowl plus a
 // field bowl: taking the wafer's piston, tilt and curvature off leaves each
 // field its own bowl.
-TEST(FocusAberrations, WaferComponentsOffThenFieldModels) {
+std::shared_ptr<cLot> NineFields() {
     auto lot = cLot::create();
     lot->LotName = "Conv";
     bool isNew = false;
@@ -229,6 +229,11 @@ TEST(FocusAberrations, WaferComponentsOffThenFieldModels) {
                     f->AddPoint(s, std::move(p));
                 }
         }
+    return lot;
+}
+
+TEST(FocusAberrations, WaferComponentsOffThenFieldModels) {
+    auto lot = NineFields();
     FocusAberrationControls c;
     c.waferModel = false;
     c.removeV = c.removeH = true;
@@ -241,6 +246,21 @@ TEST(FocusAberrations, WaferComponentsOffThenFieldModels) {
     // Each field keeps its own bowl (40 nm/cm2) on the wafer's, which the
     // plane fit leaves in place: 1 nm/cm2 more.
     for (int i = 1; i <= 9; ++i) EXPECT_NEAR(r->meanModel(i, 9).toDouble(), 41, 0.5) << i;
+}
+
+// With the wafer's and then each field's plane and bowl taken off, nothing of
+// the law is left.
+TEST(FocusAberrations, FocusDataWithEveryComponentRemoved) {
+    auto lot = NineFields();
+    const FocusComponents all{true, true, true, true, true};
+    std::string d;
+    const Datam t = GetFocusData(*lot, all, all, &d);
+    EXPECT_EQ(d, "Wafer: Piston Tilt Curvature Field: Piston Tilt Curvature ");
+    ASSERT_EQ(t.rowUb(), 9 * 25);
+    for (int r = 1; r <= t.rowUb(); ++r) EXPECT_NEAR(t(r, 6).toDouble(), 0, 2e-3) << r;  // ValueV, stored nm
+    std::string none;
+    GetFocusData(*lot, {}, {}, &none);
+    EXPECT_EQ(none, "Wafer: All but Piston. Field: All");
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 namespace zorv {
 
+class cField;
 class cGraphic;
 class cLot;
 class cTemplate;
@@ -151,6 +152,22 @@ Datam GetBFdata(const cLot& lot);
 }  // namespace zorv
 
 namespace zorv {
+
+// Which components of a plane-and-bowl fit (focus = p + a x + b y + k r^2)
+// come off which features.
+struct FocusComponents {
+    bool v = false, h = false;
+    bool piston = false, tilt = false, curvature = false;
+    bool any() const { return (v || h) && (piston || tilt || curvature); }
+};
+// Fits the live points of `fields` together (on wafer positions, or on field
+// positions) and takes the chosen components off; Z becomes the mean again.
+void RemoveComponents(cLot& lot, const std::vector<cField*>& fields, bool onWafer, const FocusComponents& c);
+// frmAnalysis(getFocusData): the focus table (MakeFocusData) after the chosen
+// wafer components (each wafer's fit) and field components (each field's)
+// are removed from the lot's points; the choice as text in *description.
+Datam GetFocusData(cLot& lot, const FocusComponents& wafer, const FocusComponents& field,
+                   std::string* description = nullptr);
 
 // frmAnalysis(ModelFocusAberrations) on a converted lot: the wafer's tilt and
 // bow report ("WaferAberrations"), the wafer components chosen removed from
