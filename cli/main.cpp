@@ -48,6 +48,7 @@ constexpr Verb kVerbs[] = {
     {"bestfocus", "field tilt and curvature of best focus: per exposure of a calibration, or per field", kBestFocusHelp,
      RunBestFocus},
     {"astig", "astigmatism (H - V) of a lot: statistics and the range and sigma culls", kAstigHelp, RunAstig},
+    {"meef", "mask error factors (MEEF, BEEF) of a wafer lot against its reticle measurement", kMeefHelp, RunMeef},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -39,6 +39,7 @@ int RunCalibrate(const Args& args);
 int RunConvert(const Args& args);
 int RunAstig(const Args& args);
 int RunBestFocus(const Args& args);
+int RunMeef(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -54,6 +55,7 @@ extern const char kCalibrateHelp[];
 extern const char kConvertHelp[];
 extern const char kAstigHelp[];
 extern const char kBestFocusHelp[];
+extern const char kMeefHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box
