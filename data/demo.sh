@@ -156,3 +156,15 @@ if [ -f "$psfm" ]; then
   echo "== zorv-cli bestfocus psfm.xlsx --order 3"
   "$cli" bestfocus "$psfm" --order 3 | sed -n '1,12p'
 fi
+
+# Mask error factors of the simulated reticle pair: the wafer lot (KLA report,
+# um) against its 4x mask measurement (nm), written back as sheets and as a
+# lot of its own.
+ret="$out/sim-reticle/reticle.xlsx"
+if [ -f "$ret" ]; then
+  "$cli" import "$out/sim-reticle/reticle_mask.csv" > /dev/null 2>&1
+  echo
+  echo "== zorv-cli meef reticle.xlsx reticle_mask.xlsx --mag 4 --save --as-lot"
+  "$cli" meef "$ret" "$out/sim-reticle/reticle_mask.xlsx" --feature MEAS_1 --reticle-feature Mask_CD --mag 4 \
+    --save --as-lot "$out/sim-reticle/meef_lot.xlsx" | tail -4
+fi
