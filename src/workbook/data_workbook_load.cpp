@@ -167,6 +167,8 @@ void ApplyLayoutValues(cLot& lot, const Datam& values) {
     }
 }
 
+}  // namespace
+
 // Import(FPdata2Lot): the field table of the Layout sheet ("Wafer", "Field",
 // "Diex", "Diey", "Focus", "Dose", "NA", "PCinner", "PCouter",
 // "ScanDirection") gives each field of the lot its exposure. Rows find their
@@ -208,6 +210,8 @@ void FPdata2Lot(cLot& lot, const Datam& fp) {
         if (c0 + 9 <= fp.colUb() && fp(r, c0 + 9).textLength() > 0) f->SetDirection(CellText(fp(r, c0 + 9)));
     }
 }
+
+namespace {
 
 // ---------------------------------------------------------------- the steps
 

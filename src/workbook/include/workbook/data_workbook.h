@@ -110,6 +110,9 @@ Datam GetDataUnits(const Datam& table);
 // GetLayoutData: the two tables of the "Layout" sheet (field table with 10
 // columns from 1, and the per-wafer variable rows). False without the sheet.
 bool GetLayoutData(Workbook* workbook, Datam& layoutSetup, Datam& layoutValues);
+// Import(FPdata2Lot): the exposure of each field (focus, dose, NA, PCinner,
+// PCouter, scan direction) from the field table of GetLayoutData.
+void FPdata2Lot(cLot& lot, const Datam& fp);
 
 // cLot::UpdateUnits2Workbook through the lot's hook: the lot's units into the
 // "_UNITS" columns of its workbook's Sites sheet, then saved.
