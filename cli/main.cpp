@@ -44,6 +44,8 @@ constexpr Verb kVerbs[] = {
     {"pw", "process window of a focus-exposure lot: dose, focus, dose at best focus, window, isofocal", kPwHelp, RunPw},
     {"calibrate", "PSFM focus calibration of a focus matrix: per-site fits, inverses, a template", kCalibrateHelp,
      RunCalibrate},
+    {"templates", "the calibration template library: list, show, rename, delete, export, import", kTemplatesHelp,
+     RunTemplates},
     {"layout", "exposure layout of a wafer: a variable stepped along a meander from a start field", kLayoutHelp,
      RunLayout},
     {"convert", "convert a lot's image shifts into focus by a calibration template", kConvertHelp, RunConvert},

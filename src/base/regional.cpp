@@ -329,7 +329,8 @@ bool ParseDateText(std::string_view text, double& serial) {
     if (parseDatePart(rest, k, date)) {
         double frac = 0;
         if (!parseTime(rest, k, frac)) return false;
-        serial = date + frac;
+        // Before 1899-12-30 the time counts away from zero (-1.25 is 29 Dec, 06:00).
+        serial = date < 0 ? date - frac : date + frac;
         return true;
     }
     if (skip) return false;

@@ -2,11 +2,13 @@
 // Its folder, the "Templates" settings section and the built-in sample.
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <limits>
 #include <system_error>
 
 #include "app/settings.h"
@@ -71,6 +73,7 @@ std::u32string FromUtf8(std::string_view s) {
             if ((cb & 0xC0) != 0x80) ok = false;
             c = (c << 6) | (cb & 0x3F);
         }
+        if (c > 0x10FFFF) ok = false;  // no UTF-16 for it
         if (!ok) {
             out += b;
             ++i;
@@ -82,77 +85,146 @@ std::u32string FromUtf8(std::string_view s) {
     return out;
 }
 
-std::vector<std::string> SplitLines(const std::u32string& text) {
-    std::vector<std::string> lines;
-    std::string cur;
-    bool pending = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char32_t c = text[i];
-        if (c == U'\r' || c == U'\n') {
-            lines.push_back(cur);
-            cur.clear();
-            pending = false;
-            if (c == U'\r' && i + 1 < text.size() && text[i + 1] == U'\n') ++i;
-        } else {
-            AppendUtf8(cur, c);
-            pending = true;
+// One line as UTF-16 LE with its CR LF.
+void AppendUtf16Line(std::string& out, std::string_view line) {
+    bool ascii = true;
+    for (char c : line) ascii &= static_cast<unsigned char>(c) < 0x80;
+    if (ascii) {
+        // The common case, a number or a name: one unit a byte.
+        const size_t at = out.size();
+        out.resize(at + 2 * line.size());
+        char* p = out.data() + at;
+        for (char c : line) {
+            *p++ = c;
+            *p++ = '\0';
         }
+    } else {
+        for (char32_t c : FromUtf8(line)) AppendUtf16(out, c);
     }
-    if (pending) lines.push_back(cur);
-    return lines;
+    out.append("\r\0\n\0", 4);
 }
 
 }  // namespace
 
 std::string EncodeTemplateFile(const std::vector<std::string>& lines) {
-    std::string out = "\xFF\xFE";
-    for (const std::string& line : lines) {
-        for (char32_t c : FromUtf8(line)) AppendUtf16(out, c);
-        AppendUtf16(out, U'\r');
-        AppendUtf16(out, U'\n');
-    }
+    size_t size = 2;
+    for (const std::string& line : lines) size += 2 * line.size() + 4;  // UTF-16 needs no more
+    std::string out;
+    out.reserve(size);
+    out = "\xFF\xFE";
+    for (const std::string& line : lines) AppendUtf16Line(out, line);
     return out;
 }
 
-std::vector<std::string> DecodeTemplateFile(const std::string& bytes) {
-    auto byte = [&bytes](size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    bool le = true, wide = false;
-    size_t start = 0;
-    if (bytes.size() >= 2 && byte(0) == 0xFF && byte(1) == 0xFE) {
-        wide = true;
-        start = 2;
-    } else if (bytes.size() >= 2 && byte(0) == 0xFE && byte(1) == 0xFF) {
-        wide = true;
-        le = false;
-        start = 2;
-    } else if (bytes.size() >= 2 && byte(1) == 0 && byte(0) != 0) {
-        wide = true;  // UTF-16 LE without a mark
-    }
-    std::u32string text;
-    if (!wide) {
-        size_t s = bytes.size() >= 3 && byte(0) == 0xEF && byte(1) == 0xBB && byte(2) == 0xBF ? 3 : 0;
-        text = FromUtf8(std::string_view(bytes).substr(s));
-    } else {
-        for (size_t i = start; i + 1 < bytes.size(); i += 2) {
-            char32_t u = le ? (byte(i) | (byte(i + 1) << 8)) : ((byte(i) << 8) | byte(i + 1));
-            if (u >= 0xD800 && u < 0xDC00 && i + 3 < bytes.size()) {
-                const char32_t lo = le ? (byte(i + 2) | (byte(i + 3) << 8)) : ((byte(i + 2) << 8) | byte(i + 3));
-                if (lo >= 0xDC00 && lo < 0xE000) {
-                    u = 0x10000 + ((u - 0xD800) << 10) + (lo - 0xDC00);
-                    i += 2;
-                }
-            }
-            text += u;
+namespace {
+
+// The lines of a library file's bytes, one at a time: UTF-16 of either byte
+// order (with a mark, or LE without one) or 8-bit text read as UTF-8 (a byte
+// that is not UTF-8 stands for itself). A line ends at CR LF, LF or CR; text
+// after the last end is a line when it is not empty.
+class LineDecoder {
+public:
+    explicit LineDecoder(const std::string& bytes) : b_(bytes) {
+        if (size() >= 2 && at(0) == 0xFF && at(1) == 0xFE) {
+            wide_ = true;
+            pos_ = 2;
+        } else if (size() >= 2 && at(0) == 0xFE && at(1) == 0xFF) {
+            wide_ = true;
+            le_ = false;
+            pos_ = 2;
+        } else if (size() >= 2 && at(1) == 0 && at(0) != 0) {
+            wide_ = true;  // UTF-16 LE without a mark
+        } else if (size() >= 3 && at(0) == 0xEF && at(1) == 0xBB && at(2) == 0xBF) {
+            pos_ = 3;
         }
     }
-    return SplitLines(text);
+
+    bool next(std::string& out) {
+        out.clear();
+        prev_ = pos_;
+        while (pos_ < end()) {
+            const char32_t c = wide_ ? unit() : byte();
+            if (c == U'\r' || c == U'\n') {
+                if (c == U'\r' && pos_ < end()) {
+                    const size_t keep = pos_;
+                    if ((wide_ ? unit() : byte()) != U'\n') pos_ = keep;
+                }
+                return true;
+            }
+            if (c < 0x80) out += static_cast<char>(c);
+            else AppendUtf8(out, c);
+        }
+        return !out.empty();
+    }
+    // Steps back over the line just read.
+    void back() { pos_ = prev_; }
+
+private:
+    size_t size() const { return b_.size(); }
+    unsigned at(size_t i) const { return static_cast<unsigned char>(b_[i]); }
+    // A trailing odd byte of UTF-16 is no character.
+    size_t end() const { return wide_ ? size() - (size() - pos_) % 2 : size(); }
+    char32_t unit16(size_t i) const { return le_ ? (at(i) | (at(i + 1) << 8)) : ((at(i) << 8) | at(i + 1)); }
+    char32_t unit() {
+        char32_t u = unit16(pos_);
+        pos_ += 2;
+        if (u >= 0xD800 && u < 0xDC00 && pos_ + 1 < size()) {
+            const char32_t lo = unit16(pos_);
+            if (lo >= 0xDC00 && lo < 0xE000) {
+                u = 0x10000 + ((u - 0xD800) << 10) + (lo - 0xDC00);
+                pos_ += 2;
+            }
+        }
+        return u;
+    }
+    char32_t byte() {
+        const unsigned b = at(pos_);
+        if (b < 0x80) {
+            ++pos_;
+            return b;
+        }
+        const int len = (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
+        bool ok = len > 0 && pos_ + len <= size();
+        char32_t c = len == 2 ? (b & 0x1F) : len == 3 ? (b & 0x0F) : (b & 0x07);
+        for (int k = 1; ok && k < len; ++k) {
+            const unsigned cb = at(pos_ + k);
+            if ((cb & 0xC0) != 0x80) ok = false;
+            c = (c << 6) | (cb & 0x3F);
+        }
+        if (ok && c > 0x10FFFF) ok = false;  // no UTF-16 for it
+        if (!ok) {
+            ++pos_;
+            return b;
+        }
+        pos_ += len;
+        return c;
+    }
+
+    const std::string& b_;
+    bool wide_ = false, le_ = true;
+    size_t pos_ = 0, prev_ = 0;
+};
+
+}  // namespace
+
+std::vector<std::string> DecodeTemplateFile(const std::string& bytes) {
+    LineDecoder in(bytes);
+    std::vector<std::string> lines;
+    for (std::string line; in.next(line);) lines.push_back(line);
+    return lines;
 }
 
 // ---- numbers and dates ----
 
 std::string TemplateNumberText(float v) {
     if (!std::isfinite(v)) return CStrNumber(static_cast<double>(v), 7);
-    for (int digits = 1; digits <= 9; ++digits) {
+    // The shortest text that reads back as this single has this many digits;
+    // the search starts there.
+    char buf[32];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::scientific);
+    int shortest = 0;
+    for (const char* c = buf; c < r.ptr && *c != 'e'; ++c) shortest += *c >= '0' && *c <= '9';
+    for (int digits = std::max(1, shortest); digits <= 9; ++digits) {
         const std::string t = CStrNumber(static_cast<double>(v), digits);
         double back = 0;
         if (ParseMachineNumber(t, back) && static_cast<float>(back) == v) return t;
@@ -160,27 +232,70 @@ std::string TemplateNumberText(float v) {
     return CStrNumber(static_cast<double>(v), 9);
 }
 
-std::string TemplateDateText(double serial) { return FormatDate(serial, "General Date"); }
+std::string TemplateDateText(double serial) {
+    std::string t = FormatDate(serial, "General Date");
+    // The reader must take what the writer writes: a date the short form does
+    // not carry back (a year before 1000 has three digits) goes as its serial.
+    double back = 0;
+    if (!ParseDateText(t, back) || std::abs(back - serial) > 1.0 / 86400) t = CStrNumber(serial, 15);
+    return t;
+}
 
 // ---- the record lines ----
 
 namespace {
 
-void PutSite(std::vector<std::string>& L, const cSiteCal& s) {
+// Where the lines of the library go: a list, or straight into the file.
+class LineSink {
+public:
+    virtual ~LineSink() = default;
+    virtual void line(std::string_view text) = 0;
+};
+
+class ListSink : public LineSink {
+public:
+    void line(std::string_view text) override { lines.emplace_back(text); }
+    std::vector<std::string> lines;
+};
+
+// UTF-16 into the stream a megabyte at a time, so that a large library needs
+// neither its lines nor its bytes whole in memory.
+class FileSink : public LineSink {
+public:
+    explicit FileSink(std::ofstream& out) : out_(out) {
+        buf_.reserve(kChunk + 4096);
+        buf_ = "\xFF\xFE";
+    }
+    void line(std::string_view text) override {
+        AppendUtf16Line(buf_, text);
+        if (buf_.size() >= kChunk) flush();
+    }
+    void flush() {
+        if (out_) out_.write(buf_.data(), static_cast<std::streamsize>(buf_.size()));
+        buf_.clear();
+    }
+
+private:
+    static constexpr size_t kChunk = 1 << 20;
+    std::ofstream& out_;
+    std::string buf_;
+};
+
+void PutSite(LineSink& L, const cSiteCal& s) {
     const float v[] = {s.Dose, s.NA, s.PCinner, s.PCouter, s.LocationX, s.LocationY};
-    for (float x : v) L.push_back(TemplateNumberText(x));
-    L.push_back(s.NumberKey);
+    for (float x : v) L.line(TemplateNumberText(x));
+    L.line(s.NumberKey);
     const float w[] = {s.OffsetX, s.OffsetXse, s.OffsetY, s.OffsetYse, s.SlopeX, s.SlopeXse, s.SlopeY, s.SlopeYse,
                        s.X2nd,    s.X2ndSE,    s.Y2nd,    s.Y2ndSE,    s.X3rd,   s.X3rdSE,   s.Y3rd,   s.Y3rdSE,
                        s.X4th,    s.X4thSE,    s.Y4th,    s.Y4thSE};
-    for (float x : w) L.push_back(TemplateNumberText(x));
+    for (float x : w) L.line(TemplateNumberText(x));
 }
 
-void PutLine(std::vector<std::string>& L, const cCalLine& c) {
-    L.push_back(c.KeyName);
+void PutLine(LineSink& L, const cCalLine& c) {
+    L.line(c.KeyName);
     const float v[] = {c.Location, c.Piston, c.PistonSE, c.Tilt, c.TiltSE, c.Curvature, c.CurvatureSE,
                        c.IFDresidulaseSE};
-    for (float x : v) L.push_back(TemplateNumberText(x));
+    for (float x : v) L.line(TemplateNumberText(x));
 }
 
 // Lines of a comment: split at CR LF (a lone CR or LF counts too); an empty
@@ -199,24 +314,31 @@ std::vector<std::string> CommentLines(const std::string& comment) {
     return out;
 }
 
+// From here on a number rounds beyond the largest single: an overflow, as
+// CSng has it, rather than a value.
+constexpr double kSingleOverflow = 3.4028235677973366e38;
+
 // Reads the lines in order; a line that is missing or does not parse ends
 // the read with the failure of that line.
 class LineReader {
 public:
-    LineReader(const std::vector<std::string>& lines, Proc& p, std::string file)
-        : lines_(lines), p_(p), file_(std::move(file)) {}
+    LineReader(const std::string& bytes, Proc& p, std::string file)
+        : lines_(bytes), p_(p), file_(std::move(file)), pointDecimal_(MachineDecimal() == '.') {}
 
     bool next(std::string& out) {
-        if (pos_ >= lines_.size()) {
+        if (!lines_.next(out)) {
             fail("Input past end of file");
             return false;
         }
-        out = lines_[pos_++];
+        ++pos_;
         return true;
     }
-    void back() { --pos_; }
+    void back() {
+        lines_.back();
+        --pos_;
+    }
     bool number(const std::string& text, double& out) {
-        if (ParseMachineNumber(Trim(text), out) || ParseNumber(Trim(text), out)) return true;
+        if (plain(text, out) || ParseMachineNumber(Trim(text), out) || ParseNumber(Trim(text), out)) return true;
         fail("Type mismatch");
         return false;
     }
@@ -224,7 +346,12 @@ public:
         std::string t;
         double d = 0;
         if (!next(t) || !number(t, d)) return false;
-        out = static_cast<float>(d);
+        if (std::abs(d) >= kSingleOverflow) {
+            fail("Overflow");
+            return false;
+        }
+        out = static_cast<float>(std::clamp(d, -double(std::numeric_limits<float>::max()),
+                                            double(std::numeric_limits<float>::max())));
         return true;
     }
     // A "Label: n" line: the number after the colon.
@@ -237,7 +364,7 @@ public:
     bool count(long& out) {
         double d = 0;
         if (!labelled(d)) return false;
-        if (d < 0 || d > 1e8) {
+        if (!(d >= 0 && d <= 1e8)) {
             fail("Overflow");
             return false;
         }
@@ -259,19 +386,40 @@ public:
         p_.msg = text;
         failure_ = true;
     }
+    // The failure, its text ending with the file and the line reached.
     Failure failure() {
         Failure f = p_.failure();
         f.file = file_;
         f.row = static_cast<long>(pos_);
+        f.text += "\r\nFile: ";
+        f.text += file_;
+        if (pos_ > 0) {
+            f.text += ", line ";
+            f.text += std::to_string(pos_);
+        }
         return f;
     }
 
 private:
-    const std::vector<std::string>& lines_;
+    // What the writer writes, "-6.91" or "2.809E-02", read without the
+    // copies of the general parse; anything else takes that parse.
+    bool plain(const std::string& t, double& out) const {
+        if (!pointDecimal_ || t.empty()) return false;
+        const size_t d = t[0] == '-' ? 1 : 0;
+        if (d >= t.size() || !((t[d] >= '0' && t[d] <= '9') || t[d] == '.')) return false;
+        double v = 0;
+        const auto r = std::from_chars(t.data(), t.data() + t.size(), v);
+        if (r.ec != std::errc() || r.ptr != t.data() + t.size() || !std::isfinite(v)) return false;
+        out = v;
+        return true;
+    }
+
+    LineDecoder lines_;
     Proc& p_;
     std::string file_;
     size_t pos_ = 0;
     bool failure_ = false;
+    bool pointDecimal_;
 };
 
 bool ReadLine(LineReader& in, cCalLine& c) {
@@ -310,9 +458,13 @@ std::shared_ptr<cTemplate> ReadTemplate(LineReader& in, int version) {
         t->Comment += "\r\n" + line;
     }
     if (!in.next(t->DataSetName) || !in.date(t->DateCreated) || !in.date(t->DateModified) ||
-        !in.next(t->ReticleName) || !in.next(line) || !in.number(line, type) || !in.count(nSites) ||
-        !in.count(nSets))
+        !in.next(t->ReticleName) || !in.next(line) || !in.number(line, type))
         return nullptr;
+    if (std::abs(type) > 2147483647.0) {
+        in.fail("Overflow");
+        return nullptr;
+    }
+    if (!in.count(nSites) || !in.count(nSets)) return nullptr;
     t->TemplateType = std::lround(type);
     for (long i = 0; i < nSites; ++i) {
         auto s = std::make_unique<cSiteCal>();
@@ -351,34 +503,42 @@ bool Writable(const fs::path& dir) {
 
 }  // namespace
 
-std::vector<std::string> cTemplateLibrary::FileLines() const {
-    std::vector<std::string> L;
-    L.push_back("Version: 3");
-    L.push_back("TemplatesTotal: " + std::to_string(templates_.size()));
-    for (const auto& t : templates_) {
-        L.push_back(t->NameTemplate);
+namespace {
+
+void WriteLibrary(const std::vector<std::shared_ptr<cTemplate>>& templates, LineSink& L) {
+    L.line("Version: 3");
+    L.line("TemplatesTotal: " + std::to_string(templates.size()));
+    for (const auto& t : templates) {
+        L.line(t->NameTemplate);
         const std::vector<std::string> comment = CommentLines(t->Comment);
-        L.push_back("CommentLines: " + std::to_string(comment.size()));
-        L.insert(L.end(), comment.begin(), comment.end());
-        L.push_back(t->DataSetName);
-        L.push_back(TemplateDateText(t->DateCreated));
-        L.push_back(TemplateDateText(t->DateModified));
-        L.push_back(t->ReticleName);
-        L.push_back(std::to_string(t->TemplateType));
-        L.push_back("SitesTotal: " + std::to_string(t->sites.Count()));
-        L.push_back("BestFocusSets: " + std::to_string(t->BestFocusSets.Count()));
+        L.line("CommentLines: " + std::to_string(comment.size()));
+        for (const std::string& c : comment) L.line(c);
+        L.line(t->DataSetName);
+        L.line(TemplateDateText(t->DateCreated));
+        L.line(TemplateDateText(t->DateModified));
+        L.line(t->ReticleName);
+        L.line(std::to_string(t->TemplateType));
+        L.line("SitesTotal: " + std::to_string(t->sites.Count()));
+        L.line("BestFocusSets: " + std::to_string(t->BestFocusSets.Count()));
         for (const cSiteCal* s : t->sites) PutSite(L, *s);
         for (const cBestFocus* b : t->BestFocusSets) {
-            L.push_back(b->KeyName);
+            L.line(b->KeyName);
             const float v[] = {b->Dose, b->NA, b->PCinner, b->PCouter};
-            for (float x : v) L.push_back(TemplateNumberText(x));
-            L.push_back("Rows: " + std::to_string(b->CalRows.Count()));
-            L.push_back("Columns: " + std::to_string(b->CalColumns.Count()));
+            for (float x : v) L.line(TemplateNumberText(x));
+            L.line("Rows: " + std::to_string(b->CalRows.Count()));
+            L.line("Columns: " + std::to_string(b->CalColumns.Count()));
             for (const cCalRow* r : b->CalRows) PutLine(L, *r);
             for (const cCalColumn* c : b->CalColumns) PutLine(L, *c);
         }
     }
-    return L;
+}
+
+}  // namespace
+
+std::vector<std::string> cTemplateLibrary::FileLines() const {
+    ListSink L;
+    WriteLibrary(templates_, L);
+    return std::move(L.lines);
 }
 
 std::string cTemplateLibrary::Folder() const { return TemplateFolder(folder_); }
@@ -416,10 +576,13 @@ Status cTemplateLibrary::FileSave() {
         if (ec) return p.fail("Permission denied: " + file.string() + " (" + ec.message() + ")");
     }
     p.chk = 3;
-    const std::string bytes = EncodeTemplateFile(FileLines());
     {
         std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        if (out) out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        if (out) {
+            FileSink sink(out);
+            WriteLibrary(templates_, sink);
+            sink.flush();
+        }
         if (!out) {
             Failure f = p.fail("Path/File access error: " + file.string());
             f.file = file.string();
@@ -445,13 +608,22 @@ Status cTemplateLibrary::FileGet() {
             f.file = file.string();
             return f;
         }
-        std::ostringstream ss;
-        ss << in.rdbuf();
-        bytes = ss.str();
+        in.seekg(0, std::ios::end);
+        bytes.resize(static_cast<size_t>(std::max<std::streamoff>(0, in.tellg())));
+        in.seekg(0);
+        in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        bytes.resize(static_cast<size_t>(std::max<std::streamsize>(0, in.gcount())));
     }
-    const std::vector<std::string> lines = DecodeTemplateFile(bytes);
-    LineReader in(lines, p, file.string());
+    const Status st = ReadLibraryBytes(bytes, file.string());
+    // A file whose head did not read left the library untouched.
+    if (st.ok() || st.failure().chk >= 3) refreshSettings();
+    return st;
+}
+
+Status cTemplateLibrary::ReadLibraryBytes(const std::string& bytes, const std::string& source) {
+    Proc p("cTemplateLibrary(FileGet): ");
     p.chk = 2;
+    LineReader in(bytes, p, source);
     std::string first;
     double version = 1;
     long total = 0;
@@ -459,6 +631,10 @@ Status cTemplateLibrary::FileGet() {
     if (IContains(first, "VERSION")) {
         const size_t c = first.find(':');
         if (!in.number(c == std::string::npos ? first : first.substr(c + 1), version)) return in.failure();
+        if (std::abs(version) >= kSingleOverflow) {
+            in.fail("Overflow");
+            return in.failure();
+        }
     } else {
         in.back();  // a version 1 file starts with the total
     }
@@ -469,16 +645,11 @@ Status cTemplateLibrary::FileGet() {
     p.chk = 3;
     for (long i = 0; i < total; ++i) {
         std::shared_ptr<cTemplate> t = ReadTemplate(in, v);
-        if (!t) {
-            refreshSettings();
-            return in.failure();
-        }
+        if (!t) return in.failure();
         t->Version = static_cast<float>(version);
         const std::string name = t->NameTemplate;
         AddTemplate(std::move(t), name);
     }
-    p.chk = 4;
-    refreshSettings();
     return StatusOk();
 }
 

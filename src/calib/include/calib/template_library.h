@@ -229,6 +229,11 @@ public:
     // Reads ZORVpsfm.tpl; a missing folder or file leaves the library as it is.
     // A malformed file keeps the templates read before the failure.
     [[nodiscard]] Status FileGet();
+    // The reading part of FileGet on the bytes of a library file: replaces the
+    // templates held (once the version and total lines have read) and leaves
+    // the settings alone. `source` names the file in a failure, whose text
+    // ends with the file and line.
+    [[nodiscard]] Status ReadLibraryBytes(const std::string& bytes, const std::string& source);
 
     // The library file as text lines (without line ends), version 3.
     std::vector<std::string> FileLines() const;
