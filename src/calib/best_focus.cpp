@@ -120,6 +120,12 @@ class SheetRows {
 public:
     void line(std::vector<Value> cells) { rows_.push_back(std::move(cells)); }
     void blank() { rows_.emplace_back(); }
+    // A block: its title line, the table, a blank line.
+    void titled(const std::string& title, const Datam& t) {
+        line({Value(title)});
+        table(t);
+        blank();
+    }
     // A table with its header row and its labels of column 0.
     void table(const Datam& t) {
         if (!t.isArray()) return;
@@ -394,11 +400,8 @@ Result<FieldAberrations> CalculateFieldTiltCurvature(const cLot& lot, long field
     }
     Trim(out.rows, nr), Trim(out.columns, nc);
     SheetRows sheet;
-    sheet.line({Value("Row (Vertical Feature) Field Aberrations")});
-    sheet.table(out.rows);
-    sheet.blank();
-    sheet.line({Value("Column (Horizontal Feature) Field Aberrations")});
-    sheet.table(out.columns);
+    sheet.titled("Row (Vertical Feature) Field Aberrations", out.rows);
+    sheet.titled("Column (Horizontal Feature) Field Aberrations", out.columns);
     out.sheet = sheet.done();
     if (Status s = SaveSheet(saveTo, out.sheet, "FieldAberrations",
                              "Field Row/Column Calibration Xfocus,Yfocus & Mean (Z)Focus (SE=Standard Error)",
@@ -442,11 +445,7 @@ Result<WholeFieldAberrations> CalculateWholeFieldTiltCurvature(const cLot& lot, 
     SheetRows sheet;
     const char* titles[] = {"X focus (Vertical Feature) Field Aberrations", "Y focus (Horizontal Feature) Field Aberrations",
                             "Z focus Field Aberrations"};
-    for (int k = 0; k < 3; ++k) {
-        sheet.line({Value(titles[k])});
-        sheet.table(*tabs[k]);
-        sheet.blank();
-    }
+    for (int k = 0; k < 3; ++k) sheet.titled(titles[k], *tabs[k]);
     out.sheet = sheet.done();
     if (Status s = SaveSheet(saveTo, out.sheet, "WholeFieldAberrations",
                              "Field Model Xfocus,Yfocus & Mean (Z)Focus (SE=Standard Error) ",
@@ -761,11 +760,7 @@ Result<FocusAberrationReport> ModelFocusAberrations(cLot& lot, const FocusAberra
     }
     SheetRows sheet;
     const char* titles[] = {"XModel(Slit):", "YModel(Scan):", "MeanModel:"};
-    for (int k = 0; k < 3; ++k) {
-        sheet.line({Value(titles[k])});
-        sheet.table(*tabs[k]);
-        sheet.blank();
-    }
+    for (int k = 0; k < 3; ++k) sheet.titled(titles[k], *tabs[k]);
     if (Status st = SaveSheet(saveTo, sheet.done(), "Field_RC_Aberrrations", "Modeled Values: " + d, "Modeled Values: "); !st)
         return st.failure();
     return out;

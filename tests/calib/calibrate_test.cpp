@@ -23,7 +23,7 @@ struct Truth {
     double at(double f) const { return off + slope * f + c2 * f * f + c3 * f * f * f; }
 };
 
-struct LotSpec {
+struct LotPlan {
     std::vector<double> focus = {-0.3, -0.24, -0.18, -0.12, -0.06, 0, 0.06, 0.12, 0.18, 0.24, 0.3};
     std::vector<double> doses = {20};
     int sites = 4;
@@ -33,7 +33,7 @@ struct LotSpec {
     };
 };
 
-std::shared_ptr<cLot> MakeLot(const LotSpec& spec) {
+std::shared_ptr<cLot> MakeLot(const LotPlan& plan) {
     auto lot = cLot::create();
     lot->LotName = "PSFM";
     std::mt19937 rng(7);
@@ -41,13 +41,13 @@ std::shared_ptr<cLot> MakeLot(const LotSpec& spec) {
     bool isNew = false;
     cWafer* w = lot->AddWafer("W1", isNew);
     int col = 0;
-    for (double dose : spec.doses)
-        for (double f : spec.focus) {
+    for (double dose : plan.doses)
+        for (double f : plan.focus) {
             cField* field = w->AddField(static_cast<float>(col++), 0, isNew);
             field->Focus = static_cast<float>(f);
             field->Dose = static_cast<float>(dose);
             field->NA = 0.75f;
-            for (int s = 1; s <= spec.sites; ++s) {
+            for (int s = 1; s <= plan.sites; ++s) {
                 Ref<cSite> site = cSite::New();
                 site->setNumberKey(s);
                 site->LocationX = static_cast<float>(1000 * s);
@@ -55,8 +55,8 @@ std::shared_ptr<cLot> MakeLot(const LotSpec& spec) {
                 site->setParent(field);
                 field->sites().Add(site, std::to_string(s));
                 auto p = std::make_unique<cPoint>();
-                p->ValueV = static_cast<float>(spec.truth(s, true).at(f) + spec.noise * g(rng));
-                p->ValueH = static_cast<float>(spec.truth(s, false).at(f) + spec.noise * g(rng));
+                p->ValueV = static_cast<float>(plan.truth(s, true).at(f) + plan.noise * g(rng));
+                p->ValueH = static_cast<float>(plan.truth(s, false).at(f) + plan.noise * g(rng));
                 field->AddPoint(site, std::move(p));
             }
         }
@@ -150,10 +150,10 @@ TEST(CalibrateReticle, FirstOrderRecoversOffsetsAndSlopesAndInvertsThemExactly) 
 }
 
 TEST(CalibrateReticle, NoisySlopesLieWithinThreeStandardErrors) {
-    LotSpec spec;
-    spec.noise = 0.8;
-    spec.sites = 9;
-    auto lot = MakeLot(spec);
+    LotPlan plan;
+    plan.noise = 0.8;
+    plan.sites = 9;
+    auto lot = MakeLot(plan);
     cTemplate t;
     CalibrateOut out;
     CalibrateArgs a;
@@ -173,11 +173,11 @@ TEST(CalibrateReticle, NoisySlopesLieWithinThreeStandardErrors) {
 }
 
 TEST(CalibrateReticle, CubicResponseIsInvertedWithinTheFocusRange) {
-    LotSpec spec;
-    spec.truth = [](int site, bool x) {
+    LotPlan plan;
+    plan.truth = [](int site, bool x) {
         return x ? Truth{2.0 + site, 150, 10, -20} : Truth{-1.5, 140.0 + site, -6, 15};
     };
-    auto lot = MakeLot(spec);
+    auto lot = MakeLot(plan);
     cTemplate t;
     CalibrateOut out;
     ASSERT_TRUE(Calibrate(*lot, t, out, 3));
@@ -187,7 +187,7 @@ TEST(CalibrateReticle, CubicResponseIsInvertedWithinTheFocusRange) {
     for (int s = 1; s <= 4; ++s) {
         const cSiteCal* c = t.GetSite(std::to_string(s));
         for (bool x : {true, false}) {
-            const Truth tr = spec.truth(s, x);
+            const Truth tr = plan.truth(s, x);
             const double o = x ? c->OffsetX : c->OffsetY, k1 = x ? c->SlopeX : c->SlopeY;
             const double k2 = x ? c->X2nd : c->Y2nd, k3 = x ? c->X3rd : c->Y3rd;
             for (double f = -0.3; f <= 0.3; f += 0.05) {
@@ -201,9 +201,9 @@ TEST(CalibrateReticle, CubicResponseIsInvertedWithinTheFocusRange) {
 
 TEST(CalibrateReticle, EdgeCasesOfTheData) {
     {  // one focus value everywhere
-        LotSpec spec;
-        spec.focus = {0.1, 0.1, 0.1};
-        auto lot = MakeLot(spec);
+        LotPlan plan;
+        plan.focus = {0.1, 0.1, 0.1};
+        auto lot = MakeLot(plan);
         cTemplate t;
         CalibrateOut out;
         auto s = Calibrate(*lot, t, out, 1);
@@ -211,9 +211,9 @@ TEST(CalibrateReticle, EdgeCasesOfTheData) {
         EXPECT_EQ(s.failure().text, "Bad Data: Only one Focus value = 0.1");
     }
     {  // a fully culled site is left out; order above points - 2 falls back
-        LotSpec spec;
-        spec.focus = {-0.2, -0.1, 0, 0.1, 0.2};
-        auto lot = MakeLot(spec);
+        LotPlan plan;
+        plan.focus = {-0.2, -0.1, 0, 0.1, 0.2};
+        auto lot = MakeLot(plan);
         for (cField* f : lot->Wafers().Item(1)->Fields())
             for (cSite* s : f->sites())
                 if (s->NumberKey() == 2)
@@ -230,9 +230,9 @@ TEST(CalibrateReticle, EdgeCasesOfTheData) {
         EXPECT_NEAR(c->SlopeX, 1000.0 / 153, 1e-2);
     }
     {  // doses 20.0001 and 20.0003 are one exposure set
-        LotSpec spec;
-        spec.doses = {20.0001, 20.0003};
-        auto lot = MakeLot(spec);
+        LotPlan plan;
+        plan.doses = {20.0001, 20.0003};
+        auto lot = MakeLot(plan);
         cTemplate t;
         CalibrateOut out;
         ASSERT_TRUE(Calibrate(*lot, t, out, 1));
@@ -241,9 +241,9 @@ TEST(CalibrateReticle, EdgeCasesOfTheData) {
 }
 
 TEST(CalibrateReticle, ChartPerSiteAndSummaryBlock) {
-    LotSpec spec;
-    spec.doses = {20, 22};
-    auto lot = MakeLot(spec);
+    LotPlan plan;
+    plan.doses = {20, 22};
+    auto lot = MakeLot(plan);
     cTemplate t;
     CalibrateOut out;
     CalGraphs graphs;
@@ -321,10 +321,10 @@ namespace {
 // A line through a cubic leaves the same residuals at every site: their range
 // by dose is the non-linearity, against an ordinary least squares by hand.
 TEST(CalibrateWorkbench, NonLinearityIsTheResidualRangeOfTheLine) {
-    LotSpec spec;
-    spec.doses = {20, 22};
-    spec.truth = [](int site, bool x) { return x ? Truth{1.0 * site, 150, 0, -40} : Truth{-1.0, 140, 0, 0}; };
-    auto lot = MakeLot(spec);
+    LotPlan plan;
+    plan.doses = {20, 22};
+    plan.truth = [](int site, bool x) { return x ? Truth{1.0 * site, 150, 0, -40} : Truth{-1.0, 140, 0, 0}; };
+    auto lot = MakeLot(plan);
     CalControls c;
     c.fitOrder = 1;
     c.range = 1000;
@@ -332,7 +332,7 @@ TEST(CalibrateWorkbench, NonLinearityIsTheResidualRangeOfTheLine) {
     auto run = CalibratePSFM(*lot, c, state, {});
     ASSERT_TRUE(run) << run.failure().text;
 
-    const std::vector<double>& f = spec.focus;
+    const std::vector<double>& f = plan.focus;
     const double n = static_cast<double>(f.size());
     double sf = 0, sff = 0, sy = 0, sfy = 0;
     for (double x : f) {
@@ -369,9 +369,9 @@ namespace zorv {
 namespace {
 
 TEST(FocusDose, EachDoseCrossesZeroWhereTheLineDoes) {
-    LotSpec spec;
-    spec.doses = {20, 22};
-    auto lot = MakeLot(spec);
+    LotPlan plan;
+    plan.doses = {20, 22};
+    auto lot = MakeLot(plan);
     cGraphic g;
     auto t = FocusDoseGraph(*lot, 1, g);
     ASSERT_TRUE(t) << t.failure().text;
@@ -393,10 +393,10 @@ namespace zorv {
 namespace {
 
 TEST(CalibrateWorkbench, AstigmaticCullIsGivenBackAtTheNextRun) {
-    LotSpec spec;
+    LotPlan plan;
     // Site 4's H runs 10 nm above its V at every focus: its astigmatism stands out.
-    spec.truth = [](int site, bool x) { return x ? Truth{0, 150} : Truth{site == 4 ? 10.0 : 0.0, 150}; };
-    auto lot = MakeLot(spec);
+    plan.truth = [](int site, bool x) { return x ? Truth{0, 150} : Truth{site == 4 ? 10.0 : 0.0, 150}; };
+    auto lot = MakeLot(plan);
     CalControls c;
     c.astigCull = 0.005;  // um of astigmatism (display units)
     CalFormState state;
