@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include "base/format.h"
 #include "calib/best_focus.h"
 #include "calib/calibrate.h"
 #include "graphics/chart.h"
@@ -247,8 +248,21 @@ TEST(CalibrateReticle, ChartPerSiteAndSummaryBlock) {
     cTemplate t;
     CalibrateOut out;
     CalGraphs graphs;
-    ASSERT_TRUE(Calibrate(*lot, t, out, 1, &graphs));
+    std::vector<std::string> groups, best;
+    CalibrateEvents ev;
+    ev.CurrentExpoGroup = [&](const std::string& s) { groups.push_back(s); };
+    ev.BestFocusCalculated = [&](const std::string& s) { best.push_back(s); };
+    CalibrateArgs a;
+    a.fitOrder = 1;
+    a.rangeCull = 1000;
+    a.graphs = &graphs;
+    a.events = &ev;
+    ASSERT_TRUE(CalibrateReticle(t, *lot, a, out));
     ASSERT_EQ(graphs.Count(), 8);
+    ASSERT_EQ(groups.size(), 2u);
+    EXPECT_EQ(groups[1], "[ 22.000 , 0.750 , 0.000 , 0.000 ]");
+    ASSERT_EQ(best.size(), 8u);
+    EXPECT_EQ(best[0], "1:[ " + Format(-3.0 / 153, "####0.000") + "," + Format(2.5 / 138, "####0.000") + "]");
     const cGraphic* g = graphs.Item("3_2");
     ASSERT_NE(g, nullptr);
     EXPECT_EQ(g->TitleObj.TitleString, "Site:3 [Dose=22,NA=0.75,PCi=0,PCo=0]");
