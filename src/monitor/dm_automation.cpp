@@ -290,3 +290,97 @@ Result<DMResultFiles> WriteDMOutput(const DMOutput& out, const std::string& data
 }
 
 }  // namespace zorv
+
+namespace zorv {
+
+namespace {
+
+std::string Upper(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+bool IsTrue(const std::string& v) {
+    const std::string u = Upper(Trim(v));
+    return u == "TRUE" || u == "1" || u == "-1" || u == "YES";
+}
+std::string NoBlanks(std::string s) {
+    s.erase(std::remove(s.begin(), s.end(), ' '), s.end());
+    return s;
+}
+
+}  // namespace
+
+Result<Datam> BuildDMResultTable(const DMRunInfo& info, const Datam& header, const Datam& stats) {
+    Proc p("frmDM(runDMoutput): ");
+    if (!header.isArray() || header.rowUb() < 1) return p.fail("Header table for analysis not found.");
+    std::vector<std::pair<std::string, std::string>> rows;
+    auto add = [&](std::string k, std::string v = {}) { rows.emplace_back(std::move(k), std::move(v)); };
+    add("[Data]");
+    add("Program:", "Zorv DMA");
+    add(""), add("");
+    add("DataFile:", info.dataFile);
+    add("DataFolder:", info.dataFolder);
+    add("Template:", info.templateName);
+    add("TemplateFolder:", info.templateFolder);
+    add("AnalysisDate:", FormatDate(info.when, "Short Date"));
+    add("AnalysisTime:", FormatDate(info.when, "Long Time"));
+    add("Tool:", info.tool);
+    add("Wafers:", std::to_string(info.wafers));
+    add("");
+    add("[Header]");
+    const int n = header.rowUb();
+    auto key = [&](int r) { return Cell(header(r, 1)); };
+    auto val = [&](int r) { return header.colUb() >= 2 ? Cell(header(r, 2)) : std::string(); };
+    for (int r = 1; r <= n; ++r) {
+        const std::string k = Upper(Trim(key(r)));
+        if (k.empty() || k == "TEMPLATE" || k == "FOLDER" || k == "DATAFOLDER") continue;
+        if (k == "DATESAVED") {
+            double d = 0;
+            add("DateTemplateSaved:", ParseDateText(val(r), d) ? FormatDate(d, "Short Date") : val(r));
+        } else if (k == "REMOVERETICLE") {
+            if (!IsTrue(val(r))) continue;
+            add("RemoveReticle:", "True");
+            for (int j = r + 1; j <= std::min(n, r + 2); ++j) add(NoBlanks(key(j)).append("."), val(j));
+            r += 2;
+        } else if (k == "REMOVECOMPONENT") {
+            if (!IsTrue(val(r))) continue;
+            for (int j = r + 1; j <= n; ++j)
+                if (Upper(Trim(key(j))) == "COMPONENTREMOVAL") add("ComponentRemoval:", val(j));
+        } else if (k == "COMPONENTREMOVAL") {
+            continue;  // only through REMOVECOMPONENT
+        } else if (k == "MODELDATA") {
+            if (!IsTrue(val(r))) continue;
+            add("ModelData:", "True");
+            for (int j = r + 1; j <= n; ++j) {
+                std::string kk = Replace(key(j), "\r\n", "_");
+                add(NoBlanks(kk).append("."), Replace(val(j), "\r\n", "_"));
+            }
+            break;
+        } else {
+            add(key(r), val(r));
+        }
+    }
+    add("[EndHeader]");
+    add(""), add("");
+    add("[Results]");
+    for (int c = 1; stats.isArray() && c <= stats.colUb(); ++c) {
+        add("");
+        std::string head = "[";
+        add(head.append(Cell(stats(stats.rowLb(), c))).append("]"));
+        for (int r = stats.rowLb() + 1; r <= stats.rowUb(); ++r) {
+            const Value& v = stats(r, c);
+            if (!v.isNumberType() && !(v.isString() && v.isNumericPlain())) continue;
+            add(Cell(stats(r, stats.colLb())).append("."), Cell(v));
+        }
+    }
+    add("[EndResults]");
+    add("[END]");
+    Datam t(static_cast<int>(rows.size()), 2, 1, 1);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        t(static_cast<int>(i) + 1, 1) = Value(rows[i].first);
+        t(static_cast<int>(i) + 1, 2) = Value(rows[i].second);
+    }
+    return t;
+}
+
+}  // namespace zorv

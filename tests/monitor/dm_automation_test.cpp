@@ -128,3 +128,48 @@ TEST(DMOutputFiles, ResultsOrTheFaultAlways) {
 
 }  // namespace
 }  // namespace zorv
+
+namespace zorv {
+namespace {
+
+TEST(DMResultTable, RowsInTheHostsOrderWithTheHeaderRules) {
+    Datam header(9, 2, 1, 1);
+    const char* h[][2] = {{"Template", "Mon.xlt"},      {"Folder", "/t"},          {"DataType", "Overlay"},
+                          {"RemoveReticle", "True"},    {"Reticle Name", "R 1"},   {"Reticle Mag", "4"},
+                          {"RemoveComponent", "False"}, {"ComponentRemoval", "(NONE)"}, {"DateSaved", "2026-11-02"}};
+    for (int r = 0; r < 9; ++r) header(r + 1, 1) = Value(h[r][0]), header(r + 1, 2) = Value(h[r][1]);
+    Datam stats(2, 2, 0, 0);
+    stats(0, 1) = Value("X_reg"), stats(0, 2) = Value("Y_reg");
+    stats(1, 0) = Value("Mean"), stats(2, 0) = Value("Sigma");
+    stats(1, 1) = Value(1.5), stats(2, 1) = Value("n/a"), stats(1, 2) = Value(-0.25), stats(2, 2) = Value(0.5);
+    DMRunInfo info;
+    info.dataFile = "lot.csv", info.dataFolder = "/d", info.templateName = "Mon.xlt", info.templateFolder = "/t";
+    info.tool = "Archer", info.wafers = 3;
+    auto t = BuildDMResultTable(info, header, stats);
+    ASSERT_TRUE(t) << t.failure().text;
+    std::vector<std::string> keys;
+    for (int r = 1; r <= t->rowUb(); ++r) keys.push_back((*t)(r, 1).toString() + "=" + (*t)(r, 2).toString());
+    const std::vector<std::string> want = {
+        "[Data]=", "Program:=Zorv DMA", "=", "=", "DataFile:=lot.csv", "DataFolder:=/d", "Template:=Mon.xlt",
+        "TemplateFolder:=/t"};
+    for (size_t i = 0; i < want.size(); ++i) EXPECT_EQ(keys[i], want[i]) << i;
+    EXPECT_EQ(keys[10], "Tool:=Archer");
+    EXPECT_EQ(keys[11], "Wafers:=3");
+    EXPECT_EQ(keys[13], "[Header]=");
+    EXPECT_EQ(keys[14], "DataType=Overlay");  // Template and Folder left out
+    EXPECT_EQ(keys[15], "RemoveReticle:=True");
+    EXPECT_EQ(keys[16], "ReticleName.=R 1");
+    EXPECT_EQ(keys[17], "ReticleMag.=4");
+    EXPECT_EQ(keys[18].rfind("DateTemplateSaved:=", 0), 0u);  // the component removal is off
+    EXPECT_EQ(keys[19], "[EndHeader]=");
+    EXPECT_EQ(keys[22], "[Results]=");
+    EXPECT_EQ(keys[24], "[X_reg]=");
+    EXPECT_EQ(keys[25], "Mean.=1.5");  // "n/a" is no number
+    EXPECT_EQ(keys[27], "[Y_reg]=");
+    EXPECT_EQ(keys.back(), "[END]=");
+    EXPECT_EQ(keys[keys.size() - 2], "[EndResults]=");
+    EXPECT_EQ(BuildDMResultTable(info, Datam(), stats).failure().text, "Header table for analysis not found.");
+}
+
+}  // namespace
+}  // namespace zorv

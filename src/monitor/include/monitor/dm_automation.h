@@ -54,4 +54,19 @@ struct DMOutput {
                                                   const std::string& asciiFolder, const std::string& xlsFolder,
                                                   const std::string& htmlFolder);
 
+// frmDM(runDMoutput): the result table a host reads, "[Data]" to "[END]":
+// the run's identity, the template's header rows by their rules ("TEMPLATE",
+// "FOLDER", "DATAFOLDER" left out; "DATESAVED" as "DateTemplateSaved:";
+// "REMOVERETICLE", "REMOVECOMPONENT" and "MODELDATA" with what follows them),
+// and per statistics column every numeric statistic as "name." and value.
+struct DMRunInfo {
+    std::string dataFile, dataFolder, templateName, templateFolder, tool;
+    double when = 0;  // date serial of the analysis
+    long wafers = 0;
+};
+// header: keys in column 1, values in column 2 (rows from 1). stats: the
+// statistics table, names in column 0 from row 1, a column per feature headed
+// in row 0. Fails "Header table for analysis not found." without a header.
+[[nodiscard]] Result<Datam> BuildDMResultTable(const DMRunInfo& info, const Datam& header, const Datam& stats);
+
 }  // namespace zorv
