@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -344,6 +345,17 @@ bool FixRegionalDateSerial(std::string_view text, char decimal, char thousands, 
     if (ParseDateText(text, serial)) return true;
     if (ParseDateText(FixRegionalNumber(text, decimal, thousands, true), serial)) return true;
     return ParseDateText(FixRegionalNumber(text, decimal, thousands, false), serial);
+}
+
+}  // namespace zorv
+
+namespace zorv {
+
+double NowSerial() {
+    const std::time_t t = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    return DateSerial(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
 }
 
 }  // namespace zorv

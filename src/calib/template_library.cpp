@@ -142,12 +142,7 @@ Datam LineTable(const CalCollection<L>& list, const char* first) {
 
 }  // namespace
 
-double TemplateNow() {
-    std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    return DateSerial(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
-}
+double TemplateNow() { return NowSerial(); }
 
 // ---- cSiteCal ----
 

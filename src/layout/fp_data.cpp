@@ -10,7 +10,9 @@
 #include <ctime>
 #include <filesystem>
 
+#include "base/format.h"
 #include "base/identity.h"
+#include "base/regional.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/value.h"
@@ -63,15 +65,6 @@ constexpr const char* kSetupHeads[] = {"selWafer", "Variable", "Focus", "Dose",
                                        "NA",       "PCinner",  "PCouter", "ScanDirection"};
 constexpr const char* kLayoutRowHeads[] = {"Wafer", "Variable", "Meander",      "DieXo", "DieYo",
                                            "InitialValue", "Step", "ControlIndex", "Scan1", "Scan2"};
-
-std::string NowText() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
-    return buf;
-}
 
 bool Writable(const fs::path& dir) {
     std::error_code ec;
@@ -278,7 +271,7 @@ Status SaveFPdata(cLot& lot, const Datam& fpData, Workbook* workbook, bool save)
     ws->setRange(1, 1, table);
     ws->setBold(Area{1, 1, 1, table.colCount()});
     p.chk = 3;
-    if (Status s = AddIndexItem(workbook, "Layout", "Wafer Layout last saved: " + NowText(), Value(), false); !s)
+    if (Status s = AddIndexItem(workbook, "Layout", "Wafer Layout last saved: " + FormatDate(NowSerial(), "yyyy-mm-dd hh:mm:ss"), Value(), false); !s)
         return s;
     if (!save) return StatusOk();
     p.chk = 4;

@@ -25,13 +25,6 @@ namespace {
 
 constexpr const char* kFault = "Fault in data ouput or computation";
 
-double Now() {
-    std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    return DateSerial(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
-}
-
 // A file as given, else beneath the folder.
 std::string Locate(const std::string& path, const std::string& folder) {
     std::error_code ec;
@@ -83,7 +76,7 @@ std::vector<std::pair<std::string, std::string>> Rows(const DMOutput& out, size_
     for (int r = 1; t.isArray() && r <= t.rowUb(); ++r)
         rows.emplace_back(Cell(t(r, 1)), t.colUb() >= 2 ? Cell(t(r, 2)) : std::string());
     if (rows.size() < minRows) {
-        const double now = Now();
+        const double now = NowSerial();
         if (!append) rows.clear();
         rows.emplace_back(FormatDate(now, "Short Date"), FormatDate(now, "Long Time"));
         rows.emplace_back(kFault, "");
@@ -211,7 +204,7 @@ Result<bool> LogFileSizeControl(const std::string& file, long minLines, long max
     std::string old;
     for (size_t i = 0; i <= keepFrom && i < lines.size(); ++i) old.append(lines[i]).append("\r\n");
     if (Status s = WriteText(p, bak.string(), old); !s) return s.failure();
-    const double now = Now();
+    const double now = NowSerial();
     std::string log = "____ Backup____: DMAcommon(LogFileSizeControl): \r\nDate: ";
     log.append(FormatDate(now, "Short Date")).append(" ").append(FormatDate(now, "Long Time")).append("\r\n_____\r\n");
     for (size_t i = keepFrom; i < lines.size(); ++i) log.append(lines[i]).append("\r\n");

@@ -17,14 +17,6 @@ using namespace dmt;
 
 namespace {
 
-double NowSerial() {
-    std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    return DateSerial(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min,
-                      tm.tm_sec);
-}
-
 // Rows of cells built one under the other, columns from 1.
 class Rows {
   public:

@@ -238,12 +238,7 @@ Status UpdateTrendComments(Workbook& workbook, const std::vector<std::string>& c
     return StatusOk();
 }
 
-double TrendNow() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    return DateSerial(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
-}
+double TrendNow() { return NowSerial(); }
 
 bool TrendEntryAllowed(const std::string& appName,
                        const std::function<std::string(const std::string&, const std::string&)>& ask) {

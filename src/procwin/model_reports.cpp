@@ -12,6 +12,7 @@
 #include "base/format.h"
 #include "base/identity.h"
 #include "base/marks.h"
+#include "base/regional.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "graphics/chart.h"
@@ -60,17 +61,6 @@ Value Num(double v, bool have = true) { return have && std::isfinite(v) ? Value(
 std::string Text(const Value& v) { return Trim(v.toString()); }
 
 bool Numeric(const Value& v, double& out) { return !IsBlank(v) && NumericOf(v, out); }
-
-double SerialNowLocal() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    const std::chrono::year_month_day ymd{std::chrono::year(tm.tm_year + 1900),
-                                          std::chrono::month(static_cast<unsigned>(tm.tm_mon + 1)),
-                                          std::chrono::day(static_cast<unsigned>(tm.tm_mday))};
-    const double days = std::chrono::sys_days(ymd).time_since_epoch().count();
-    return days + 25569.0 + (tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec) / 86400.0;
-}
 
 // ---------------------------------------------------------------- statistics
 
@@ -227,7 +217,7 @@ std::vector<Value> SummaryHeads(const Section& s) {
 // ---------------------------------------------------------------- the head
 
 void Head(Sheet& sh, const std::string& title, const ModelReportSetup& setup, const std::string& feature) {
-    const double date = setup.date > 0 ? setup.date : SerialNowLocal();
+    const double date = setup.date > 0 ? setup.date : NowSerial();
     sh.add({Value(title + " - Feature: " + feature + " Ver: " + VersionString() + "  " +
                   FormatDate(date, "yyyy-mm-dd hh:mm"))});
     sh.add({Value("   Lot: "), Value(setup.lotName)});

@@ -19,6 +19,7 @@
 
 #include "base/format.h"
 #include "base/marks.h"
+#include "base/regional.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "graphics/chart.h"
@@ -56,24 +57,6 @@ Value Num(double v, std::string_view pattern) {
     double d = 0;
     if (ParseNumber(t, d)) return Value(d);
     return Value(t);
-}
-
-// Now as a date serial (days since 1899-12-30), local time.
-double NowSerial() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    // Days from the civil date (proleptic Gregorian).
-    int y = tm.tm_year + 1900;
-    const int m = tm.tm_mon + 1, d = tm.tm_mday;
-    y -= m <= 2;
-    const int era = (y >= 0 ? y : y - 399) / 400;
-    const int yoe = y - era * 400;
-    const int doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    const long days =
-        146097L * era + yoe * 365 + yoe / 4 - yoe / 100 + doy - 719468;  // since 1970-01-01
-    return static_cast<double>(days) + 25569.0 +
-           (tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec) / 86400.0;
 }
 
 bool IsSticky(std::string_view key) {

@@ -18,6 +18,7 @@
 
 #include "app/strings.h"
 #include "base/format.h"
+#include "base/regional.h"
 #include "base/report.h"
 #include "graphics/chart.h"
 #include "numerics/lsq.h"
@@ -436,15 +437,6 @@ std::string FeatureOfKey(const std::string& key) {
     return u == std::string::npos ? key : key.substr(0, u);
 }
 
-std::string NowText() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
-    return buf;
-}
-
 // The first row holding the largest numeric value of a column.
 int FirstLargest(const Datam& t, int col, int rows) {
     int best = 0;
@@ -732,7 +724,7 @@ Result<PWInscribed> GetInscribe(const PWSetup& setup,
         if (Status s = SaveArray(table, sheet, setup.workbook, o); !s) return s.failure();
         if (Status s = AddIndexItem(
                 setup.workbook, sheet,
-                "Data characterization of process window for " + setup.title + ", " + NowText());
+                "Data characterization of process window for " + setup.title + ", " + FormatDate(NowSerial(), "yyyy-mm-dd hh:mm:ss"));
             !s)
             return s.failure();
     }

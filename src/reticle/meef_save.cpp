@@ -18,13 +18,6 @@ namespace {
 
 std::string SheetName(const std::string& name) { return FixSheetName(Replace(name, " ", "")); }
 
-double SerialNowLocal() {
-    std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    return DateSerial(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
-}
-
 // The columns of the MEF table that become the features of the result lot
 // (at most eight: a data sheet holds no more), the wafer CD ones carrying
 // the lot's unit.
@@ -54,7 +47,7 @@ std::string MefSheetName(const MEFSetup& setup) {
 std::string MefSummarySheetName(const MEFSetup& setup) { return SheetName("MEEF_FieldSummary_" + setup.feature); }
 
 Status SaveMEFSheets(const MEFResult& result, const MEFSetup& setup, Workbook& wb) {
-    const std::string text = "Summary of MEEF/BEEF for each field " + FormatDate(SerialNowLocal(), "dd-mmmm-yyyy hh:mm");
+    const std::string text = "Summary of MEEF/BEEF for each field " + FormatDate(NowSerial(), "dd-mmmm-yyyy hh:mm");
     SaveArrayOptions o;
     o.save = false;
     const std::string mef = MefSheetName(setup), summary = MefSummarySheetName(setup);

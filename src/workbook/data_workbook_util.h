@@ -1,13 +1,15 @@
 // Small text and cell helpers shared by the data workbook code.
 #pragma once
 
+#include "base/regional.h"
+
 #include <cmath>
 #include <ctime>
 #include <string>
 #include <string_view>
 
-#include "base/text.h"
 #include "base/datam.h"
+#include "base/text.h"
 #include "base/value.h"
 
 namespace zorv::dwb {
@@ -63,21 +65,7 @@ inline std::string BaseOf(std::string_view p) {
 }
 
 // Serial date of today and of now, local time.
-inline double SerialNow() {
-    std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    // days from 1899-12-30 to the civil date
-    int y = tm.tm_year + 1900, m = tm.tm_mon + 1, d = tm.tm_mday;
-    y -= m <= 2;
-    int era = (y >= 0 ? y : y - 399) / 400;
-    int yoe = y - era * 400;
-    int doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    int doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    long days = static_cast<long>(era) * 146097 + doe - 719468;  // since 1970-01-01
-    double serial = static_cast<double>(days) + 25569.0;
-    return serial + (tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec) / 86400.0;
-}
+inline double SerialNow() { return NowSerial(); }
 inline double SerialToday() { return std::floor(SerialNow()); }
 
 }  // namespace zorv::dwb

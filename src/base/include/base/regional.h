@@ -50,6 +50,8 @@ inline Value FixRegionalDate(std::string_view text, char decimal, char thousands
 
 // Date serial from a civil date and time, and back.
 double DateSerial(int year, int month, int day, int hour = 0, int minute = 0, double second = 0);
+// Date serial of now, local time.
+double NowSerial();
 struct CivilTime {
     int year = 1899, month = 12, day = 30, hour = 0, minute = 0, second = 0;
     int weekday = 7;  // 1 = Sunday
