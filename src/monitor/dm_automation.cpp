@@ -175,6 +175,10 @@ Result<DMCommandLine> ParseDMCommandLine(const std::string& line, const std::str
 }
 
 void LogLineLimits(long& minLines, long& maxLines) {
+    // The maximum is judged against the minimum as given (100 and 100 make
+    // 250), before the minimum is raised; a maximum still below the raised
+    // minimum would cut more than it keeps.
+    if (maxLines <= minLines) maxLines = minLines + 150;
     minLines = std::max(minLines, 150L);
     if (maxLines <= minLines) maxLines = minLines + 150;
 }

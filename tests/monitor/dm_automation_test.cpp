@@ -58,13 +58,16 @@ TEST(DMCommandLine, SwitchesInAnyOrderAndTheirAliases) {
 }
 
 TEST(DMLogSize, LimitsAndTheCut) {
-    long mn = 10, mx = -1;
+    long mn = 10, mx = 1000;
     LogLineLimits(mn, mx);
-    EXPECT_EQ(mn, 150);
-    EXPECT_EQ(mx, 300);  // -1 with the limit on: min + 150
+    EXPECT_EQ(mn, 150);  // 10 counts as 150
+    mn = 100, mx = -1;
+    LogLineLimits(mn, mx);
+    EXPECT_EQ(mx, 250);  // -1 with the limit on: min + 150
     mn = 100, mx = 100;
     LogLineLimits(mn, mx);
-    EXPECT_EQ(mx, 300);  // 100 and 100: min is 150, max not above it becomes 300
+    EXPECT_EQ(mx, 250);  // 100 and 100 count as 250
+    EXPECT_EQ(mn, 150);
     mn = 200, mx = 100;
     LogLineLimits(mn, mx);
     EXPECT_EQ(mx, 350);

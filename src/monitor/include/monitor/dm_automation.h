@@ -30,7 +30,8 @@ struct DMCommandLine {
 // DMAcommon(LogFileSizeControl): when the log holds more than maxLines lines,
 // its oldest lines go to the backup (the name before the first "." and
 // ".BAK") and the log keeps a short head and its newest minLines lines.
-// minLines is at least 150; a maxLines not above it is minLines + 150.
+// A maxLines not above minLines is minLines + 150, then minLines is raised to
+// at least 150.
 // Answers whether the log was cut.
 [[nodiscard]] Result<bool> LogFileSizeControl(const std::string& file, long minLines, long maxLines);
 // The limits LogFileSizeControl takes from "DMAminLines" and "DMAmaxLines".
