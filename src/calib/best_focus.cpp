@@ -2,6 +2,7 @@
 // exposure set of a calibration or per field of a converted lot, and the
 // sheets that hold them.
 #include "calib/best_focus.h"
+#include "calib_numbers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,17 +25,8 @@ namespace zorv {
 
 namespace {
 
-double Round(double v, int n) {
-    const double f = std::pow(10.0, n);
-    return std::nearbyint(v * f) / f;
-}
-double Round3(double v) { return Round(v, 3); }
 // A table value as "###0.0000" shows it.
-double Shown(double v) {
-    double d = 0;
-    ParseNumber(Format(v, "###0.0000"), d);
-    return d;
-}
+double Shown(double v) { return Through(v, "###0.0000"); }
 
 constexpr double kTilt = 1000, kCurv = 1e5;
 
@@ -518,11 +510,6 @@ bool Selected(const std::vector<double>& list, double v) {
     return list.empty() || std::any_of(list.begin(), list.end(), [&](double x) { return Round(x, 3) == Round(v, 3); });
 }
 
-double Through(double v, const char* pattern) {
-    double d = 0;
-    ParseNumber(Format(v, pattern), d);
-    return d;
-}
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 // image shift on focus per site and exposure set, their least squares
 // inverses, the results table with its summary block, and the chart per site.
 #include "calib/calibrate.h"
+#include "calib_numbers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,14 +26,7 @@ namespace {
 
 constexpr int kMaxOrder = 6;
 
-double Round3(double v) { return std::nearbyint(v * 1000) / 1000; }
 std::string F3(double v) { return Format(v, "####0.000"); }
-// A number as the format shows it, read back.
-double Through(double v, const char* pattern) {
-    double d = 0;
-    ParseNumber(Format(v, pattern), d);
-    return d;
-}
 
 // The numbers of a polynomial text read back as the coefficients were.
 std::string CoefText(double v) { return NumberToText(v); }

@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "base/value.h"
 #include "calib/calibrate.h"
+#include "calib_numbers.h"
 #include "graphics/chart.h"
 #include "lot/lot.h"
 #include "numerics/equation.h"
@@ -25,7 +26,6 @@ namespace zorv {
 
 namespace {
 
-double Round3(double v) { return std::nearbyint(v * 1000) / 1000; }
 
 // A limit box: "All" (or empty) is no limit.
 bool Limit(const std::string& text, double& v) {

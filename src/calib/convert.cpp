@@ -2,6 +2,7 @@
 // focus by the template's polynomials; the astigmatism tools and the export
 // table of a converted lot.
 #include "calib/convert.h"
+#include "calib_numbers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,7 +25,6 @@ namespace zorv {
 
 namespace {
 
-double Round3(double v) { return std::nearbyint(v * 1000) / 1000; }
 std::string Single(float v) { return NumberToText(v, 7); }
 
 // The four exposure values as singles, the defeated ones left out of the key.
