@@ -53,6 +53,7 @@ constexpr Verb kVerbs[] = {
      RunBestFocus},
     {"astig", "astigmatism (H - V) of a lot: statistics and the range and sigma culls", kAstigHelp, RunAstig},
     {"meef", "mask error factors (MEEF, BEEF) of a wafer lot against its reticle measurement", kMeefHelp, RunMeef},
+    {"monitor", "the daily monitor: a template run on a data file, batches, trend charts", kMonitorHelp, RunMonitor},
 };
 
 const Verb* FindVerb(const std::string& name) {

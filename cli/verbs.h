@@ -42,6 +42,7 @@ int RunConvert(const Args& args);
 int RunAstig(const Args& args);
 int RunBestFocus(const Args& args);
 int RunMeef(const Args& args);
+int RunMonitor(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -60,6 +61,7 @@ extern const char kConvertHelp[];
 extern const char kAstigHelp[];
 extern const char kBestFocusHelp[];
 extern const char kMeefHelp[];
+extern const char kMonitorHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

@@ -57,6 +57,18 @@ std::string JsonText(const std::string& s) {
     return o + "\"";
 }
 
+// A cell of the text file, quoted only when it holds a separator, a quote or
+// a line break, so that plain rows stay as the hosts have always read them.
+std::string CsvCell(const std::string& s) {
+    if (s.find_first_of(",\"\r\n") == std::string::npos) return s;
+    std::string o = "\"";
+    for (char c : s) {
+        if (c == '"') o += '"';
+        o += c;
+    }
+    return o + "\"";
+}
+
 std::string Html(const std::string& s) {
     std::string o;
     for (char c : s) {
@@ -70,19 +82,19 @@ std::string Html(const std::string& s) {
 
 // The rows of a result; when the run left too few, the fault lines replace
 // them (the text file) or follow them (the workbook).
-std::vector<std::pair<std::string, std::string>> Rows(const DMOutput& out, size_t minRows, bool append = false) {
-    std::vector<std::pair<std::string, std::string>> rows;
+std::vector<std::pair<std::string, Value>> Rows(const DMOutput& out, size_t minRows, bool append = false) {
+    std::vector<std::pair<std::string, Value>> rows;
     const Datam& t = out.table;
     for (int r = 1; t.isArray() && r <= t.rowUb(); ++r)
-        rows.emplace_back(Cell(t(r, 1)), t.colUb() >= 2 ? Cell(t(r, 2)) : std::string());
+        rows.emplace_back(Cell(t(r, 1)), t.colUb() >= 2 ? t(r, 2) : Value());
     if (rows.size() < minRows) {
         const double now = NowSerial();
         if (!append) rows.clear();
-        rows.emplace_back(FormatDate(now, "Short Date"), FormatDate(now, "Long Time"));
-        rows.emplace_back(kFault, "");
+        rows.emplace_back(FormatDate(now, "Short Date"), Value(FormatDate(now, "Long Time")));
+        rows.emplace_back(kFault, Value());
         std::string see = "Please see 'RemoteCall.log' file.";
         if (!out.checkpoint.empty()) see.append(" chk: ").append(out.checkpoint);
-        rows.emplace_back(see, "");
+        rows.emplace_back(see, Value());
     }
     return rows;
 }
@@ -225,9 +237,9 @@ Result<DMResultFiles> WriteDMOutput(const DMOutput& out, const std::string& data
         const auto rows = Rows(out, 3);
         std::string csv, json = "{\"results\": [";
         for (size_t i = 0; i < rows.size(); ++i) {
-            csv.append(rows[i].first).append(",").append(rows[i].second).append("\r\n");
+            csv.append(CsvCell(rows[i].first)).append(",").append(CsvCell(Cell(rows[i].second))).append("\r\n");
             json.append(i ? ", " : "").append("[").append(JsonText(rows[i].first)).append(", ");
-            json.append(JsonText(rows[i].second)).append("]");
+            json.append(rows[i].second.isNumberType() ? Cell(rows[i].second) : JsonText(Cell(rows[i].second))).append("]");
         }
         json.append("]}\n");
         files.csv = (fs::path(asciiFolder) / (base + ".csv")).string();
@@ -241,7 +253,7 @@ Result<DMResultFiles> WriteDMOutput(const DMOutput& out, const std::string& data
         Datam t(static_cast<int>(rows.size()), 2, 1, 1);
         for (size_t i = 0; i < rows.size(); ++i) {
             t(static_cast<int>(i) + 1, 1) = Value(rows[i].first);
-            t(static_cast<int>(i) + 1, 2) = Value(rows[i].second);
+            t(static_cast<int>(i) + 1, 2) = rows[i].second;
         }
         return t;
     };
@@ -310,8 +322,8 @@ std::string NoBlanks(std::string s) {
 Result<Datam> BuildDMResultTable(const DMRunInfo& info, const Datam& header, const Datam& stats) {
     Proc p("frmDM(runDMoutput): ");
     if (!header.isArray() || header.rowUb() < 1) return p.fail("Header table for analysis not found.");
-    std::vector<std::pair<std::string, std::string>> rows;
-    auto add = [&](std::string k, std::string v = {}) { rows.emplace_back(std::move(k), std::move(v)); };
+    std::vector<std::pair<std::string, Value>> rows;
+    auto add = [&](std::string k, std::string v = {}) { rows.emplace_back(std::move(k), Value(std::move(v))); };
     add("[Data]");
     add("Program:", "Zorv DMA");
     add(""), add("");
@@ -367,7 +379,12 @@ Result<Datam> BuildDMResultTable(const DMRunInfo& info, const Datam& header, con
         for (int r = stats.rowLb() + 1; r <= stats.rowUb(); ++r) {
             const Value& v = stats(r, c);
             if (!v.isNumberType() && !(v.isString() && v.isNumericPlain())) continue;
-            add(Cell(stats(r, stats.colLb())).append("."), Cell(v));
+            // Numbers stay numbers for the workbook, at the single precision
+            // the data were measured in.
+            double d = 0;
+            if (!ParseNumber(Cell(v), d)) continue;
+            ParseNumber(CStrNumber(d, 7), d);
+            rows.emplace_back(Cell(stats(r, stats.colLb())).append("."), Value(d));
         }
     }
     add("[EndResults]");
@@ -375,7 +392,7 @@ Result<Datam> BuildDMResultTable(const DMRunInfo& info, const Datam& header, con
     Datam t(static_cast<int>(rows.size()), 2, 1, 1);
     for (size_t i = 0; i < rows.size(); ++i) {
         t(static_cast<int>(i) + 1, 1) = Value(rows[i].first);
-        t(static_cast<int>(i) + 1, 2) = Value(rows[i].second);
+        t(static_cast<int>(i) + 1, 2) = rows[i].second;
     }
     return t;
 }
