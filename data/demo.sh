@@ -168,3 +168,32 @@ if [ -f "$ret" ]; then
   "$cli" meef "$ret" "$out/sim-reticle/reticle_mask.xlsx" --feature MEAS_1 --reticle-feature Mask_CD --mag 4 \
     --save --as-lot "$out/sim-reticle/meef_lot.xlsx" | tail -4
 fi
+
+# The daily monitor as a factory host runs it: each shipped template (copied,
+# as every run adds its trend rows) on simulated data of its kind, a second
+# day's run of the overlay monitor, its trend chart, and a batch of five files.
+mon="$out/monitor"
+rm -rf "$mon"
+mkdir -p "$mon/templates" "$mon/data" "$mon/results"
+cp "$here"/templates/* "$mon/templates/"
+"$cli" simulate overlay --out "$mon/data" --seed 8 > /dev/null
+"$cli" simulate psfm --out "$mon/data" --seed 8 > /dev/null
+"$cli" simulate fem --out "$mon/data" --seed 8 > /dev/null
+for run in "OverlayMonitor overlay.csv" "OverlayMonitor overlay.csv" "PSFMMonitor psfm.csv" \
+           "MatrixMonitor psfm.csv" "FEMMonitor fem.txt"; do
+  set -- $run
+  echo
+  echo "== zorv-cli monitor -f $2 -t $1.xlt -o results -x results -w results"
+  "$cli" monitor -f "$mon/data/$2" -t "$mon/templates/$1.xlt" -o "$mon/results" -x "$mon/results" \
+    -w "$mon/results" | sed -n '1,4p;/Mean /p;/Best Focus/p'
+done
+echo "== $(basename "$mon/results/overlay_ZorvDMA.csv"), its results"
+sed -n '/\[Results\]/,/\[END\]/p' "$mon/results/overlay_ZorvDMA.csv" | head -12
+echo "== zorv-cli monitor --trend OverlayMonitor.xlt --feature X_reg --out trend-overlay.png"
+"$cli" monitor --trend "$mon/templates/OverlayMonitor.xlt" --feature X_reg --out "$out/charts/trend-overlay.png" || true
+for i in 1 2 3 4 5; do
+  "$cli" simulate overlay --out "$mon/batch" --seed $((30 + i)) --name "day$i" > /dev/null
+done
+"$cli" monitor --batch-list "$mon/templates/OverlayMonitor.xlt" --sheet Nightly "$mon"/batch/day*.csv
+echo "== zorv-cli monitor --batch OverlayMonitor.xlt --sheet Nightly"
+"$cli" monitor --batch "$mon/templates/OverlayMonitor.xlt" --sheet Nightly

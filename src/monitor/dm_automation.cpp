@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -379,11 +380,11 @@ Result<Datam> BuildDMResultTable(const DMRunInfo& info, const Datam& header, con
         for (int r = stats.rowLb() + 1; r <= stats.rowUb(); ++r) {
             const Value& v = stats(r, c);
             if (!v.isNumberType() && !(v.isString() && v.isNumericPlain())) continue;
-            // Numbers stay numbers for the workbook, at the single precision
-            // the data were measured in.
+            // Numbers stay numbers for the workbook; fractions at the six
+            // digits single precision data hold, counts whole.
             double d = 0;
             if (!ParseNumber(Cell(v), d)) continue;
-            ParseNumber(CStrNumber(d, 7), d);
+            if (d != std::floor(d)) ParseNumber(CStrNumber(d, 6), d);
             rows.emplace_back(Cell(stats(r, stats.colLb())).append("."), Value(d));
         }
     }

@@ -51,6 +51,13 @@ Failure Interrupted(Proc& p, bool batch) {
     return p.fail(batch ? "User interrupted analysis..." : "Esc key pressed.");
 }
 
+// A key's value in the template's header block (keys in column 1).
+std::string HeaderValue(const Datam& h, std::string_view key) {
+    for (int r = h.rowLb(); h.isArray() && h.dims() == 2 && r <= h.rowUb(); ++r)
+        if (IEquals(Trim(CellText(h(r, 1))), key)) return Trim(CellText(h(r, 2)));
+    return {};
+}
+
 bool HasSheet(Workbook& wb, std::string_view name) {
     for (const std::string& s : wb.sheetNames())
         if (IEquals(s, name)) return true;
@@ -197,8 +204,6 @@ Result<Datam> ProcessWindowAnalysis(cLot& lot, const DMTemplate& t, const std::v
     if (!a.pwSites.empty() && !IEquals(a.pwSites, "ALL") && !IStartsWith(a.pwSites, "All Sites"))
         setup.siteListText = a.pwSites;
     setup.precision = std::clamp(a.pwPrecision > 0 ? a.pwPrecision : 10, 1, 100);
-    setup.range = a.cullRange;
-    setup.sigma = a.cullSigma;
     setup.statistics = false;
     setup.showLimits = a.pwShowLimits;
     if (a.pwFeatureCull.index > 0 && !a.pwFeatureCull.caption.empty() && !IEquals(a.pwFeatureCull.caption, "NONE")) {
@@ -349,7 +354,9 @@ TrendStatistics TrendNames(const DMTemplateTables& t) {
 // file into the storage folder (steps 7 to 11).
 Status LoadDataLot(const DMRunRequest& req, Workbook& tplWb, DMRunOutcome& out, Proc& p) {
     const std::string dataName = FileOfPath(req.dataPath);
+    // The filter asked for, else the template's, else the last one used.
     std::string filter = req.importFilter;
+    if (filter.size() < 4) filter = HeaderValue(out.tpl.tables.header, "DataImport");
     if (filter.size() < 4) filter = GetSetting(kDMApp, kDMSection, "ImportFilter", "");
     SetStatusText("Opening Data File ...");
     const std::string upName = Upper(dataName);
@@ -905,16 +912,18 @@ Result<DMRunOutcome> DoDailyMonitor(const DMRunRequest& req) {
     for (long i = 0; i < n; ++i) {
         if (CheckEscKey()) return failed(Interrupted(p, req.batch));
         DMUnitResult u;
-        std::shared_ptr<cLot> unit = out.dmLot;
         if (!combined) {
+            // One wafer live at a time, in place: no copy of the lot per wafer.
             u.waferId = wafers[static_cast<size_t>(i)]->WaferID;
-            unit = out.dmLot->clone(true);
-            for (cWafer* w : unit->Wafers()) w->setCull(w->WaferID != u.waferId);
+            for (cWafer* w : wafers) w->setCull(w != wafers[static_cast<size_t>(i)]);
             const std::string line = "...Wafer #: " + std::to_string(i + 1) + " of " + std::to_string(n) + ", " + u.waferId;
             Log(line);
             SetStatusText(line);
         }
-        if (Status st = AnalyseUnit(*unit, cx, u); !st) return failed(st.failure());
+        Status analysed = AnalyseUnit(dm, cx, u);
+        if (!combined)
+            for (cWafer* w : wafers) w->setCull(false);
+        if (!analysed) return failed(analysed.failure());
         // The trend rows of this wafer, saved with the template at the end.
         std::vector<TrendFeatureValues> rows;
         for (int c = 1; u.raw.isArray() && c <= u.raw.colUb(); ++c) {

@@ -339,7 +339,21 @@ Result<std::vector<std::unique_ptr<cGraphic>>> CreateTrendPlots(const Datam& tre
             charts.push_back(std::move(g));
             continue;
         }
-        if (Status st = g->RegisterData(t); !st) return st.failure();
+        DateAxis(ax, t, setup);
+        // The limits run across the whole axis, so that they show also
+        // when every run fell on one day.
+        Datam shown = t;
+        if (setup.showLimits) {
+            const int n = t.rowUb();
+            shown = Datam(n + 2, 5, 0, 1);
+            for (int c = 1; c <= 5; ++c) shown(0, c) = t(0, c);
+            for (int r = 1; r <= n; ++r)
+                for (int c = 1; c <= 5; ++c) shown(r + 1, c) = t(r, c);
+            shown(1, 1) = Value(static_cast<double>(ax.LowValue));
+            shown(n + 2, 1) = Value(static_cast<double>(ax.HighValue));
+            for (int c = 3; c <= 5; ++c) shown(1, c) = t(1, c), shown(n + 2, c) = t(n, c);
+        }
+        if (Status st = g->RegisterData(shown); !st) return st.failure();
         cSeries& data = g->Series.Add(it.name);
         data.Xcol = 1, data.Ycol = 2;
         data.ColorFore = RGB(0, 0, 255);
@@ -365,7 +379,6 @@ Result<std::vector<std::unique_ptr<cGraphic>>> CreateTrendPlots(const Datam& tre
             }
         }
         p.chk = 3;
-        DateAxis(ax, g->Data(), setup);
         ValueAxis(ay, g->Data(), g->Series);
         ay.TickFormat = plots.tickFormat;
         ay.AutoScale = false;

@@ -258,13 +258,21 @@ TEST(DmTrendChart, SeriesAndLimitLines) {
     EXPECT_EQ(g.Axes.Item("X")->Label, "Date");
     EXPECT_EQ(g.Axes.Item("Y")->Label, "Focus");
     EXPECT_EQ(g.Axes.Item("Y")->TickFormat, "#0.000");
+    // The runs, between two rows at the axis' ends that carry only the limits.
     const Datam& t = g.Data();
-    ASSERT_EQ(t.rowUb(), 2);
+    const cAxis& ax = *g.Axes.Item("X");
+    ASSERT_EQ(t.rowUb(), 4);
     EXPECT_EQ(t(0, 2).str(), "Data");
-    EXPECT_NEAR(t(1, 1).toDouble(), kMar5 + kTime1, 1e-9);
-    EXPECT_NEAR(t(2, 1).toDouble(), kMar6 + kTime2, 1e-9);
-    EXPECT_DOUBLE_EQ(t(1, 2).toDouble(), 0.05);
-    EXPECT_DOUBLE_EQ(t(2, 2).toDouble(), 0.07);
+    EXPECT_NEAR(t(1, 1).toDouble(), ax.LowValue, 1e-9);
+    EXPECT_TRUE(t(1, 2).isEmpty());
+    EXPECT_NEAR(t(2, 1).toDouble(), kMar5 + kTime1, 1e-9);
+    EXPECT_NEAR(t(3, 1).toDouble(), kMar6 + kTime2, 1e-9);
+    EXPECT_DOUBLE_EQ(t(2, 2).toDouble(), 0.05);
+    EXPECT_DOUBLE_EQ(t(3, 2).toDouble(), 0.07);
+    EXPECT_NEAR(t(4, 1).toDouble(), ax.HighValue, 1e-9);
+    EXPECT_TRUE(t(4, 2).isEmpty());
+    EXPECT_LE(ax.LowValue, kMar5);
+    EXPECT_GT(ax.HighValue, kMar6 + kTime2);
     ASSERT_EQ(g.Series.Count(), 4);
     const char* labels[] = {"Mean", "UCL", "LCL", "Target"};
     const double level[] = {0, 0.1, 0.0, 0.06};
@@ -273,26 +281,28 @@ TEST(DmTrendChart, SeriesAndLimitLines) {
         EXPECT_EQ(s->Label, labels[i - 1]);
         EXPECT_EQ(t(0, s->Ycol).str(), i == 1 ? "Data" : labels[i - 1]);
         if (i == 1) continue;
-        for (int r = 1; r <= 2; ++r) {
+        for (int r = 1; r <= 4; ++r) {
             EXPECT_DOUBLE_EQ(t(r, s->Ycol).toDouble(), level[i - 1]);
         }
     }
 
-    // Drawn: each limit is one flat line at its level across the two runs.
+    // Drawn: each limit is flat at its level from one end of the axis to the other.
     RecordingSurface surface(800, 600);
     ASSERT_TRUE(PlotDMstats(&g, surface));
     const PlotFrame& f = g.Frame();
     for (int i = 2; i <= 4; ++i) {
         const double y = f.py(level[i - 1]);
-        int found = 0;
+        double lo = 1e9, hi = -1e9;
         for (const auto* c : surface.of(RecordingSurface::Op::Polyline)) {
-            if (c->color != g.Series.Item(i)->ColorFore || c->points.size() != 2) continue;
-            if (std::fabs(c->points[0].y - y) < 1e-6 && std::fabs(c->points[1].y - y) < 1e-6 &&
-                std::fabs(c->points[0].x - f.px(kMar5 + kTime1)) < 0.5 &&
-                std::fabs(c->points[1].x - f.px(kMar6 + kTime2)) < 0.5)
-                ++found;
+            if (c->color != g.Series.Item(i)->ColorFore) continue;
+            for (const auto& pt : c->points) {
+                if (std::fabs(pt.y - y) > 1e-6) continue;
+                lo = std::min(lo, pt.x);
+                hi = std::max(hi, pt.x);
+            }
         }
-        EXPECT_GE(found, 1) << labels[i - 1];
+        EXPECT_NEAR(lo, f.px(ax.LowValue), 0.5) << labels[i - 1];
+        EXPECT_NEAR(hi, f.px(ax.HighValue), 0.5) << labels[i - 1];
     }
 
     // "Range" has no values: its chart draws nothing.
