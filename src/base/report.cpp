@@ -125,6 +125,11 @@ std::string GetLogFile(const std::string& path) {
     return s.logPath;
 }
 
+void CloseLogFile() {
+    State& s = st();
+    if (s.log.is_open()) s.log.close();
+}
+
 void AppendLogLine(const std::string& line) {
     GetLogFile();
     State& s = st();

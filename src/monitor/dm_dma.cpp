@@ -138,7 +138,9 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
     if (Setting("DMAlimitFileSize", "0") != "0") {
         long minLines = std::atol(Setting("DMAminLines", "100").c_str());
         long maxLines = std::atol(Setting("DMAmaxLines", "-1").c_str());
-        if (auto cut = LogFileSizeControl(GetLogFile(), minLines, maxLines); !cut) Log(cut.failure().message());
+        const std::string log = GetLogFile();
+        CloseLogFile();
+        if (auto cut = LogFileSizeControl(log, minLines, maxLines); !cut) Log(cut.failure().message());
     }
     if (options.saveSettings) {
         SaveSetting(kDMApp, kDMSection, "DMA_OutputAsciiPath", r.files.csv);

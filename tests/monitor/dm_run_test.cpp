@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "app/settings.h"
 #include "base/report.h"
 #include "common/capture_reporter.h"
 #include "import/import.h"
@@ -412,7 +413,62 @@ TEST_F(DMRunTest, BatchRunsEachFileAndEscapeStopsBetweenFiles) {
     EXPECT_TRUE(GetBatchSheets(**wb).empty());
 }
 
+TEST_F(DMRunTest, LongLogIsCutToItsNewestLinesAndGoesOnInTheNewFile) {
+    SimulateOptions o;
+    o.seed = 2;
+    const std::string data = simulate("overlay", o, "ov");
+    const std::string tpl = makeTemplate(data, "overlay", "Log.xlt");
+    // "DMAminLines" 10 keeps 150 lines; "DMAmaxLines" -1 cuts past 10 + 150.
+    SaveSetting("Zorv Daily Monitor", "DailyMonitor", "DMAlimitFileSize", "1");
+    SaveSetting("Zorv Daily Monitor", "DailyMonitor", "DMAminLines", "10");
+    SaveSetting("Zorv Daily Monitor", "DailyMonitor", "DMAmaxLines", "-1");
+    DMAOptions opt;
+    opt.saveSettings = false;
+    const fs::path log = dir / "RemoteCall.Log", bak = dir / "RemoteCall.BAK";
+    auto lines = [](const fs::path& p) {
+        std::ifstream f(p);
+        std::vector<std::string> v;
+        for (std::string l; std::getline(f, l);) {
+            if (!l.empty() && l.back() == '\r') l.pop_back();
+            v.push_back(l);
+        }
+        return v;
+    };
+    for (int run = 0; run < 8 && !fs::exists(bak); ++run) {
+        Workbooks::CloseAll();
+        ASSERT_TRUE(RunDMA("-f " + data + " -t " + tpl + " -o " + (dir / "out").string(), opt).succeeded);
+    }
+    DeleteSetting("Zorv Daily Monitor", "DailyMonitor");
+    ASSERT_TRUE(fs::exists(bak));
+    const auto kept = lines(log);
+    EXPECT_EQ(kept.front().rfind("____ Backup____: ", 0), 0u);
+    // The head, the newest 150 lines, and the run's last lines after the cut.
+    EXPECT_GT(kept.size(), 150u);
+    EXPECT_LT(kept.size(), 200u);
+    EXPECT_EQ(kept.back(), "++++++++++++++++++ END ++++++++++++++++++++++");
+    EXPECT_FALSE(lines(bak).empty());
+}
+
 // ---- the pieces, against hand-made tables
+
+TEST(DMRunPieces, StatNamesComeFromTheFirstStatisticsTable) {
+    WorkbookPtr wb = Workbook::create("/nonexistent/names.xlsx", "Information");
+    auto none = GetStatNames(wb.get());
+    ASSERT_FALSE(none.ok());
+    EXPECT_EQ(none.failure().text, "Worksheet 'TemplateHeader' could not be found in workbook: names.xlsx");
+    Worksheet* ws = wb->addSheet(kTemplateSheet);
+    ws->setCell(1, 1, Value("Template"));
+    auto empty = GetStatNames(wb.get());
+    ASSERT_TRUE(empty.ok());
+    EXPECT_EQ(*empty, std::vector<std::string>{"No Statistics"});
+    ws->setCell(3, 1, Value("WaferModelStatistics"));
+    ws->setCell(4, 1, Value("Offset"));
+    ws->setCell(5, 1, Value("TiltX"));
+    auto names = GetStatNames(wb.get());
+    ASSERT_TRUE(names.ok());
+    EXPECT_EQ(*names, (std::vector<std::string>{"Offset", "TiltX"}));
+}
+
 
 TEST(DMRunPieces, FormatStatisticsPassesOverTheFixedRowsAndKeepsTheAxes) {
     Datam raw = Datam::fromRows({{Value("Lot"), Value("X"), Value("Y"), Value("Length"), Value("Mean")},

@@ -72,6 +72,9 @@ bool Logging();
 // characters, creates the file with its header when missing; returns the path.
 std::string GetLogFile(const std::string& path = {});
 void AppendLogLine(const std::string& line);
+// Lets go of the log's handle, so that the file may be cut or moved; the next
+// line opens it again.
+void CloseLogFile();
 
 // Utility.SetStatusText: with append, the old text, " " and the new one.
 void SetStatusText(const std::string& text, bool append = false);
