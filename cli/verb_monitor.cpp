@@ -1,7 +1,9 @@
 // zorv-cli monitor: the daily monitor as a factory host runs it (the same
 // switches as the desktop program's DMA mode), its batches, its trend charts,
 // and new monitor templates made from a data workbook.
+#include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -32,7 +34,7 @@ const char kMonitorHelp[] =
     "DMA mode does for a factory host: -f (or -d) the data file (a raw tool file or a\n"
     "data workbook), -t the template, -o the folder of base_ZorvDMA.csv and .json,\n"
     "-x of base_ZorvDMA.xls (an .xlsx workbook with the lot's data and \"Results\"),\n"
-    "-w (or -h) of base_ZorvDMA.html. A run that fails still leaves the files, with\n"
+    "-w (or -h) of base_ZorvDMA.html; --charts DIR the trend charts as PNG. A run that fails still leaves the files, with\n"
     "\"Fault in data ouput or computation\"; the run log is RemoteCall.Log (see\n"
     "README). Each run adds a row to the template's trend sheets.\n\n"
     "  --batch T --sheet S   runs every file of the batch list S of template T\n"
@@ -88,37 +90,45 @@ int Trend(const Args& args) {
         return kExitUsage;
     }
     Proc p("zorv-cli(monitor): ");
-    auto t = ReadDMTemplate(tpl);
-    if (!t) return ShowFailure(t.failure(), false);
-    TrendLimits limits;
-    TrendStatistics names;
-    for (const DMFeatureRow& f : t->tables.features)
-        if (IEquals(f.name, feature)) limits = {f.target, f.max, f.min};
-    auto pick = [&](const DMStatTable& table, std::vector<std::string>& into) {
-        for (const DMStatRow& r : table.rows)
-            if (r.trend && (stat.empty() || IEquals(r.name, stat))) into.push_back(r.name);
-    };
-    pick(t->tables.raw, names.raw);
-    pick(t->tables.waferModel, names.waferModel);
-    pick(t->tables.fieldModel, names.fieldModel);
-    pick(t->tables.processWindow, names.processWindow);
     auto wb = Workbooks::Open(tpl);
     if (!wb) return ShowFailure(wb.failure(), false);
-    auto data = GetDMTrendChartData(wb->get(), feature, limits);
-    if (!data) return ShowFailure(data.failure(), false);
-    if (data->rowUb() < 1) return ShowFailure(p.fail("Trend Statistics have no data."), false);
-    const TrendPlotList list = TrendPlotSetup(names);
-    TrendChartSetup setup;
-    setup.feature = feature;
-    auto charts = CreateTrendPlots(*data, list, setup);
+    auto t = ReadDMTemplate(wb->get());
+    if (!t) return ShowFailure(t.failure(), false);
+    int rows = 0;
+    auto charts = DMTrendCharts(**wb, t->tables, feature, stat, &rows);
     if (!charts) return ShowFailure(charts.failure(), false);
-    if (charts->empty()) return ShowFailure(p.fail("No trended statistic" + (stat.empty() ? std::string() : " '" + stat + "'") + " in the template."), false);
 #ifdef ZORV_HAVE_PAINT
     if (Status st = WriteChart(*charts->front(), out, w, h); !st) return ShowFailure(st.failure(), false);
-    std::printf("%s: %d trend rows of %s\n", out.c_str(), data->rowUb(), feature.c_str());
+    std::printf("%s: %d trend rows of %s\n", out.c_str(), rows, feature.c_str());
     return kExitOk;
 #else
     return ShowFailure(p.fail("This zorv-cli was built without the drawing library."), false);
+#endif
+}
+
+// Every trend chart of the run's features as a PNG in dir.
+Status WriteTrendCharts(const DMRunOutcome& o, const std::string& dir, std::vector<std::string>& files) {
+    Proc p("zorv-cli(monitor): ");
+#ifdef ZORV_HAVE_PAINT
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    for (const std::string& feature : o.trendFeatures) {
+        auto charts = DMTrendCharts(*o.templateWorkbook, o.tpl.tables, feature);
+        if (!charts) continue;  // a feature without trended statistics
+        for (const auto& g : *charts) {
+            std::string name = "trend_" + g->TitleObj.TitleString;
+            for (char& c : name)
+                if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') c = '_';
+            const std::string path = (std::filesystem::path(dir) / (name + ".png")).string();
+            if (g->Data().rowUb() < 1) continue;
+            if (Status st = WriteChart(*g, path, 1000, 600); !st) return st;
+            files.push_back(path);
+        }
+    }
+    return StatusOk();
+#else
+    (void)o, (void)dir, (void)files;
+    return p.fail("This zorv-cli was built without the drawing library.");
 #endif
 }
 
@@ -190,8 +200,8 @@ int RunMonitor(const Args& args) {
     std::string line;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        if (a == "--json" || a == "--library") {
-            if (a == "--library") ++i;
+        if (a == "--json" || a == "--library" || a == "--charts") {
+            if (a != "--json") ++i;
             continue;
         }
         if (!line.empty()) line += ' ';
@@ -205,17 +215,25 @@ int RunMonitor(const Args& args) {
     };
     options.libraryFolder = library;
     const DMAResult r = RunDMA(line, options);
+    // The trend charts of the run beside its results, when asked.
+    std::vector<std::string> chartFiles;
+    if (const std::string dir = OptionValue(args, "--charts"); !dir.empty() && r.outcome) {
+        if (Status st = WriteTrendCharts(*r.outcome, dir, chartFiles); !st) return ShowFailure(st.failure(), json);
+    }
     if (json) {
         Json j;
         j.beginObject().field("ok", r.succeeded).field("result", r.resultText).field("dataFile", r.dataName);
         j.key("files").beginObject().field("csv", r.files.csv).field("json", r.files.json);
         j.field("xls", r.files.xls).field("html", r.files.html).endObject();
         if (r.outcome) OutcomeJson(j, *r.outcome);
-        j.endObject();
+        j.key("charts").beginArray();
+        for (const std::string& f : chartFiles) j.value(f);
+        j.endArray().endObject();
         std::printf("%s\n", j.str().c_str());
     } else {
         for (const std::string* f : {&r.files.csv, &r.files.json, &r.files.xls, &r.files.html})
             if (!f->empty()) std::printf("%s\n", f->c_str());
+        for (const std::string& f : chartFiles) std::printf("%s\n", f.c_str());
         if (r.outcome) {
             std::printf("\n");
             PrintTable(r.outcome->stats);

@@ -185,10 +185,11 @@ for run in "OverlayMonitor overlay.csv" "OverlayMonitor overlay.csv" "PSFMMonito
   echo
   echo "== zorv-cli monitor -f $2 -t $1.xlt -o results -x results -w results"
   "$cli" monitor -f "$mon/data/$2" -t "$mon/templates/$1.xlt" -o "$mon/results" -x "$mon/results" \
-    -w "$mon/results" | sed -n '1,4p;/Mean /p;/Best Focus/p'
+    -w "$mon/results" --charts "$out/charts/monitor" | sed -n '1,4p;/Mean /p;/Best Focus/p'
 done
 echo "== $(basename "$mon/results/overlay_ZorvDMA.csv"), its results"
 sed -n '/\[Results\]/,/\[END\]/p' "$mon/results/overlay_ZorvDMA.csv" | head -12
+echo "== trend charts: $(ls "$out/charts/monitor" | wc -l) in $out/charts/monitor"
 echo "== zorv-cli monitor --trend OverlayMonitor.xlt --feature X_reg --out trend-overlay.png"
 "$cli" monitor --trend "$mon/templates/OverlayMonitor.xlt" --feature X_reg --out "$out/charts/trend-overlay.png" || true
 for i in 1 2 3 4 5; do

@@ -804,6 +804,31 @@ Datam DMStatsTable(const std::vector<DMUnitResult>& units) {
     return out;
 }
 
+Result<std::vector<std::unique_ptr<cGraphic>>> DMTrendCharts(Workbook& workbook, const DMTemplateTables& tables,
+                                                            const std::string& feature, const std::string& stat,
+                                                            int* rows) {
+    Proc p("DailyMonitor(TrendCharts): ");
+    TrendLimits limits;
+    for (const DMFeatureRow& f : tables.features)
+        if (IEquals(f.name, feature)) limits = {f.target, f.max, f.min};
+    TrendStatistics names = TrendNames(tables);
+    if (!stat.empty())
+        for (std::vector<std::string>* v : {&names.raw, &names.waferModel, &names.fieldModel, &names.processWindow})
+            v->erase(std::remove_if(v->begin(), v->end(), [&](const std::string& n) { return !IEquals(n, stat); }),
+                     v->end());
+    auto data = GetDMTrendChartData(&workbook, feature, limits);
+    if (!data) return data.failure();
+    if (rows) *rows = data->rowUb();
+    if (data->rowUb() < 1) return p.fail("Trend Statistics have no data.");
+    TrendChartSetup setup;
+    setup.feature = feature;
+    auto charts = CreateTrendPlots(*data, TrendPlotSetup(names), setup);
+    if (!charts) return charts.failure();
+    if (charts->empty())
+        return p.fail("No trended statistic" + (stat.empty() ? std::string() : " '" + stat + "'") + " in the template.");
+    return charts;
+}
+
 Result<DMRunOutcome> DoDailyMonitor(const DMRunRequest& req) {
     Proc p("ZorvDM(doDailyMonitor): ");
     DMRunOutcome out;
