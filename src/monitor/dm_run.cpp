@@ -231,7 +231,20 @@ struct UnitContext {
     std::vector<DMFeature> features;
     bool allAxes = false;
     Workbook* pwWorkbook = nullptr;
+    Workbook* dataWorkbook = nullptr;  // where the model tables go
+    int sheetsWritten = 0;
 };
+
+// A model table as a sheet of the data workbook, saved with the run.
+Status SaveModelSheet(UnitContext& cx, const Datam& table, const std::string& sheet, const std::string& title) {
+    if (!cx.dataWorkbook || !table.isArray()) return StatusOk();
+    SaveArrayOptions o;
+    o.title = title;
+    o.save = false;
+    if (Status st = SaveArray(table, FixSheetName(sheet), cx.dataWorkbook, o); !st) return st;
+    ++cx.sheetsWritten;
+    return StatusOk();
+}
 
 // The per-wafer analysis: statistics, the models of frmDM(ModelFeature) and
 // the process window, each a table by the unit's columns.
@@ -298,12 +311,21 @@ Status AnalyseUnit(cLot& lot, UnitContext& cx, DMUnitResult& u) {
         p.chk = 3;
         auto fitted = LotModelFit(lot, fit);
         if (!fitted) return fitted.failure();
-        if (fit.doWafer) u.waferModel = ModelMeans(fitted->waferReport, columns);
+        const std::string unit = u.waferId.empty() ? std::string("All") : u.waferId;
+        if (fit.doWafer) {
+            u.waferModel = ModelMeans(fitted->waferReport, columns);
+            if (Status st = SaveModelSheet(cx, fitted->waferReport, "WaferModel_" + unit,
+                                           " Modeled Values for " + lot.LotName);
+                !st)
+                return st;
+        }
         if (fit.doField) {
             Log("    ...Field Model: " + a.fieldModel.caption);
+            u.fieldModel = ModelMeans(fitted->fieldReport, columns);
             Datam field = fitted->fieldReport;
             UpdateLotAverageModelValues(field);
-            u.fieldModel = ModelMeans(fitted->fieldReport, columns);
+            if (Status st = SaveModelSheet(cx, field, "MeanModel " + unit, " Modeled Values for " + lot.LotName); !st)
+                return st;
             Log("    ...Field Model Successful .... chk: " + ChkText(p.chk));
         }
     }
@@ -436,6 +458,7 @@ Status LoadDataLot(const DMRunRequest& req, Workbook& tplWb, DMRunOutcome& out, 
     if (out.tpl.analysis.dieXArray > 0) lot->DieXarray = out.tpl.analysis.dieXArray;
     if (out.tpl.analysis.dieYArray > 0) lot->DieYarray = out.tpl.analysis.dieYArray;
     out.lot = lot;
+    out.dataWorkbook = tables.workbook;
     return StatusOk();
 }
 
@@ -922,7 +945,7 @@ Result<DMRunOutcome> DoDailyMonitor(const DMRunRequest& req) {
     const bool combined = a.combineWafers || wafers.size() <= 1;
     const long n = combined ? 1 : static_cast<long>(wafers.size());
     Log("________Begin analysis of " + std::to_string(wafers.size()) + " wafers____chk: " + ChkText(p.chk));
-    UnitContext cx{out.tpl, AnalysedFeatures(dm, out.tpl), AllAxes(out.tpl), nullptr};
+    UnitContext cx{out.tpl, AnalysedFeatures(dm, out.tpl), AllAxes(out.tpl), nullptr, out.dataWorkbook.get()};
     WorkbookPtr pwBook;
     if (a.pwAnalysis.index >= 0) {
         pwBook = Workbook::create((fs::temp_directory_path() / "ZorvDM_pw.xlsx").string(), "Index");
@@ -966,6 +989,9 @@ Result<DMRunOutcome> DoDailyMonitor(const DMRunRequest& req) {
     }
     if (req.saveTrend && !trend.items.empty())
         if (Status st = SaveWorkbookChecked(*tplWb, kTemplateSheet, false); !st) return failed(st.failure());
+    if (cx.sheetsWritten && out.dataWorkbook)
+        if (Status st = SaveWorkbookChecked(*out.dataWorkbook, out.dataWorkbook->sheetNames().front(), false); !st)
+            return failed(st.failure());
 
     // The result's identity.
     out.stats = DMStatsTable(out.units);

@@ -58,6 +58,7 @@ struct DMRunOutcome {
     Datam header;  // the template's header rows: keys column 1, values column 2
     std::string description;
     std::string dataWorkbookPath;
+    WorkbookPtr dataWorkbook;  // gains the model tables of the run
     WorkbookPtr templateWorkbook;
     std::vector<std::string> trendFeatures;  // the features given a trend row
 };
