@@ -61,21 +61,6 @@ bool Selection(const std::string& text, std::string& shown, Datam& table) {
     return !items.empty();
 }
 
-// Low, high and the smallest step of the values of a one-column table.
-void Span(const Datam& t, float& low, float& high, float& step) {
-    std::vector<double> v;
-    for (int r = 1; t.isArray() && r <= t.rowUb(); ++r)
-        if (!IsBlank(t(r, 1))) v.push_back(t(r, 1).toDouble());
-    std::sort(v.begin(), v.end());
-    v.erase(std::unique(v.begin(), v.end()), v.end());
-    if (v.empty()) return;
-    low = static_cast<float>(v.front());
-    high = static_cast<float>(v.back());
-    double s = 0;
-    for (size_t i = 1; i < v.size(); ++i) s = s == 0 ? v[i] - v[i - 1] : std::min(s, v[i] - v[i - 1]);
-    step = static_cast<float>(s);
-}
-
 void Figure(Json& j, const char* name, double focus, double dose, double dof, double el, double elPct) {
     j.key(name).beginObject().field("focus", focus).field("dose", dose).field("dof", dof).field("expoLat", el);
     j.field("expoLatPct", elPct).endObject();
@@ -192,8 +177,8 @@ int RunPw(const Args& args) {
     long exposures = 0;
     Datam focusValues;
     const Datam doseValues = lot.GetUniqueExposures(exposures, focusValues);
-    Span(focusValues, setup.focusLow, setup.focusHigh, setup.focusStep);
-    Span(doseValues, setup.doseLow, setup.doseHigh, setup.doseStep);
+    ScanSpan(focusValues, setup.focusLow, setup.focusHigh, setup.focusStep);
+    ScanSpan(doseValues, setup.doseLow, setup.doseHigh, setup.doseStep);
     Workbook* wb = HasFlag(args, "--save") ? loaded.tables.workbook.get() : nullptr;
     setup.workbook = wb;
 

@@ -9,6 +9,7 @@
 #include "base/regional.h"
 #include "base/report.h"
 #include "base/text.h"
+#include "dm_log.h"
 #include "dm_template_util.h"
 #include "lot/lot.h"
 #include "monitor/dm_run.h"
@@ -22,19 +23,16 @@ using dmt::CellText;
 using dmt::FileOfPath;
 using dmt::FolderOfPath;
 
+using dmlog::DateNow;
+using dmlog::kApp;
+using dmlog::kSection;
+using dmlog::Log;
+using dmlog::TimeNow;
+
 namespace {
 
-constexpr const char* kDMApp = "Zorv Daily Monitor";
-constexpr const char* kDMSection = "DailyMonitor";
-
-void Log(const std::string& line) {
-    if (Logging()) AppendLogLine(line);
-}
-std::string TimeNow() { return FormatDate(NowSerial(), "hh:mm:ss"); }
-std::string DateNow() { return FormatDate(NowSerial(), "dd-mmm-yyyy"); }
-
 std::string Setting(const char* key, const std::string& fallback = {}) {
-    return GetSetting(kDMApp, kDMSection, key, fallback);
+    return GetSetting(kApp, kSection, key, fallback);
 }
 
 // The lot's points as the data sheet of the result workbook.
@@ -70,7 +68,7 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
             Log("_____________Analysis FAILED________________");
         }
         Log("++++++++++++++++++ END ++++++++++++++++++++++");
-        SetLogging(GetSetting(kDMApp, "Settings", "chkLogData", "0") == "1" || wasLogging);
+        SetLogging(GetSetting(kApp, "Settings", "chkLogData", "0") == "1" || wasLogging);
         SetStatusText("Ready");
         r.notice = "Analysis of file: " + r.dataName + " Complete.\r\n\r\n" + result +
                    "\r\n\r\nSelect 'Log' to display the 'RemoteCall.log' file.\r\n"
@@ -143,10 +141,10 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
         if (auto cut = LogFileSizeControl(log, minLines, maxLines); !cut) Log(cut.failure().message());
     }
     if (options.saveSettings) {
-        SaveSetting(kDMApp, kDMSection, "DMA_OutputAsciiPath", r.files.csv);
-        SaveSetting(kDMApp, kDMSection, "DMA_OutputXLSPath", r.files.xls);
-        SaveSetting(kDMApp, kDMSection, "DMA_OutputHTMLPath", r.files.html);
-        SaveSetting(kDMApp, kDMSection, "DMA_FileName", parsed->dataName);
+        SaveSetting(kApp, kSection, "DMA_OutputAsciiPath", r.files.csv);
+        SaveSetting(kApp, kSection, "DMA_OutputXLSPath", r.files.xls);
+        SaveSetting(kApp, kSection, "DMA_OutputHTMLPath", r.files.html);
+        SaveSetting(kApp, kSection, "DMA_FileName", parsed->dataName);
     }
     if (run && files) {
         r.succeeded = true;

@@ -17,6 +17,7 @@
 #include "calib/calibrate.h"
 #include "calib/convert.h"
 #include "calib/template_library.h"
+#include "dm_log.h"
 #include "dm_template_util.h"
 #include "import/import.h"
 #include "lot/lot.h"
@@ -36,16 +37,13 @@ using dmt::CellText;
 using dmt::FileOfPath;
 using dmt::FolderOfPath;
 
+using dmlog::DateNow;
+using dmlog::kApp;
+using dmlog::kSection;
+using dmlog::Log;
+using dmlog::TimeNow;
+
 namespace {
-
-constexpr const char* kDMApp = "Zorv Daily Monitor";
-constexpr const char* kDMSection = "DailyMonitor";
-
-void Log(const std::string& line) {
-    if (Logging()) AppendLogLine(line);
-}
-std::string TimeNow() { return FormatDate(NowSerial(), "hh:mm:ss"); }
-std::string DateNow() { return FormatDate(NowSerial(), "dd-mmm-yyyy"); }
 
 Failure Interrupted(Proc& p, bool batch) {
     return p.fail(batch ? "User interrupted analysis..." : "Esc key pressed.");
@@ -163,21 +161,6 @@ std::string PWKindOfCaption(std::string_view caption, std::string& kind) {
     return kind = "PW", kPW;
 }
 
-// Low, high and smallest step of a one-column table of values.
-void Span(const Datam& t, float& low, float& high, float& step) {
-    std::vector<double> v;
-    for (int r = 1; t.isArray() && r <= t.rowUb(); ++r)
-        if (!IsBlank(t(r, 1))) v.push_back(t(r, 1).toDouble());
-    std::sort(v.begin(), v.end());
-    v.erase(std::unique(v.begin(), v.end()), v.end());
-    if (v.empty()) return;
-    low = static_cast<float>(v.front());
-    high = static_cast<float>(v.back());
-    double s = 0;
-    for (size_t i = 1; i < v.size(); ++i) s = s == 0 ? v[i] - v[i - 1] : std::min(s, v[i] - v[i - 1]);
-    step = static_cast<float>(s);
-}
-
 // frmDM(ProcessWindowAnalysis) with frmDM(pwAnalysisUpdate): the run of the
 // template's analysis on the unit's lot, read back by GetPWmodeled.
 Result<Datam> ProcessWindowAnalysis(cLot& lot, const DMTemplate& t, const std::vector<DMFeature>& features,
@@ -213,8 +196,8 @@ Result<Datam> ProcessWindowAnalysis(cLot& lot, const DMTemplate& t, const std::v
     long exposures = 0;
     Datam focusValues;
     const Datam doseValues = lot.GetUniqueExposures(exposures, focusValues);
-    Span(focusValues, setup.focusLow, setup.focusHigh, setup.focusStep);
-    Span(doseValues, setup.doseLow, setup.doseHigh, setup.doseStep);
+    ScanSpan(focusValues, setup.focusLow, setup.focusHigh, setup.focusStep);
+    ScanSpan(doseValues, setup.doseLow, setup.doseHigh, setup.doseStep);
     setup.focusArray = focusValues, setup.doseArray = doseValues;
     setup.workbook = wb;
     PWState state;
@@ -379,7 +362,7 @@ Status LoadDataLot(const DMRunRequest& req, Workbook& tplWb, DMRunOutcome& out, 
     // The filter asked for, else the template's, else the last one used.
     std::string filter = req.importFilter;
     if (filter.size() < 4) filter = HeaderValue(out.tpl.tables.header, "DataImport");
-    if (filter.size() < 4) filter = GetSetting(kDMApp, kDMSection, "ImportFilter", "");
+    if (filter.size() < 4) filter = GetSetting(kApp, kSection, "ImportFilter", "");
     SetStatusText("Opening Data File ...");
     const std::string upName = Upper(dataName);
     const bool direct = upName.find("XLS") != std::string::npos || upName.find("XLT") != std::string::npos ||

@@ -4,6 +4,8 @@
 
 #include "base/value.h"
 
+#include "numerics/matrix.h"
+
 namespace zorv {
 
 namespace {
@@ -39,6 +41,14 @@ void Selection(const std::vector<std::string>& chosen, const std::vector<std::st
             table(static_cast<int>(i) + 1, 1) = Value(Number(chosen[i]));
         }
     }
+    ScanSpan(std::move(v), low, high, step);
+}
+
+}  // namespace
+
+void ScanSpan(std::vector<double> v, float& low, float& high, float& step) {
+    std::sort(v.begin(), v.end());
+    v.erase(std::unique(v.begin(), v.end()), v.end());
     if (v.empty()) return;
     low = static_cast<float>(v.front());
     high = static_cast<float>(v.back());
@@ -47,7 +57,12 @@ void Selection(const std::vector<std::string>& chosen, const std::vector<std::st
     step = static_cast<float>(s);
 }
 
-}  // namespace
+void ScanSpan(const Datam& column, float& low, float& high, float& step) {
+    std::vector<double> v;
+    for (int r = 1; column.isArray() && r <= column.rowUb(); ++r)
+        if (!IsBlank(column(r, 1))) v.push_back(column(r, 1).toDouble());
+    ScanSpan(std::move(v), low, high, step);
+}
 
 PWSetup LoadPWanalysis(const PWControls& c) {
     PWSetup s;

@@ -28,15 +28,6 @@ bool Empty(const char* v) { return !v || !*v; }
 
 }  // namespace
 
-std::string JoinCommandLine(int argc, char** argv) {
-    std::string line;
-    for (int i = 1; i < argc; ++i) {
-        if (i > 1) line += ' ';
-        line += argv[i];
-    }
-    return line;
-}
-
 std::optional<std::string> DMAAutomationLine(const std::string& commandLine) {
     if (Upper(commandLine) == "/PALVEX") return std::nullopt;
     bool dma = false;

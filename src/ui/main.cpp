@@ -63,7 +63,7 @@ int RunDMAWithoutDisplay(const std::string& line, const char* argv0) {
 int main(int argc, char** argv) {
     zorv::PreferHugePageHeap(argv);
     // Decided on the raw line, before Qt takes its own options out of argv.
-    const std::optional<std::string> dmaLine = zorv::ui::DMAAutomationLine(zorv::ui::JoinCommandLine(argc, argv));
+    const std::optional<std::string> dmaLine = zorv::ui::DMAAutomationLine(zorv::ui::RawCommandLine(argc, argv));
     if (dmaLine && zorv::ui::NoDisplay()) return RunDMAWithoutDisplay(*dmaLine, argc > 0 ? argv[0] : nullptr);
 
     QApplication app(argc, argv);

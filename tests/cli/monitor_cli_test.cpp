@@ -76,10 +76,23 @@ TEST_F(MonitorCli, ShippedOverlayMonitorLeavesFilesASpreadsheetReaderOpens) {
     for (const char* ext : {".csv", ".json", ".xls", ".html"}) EXPECT_TRUE(fs::exists(out / ("overlay_ZorvDMA" + std::string(ext)))) << ext;
     EXPECT_TRUE(fs::exists(dir / "charts" / "trend_X_reg__Mean.png"));
 
+    fs::copy_file(out / "overlay_ZorvDMA.xls", dir / "copy.xlsx");
+    // LibreOffice, where installed, reads the workbook sheet by sheet.
+    if (std::system("command -v soffice >/dev/null 2>&1") == 0) {
+        const fs::path profile = dir / "profile";
+        const std::string cmd = "cd '" + dir.string() + "' && HOME='" + profile.string() +
+                                "' timeout 300 soffice --headless -env:UserInstallation=file://" + profile.string() +
+                                " --convert-to 'csv:Text - txt - csv (StarCalc):44,34,76,1,,0,false,true,false,false,"
+                                "false,-1' --outdir lo copy.xlsx > lo.log 2>&1";
+        ASSERT_EQ(std::system(cmd.c_str()), 0);
+        const std::string results = Bytes(dir / "lo" / "copy-Results.csv");
+        EXPECT_EQ(results.rfind("[Data],", 0), 0u) << results.substr(0, 80);
+        EXPECT_NE(results.find("[END]"), std::string::npos);
+        EXPECT_TRUE(fs::exists(dir / "lo" / "copy-SIM0001.csv"));
+    }
     // The workbook as another reader sees it: "Results" from "[Data]" to
     // "[END]", its numbers as numbers, and the lot's data beside it.
     if (std::system("/usr/bin/python3 -c 'import openpyxl' 2>/dev/null") != 0) GTEST_SKIP() << "no openpyxl";
-    fs::copy_file(out / "overlay_ZorvDMA.xls", dir / "copy.xlsx");
     const std::string py = "import openpyxl\n"
                            "wb = openpyxl.load_workbook('" + (dir / "copy.xlsx").string() + "')\n"
                            "ws = wb['Results']\n"

@@ -21,6 +21,12 @@ inline constexpr const char* kDoseBF = "kDoseBF";
 inline constexpr const char* kPW = "kPW";
 inline constexpr const char* kIsoFocal = "kIsoFocal";
 
+// Low, high and the smallest step between the distinct values of a scan (a
+// focus or dose list); nothing changes without values.
+void ScanSpan(std::vector<double> values, float& low, float& high, float& step);
+// The same of a one-column table (column 1, rows from 1; blanks left out).
+void ScanSpan(const Datam& column, float& low, float& high, float& step);
+
 struct PWSetup {
     bool showLimits = true;                       // chkShowLimits: target, max and min lines
     std::string dataTypeName = "Raw Data";        // cmbDataType

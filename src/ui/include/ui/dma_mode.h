@@ -8,9 +8,6 @@
 
 namespace zorv::ui {
 
-// argv after the program name, joined with blanks (the raw command line).
-std::string JoinCommandLine(int argc, char** argv);
-
 // The line the automation run gets: the text after the word "DMA" of a line
 // whose run modes include "DMA" and which holds a data ("-f", "-d") or
 // template ("-t") switch. None: the program starts as usual ("/PALVEX"
