@@ -48,6 +48,9 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
     DMAResult r;
     r.noticeTitle = std::string(kProductName) + "... Automation analysis complete.";
     const bool wasLogging = Logging();
+    // A host may keep the log apart from the program ("RemoteCallLogFolder").
+    if (const std::string folder = Setting("RemoteCallLogFolder"); folder.size() > 2)
+        GetLogFile((fs::path(folder) / "RemoteCall.Log").string());
     SetLogging(true);
     const std::string filter = options.importFilter.empty() ? Setting("ImportFilter") : options.importFilter;
     Log("+++++++++++++++++START++++++++++++++++++++++");
