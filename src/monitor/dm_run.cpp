@@ -263,6 +263,15 @@ Status MatrixFlow(const DMRunRequest& req, DMRunOutcome& out, Proc& p) {
     joined->MetrologyTool = lot.MetrologyTool;
     joined->DateMeasured = lot.DateMeasured;
     out.dmLot = joined;
+    // The calibration and its focus beside the data, saved with the run.
+    if (Workbook* wb = out.dataWorkbook.get()) {
+        SaveArrayOptions o;
+        o.save = false;
+        o.title = "Calibration Statistics: " + lot.LotName;
+        if (Status st = SaveArray(results, "Calibration", wb, o); !st) return st;
+        o.title = "Raw Focus from : " + lot.LotName;
+        if (Status st = SaveArray(MakeFocusData(*joined), "RawFocus", wb, o); !st) return st;
+    }
     Log("...Focus/Expo: " + TimeNow());
     return StatusOk();
 }
@@ -460,7 +469,9 @@ Result<DMRunOutcome> DoDailyMonitor(const DMRunRequest& req) {
     }
     if (req.saveTrend && !trend.items.empty())
         if (Status st = SaveWorkbookChecked(*tplWb, kTemplateSheet, false); !st) return failed(st.failure());
-    if (cx.sheetsWritten && out.dataWorkbook)
+    // The data workbook keeps what the run added: the layout, the
+    // calibration, the model tables.
+    if (out.dataWorkbook && out.dataWorkbook->isDirty())
         if (Status st = SaveWorkbookChecked(*out.dataWorkbook, out.dataWorkbook->sheetNames().front(), false); !st)
             return failed(st.failure());
 

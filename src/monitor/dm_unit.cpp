@@ -142,14 +142,12 @@ Result<Datam> ProcessWindowAnalysis(cLot& lot, const DMTemplate& t, const std::v
 }
 
 // A model table as a sheet of the data workbook, saved with the run.
-Status SaveModelSheet(UnitContext& cx, const Datam& table, const std::string& sheet, const std::string& title) {
+Status SaveModelSheet(const UnitContext& cx, const Datam& table, const std::string& sheet, const std::string& title) {
     if (!cx.dataWorkbook || !table.isArray()) return StatusOk();
     SaveArrayOptions o;
     o.title = title;
     o.save = false;
-    if (Status st = SaveArray(table, FixSheetName(sheet), cx.dataWorkbook, o); !st) return st;
-    ++cx.sheetsWritten;
-    return StatusOk();
+    return SaveArray(table, FixSheetName(sheet), cx.dataWorkbook, o);
 }
 
 }  // namespace

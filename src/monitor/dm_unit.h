@@ -37,7 +37,6 @@ struct UnitContext {
     bool allAxes = false;
     Workbook* pwWorkbook = nullptr;
     Workbook* dataWorkbook = nullptr;  // where the model tables go
-    int sheetsWritten = 0;
 };
 
 // The per-wafer analysis: statistics, the models of frmDM(ModelFeature) and

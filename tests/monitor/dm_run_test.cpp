@@ -14,6 +14,7 @@
 #include "app/settings.h"
 #include "base/report.h"
 #include "common/capture_reporter.h"
+#include "common/json_lite.h"
 #include "import/import.h"
 #include "import/simulate.h"
 #include "lot/lot.h"
@@ -236,6 +237,13 @@ TEST_F(DMRunTest, WaferModelOfAPureOffsetIsTheOffset) {
     // The same term of the field model keeps a row of its own.
     EXPECT_FALSE(std::isnan(at("Field TiltX", "X_reg")));
     EXPECT_EQ(run->units.size(), 1u);  // combined
+    // The model tables went into the data workbook.
+    Workbooks::CloseAll();
+    auto wb = Workbook::open(run->dataWorkbookPath);
+    ASSERT_TRUE(wb.ok());
+    EXPECT_NE((*wb)->sheet("WaferModel_All"), nullptr);
+    EXPECT_NE((*wb)->sheet("MeanModelAll"), nullptr);
+    EXPECT_NE((*wb)->sheet("Layout"), nullptr);
 }
 
 TEST_F(DMRunTest, ProcessWindowRunReadsTheReport) {
@@ -292,6 +300,41 @@ TEST_F(DMRunTest, FixedFocusConvertsByTheSampleTemplateUnlessNamedNone) {
         if (raw->stats(r, 0).toString() == "Mean") meanRow = r;
     ASSERT_GT(meanRow, 0);
     EXPECT_NEAR(raw->stats(meanRow, 1).toDouble(), sum / static_cast<double>(n), 1e-3);
+}
+
+TEST_F(DMRunTest, FocusMatrixIsCalibratedToEachSitesFocusAtZeroShift) {
+    // Linear image shifts: a site's focus at zero shift is -offset / slope
+    // less its focus offset.
+    SimulateOptions o;
+    o.seed = 4, o.noise = 0.2, o.outliers = 0, o.failed = 0;
+    for (const char* name : {"X2", "Y2", "X3", "Y3"}) o.coefficients.emplace_back(name, 0.0);
+    const std::string data = simulate("psfm", o, "psfm");
+    const std::string tpl = makeTemplate(data, "matrix", "Matrix.xlt");
+    DMRunRequest req;
+    req.templatePath = tpl;
+    req.dataPath = data;
+    auto run = DoDailyMonitor(req);
+    ASSERT_TRUE(run.ok()) << run.failure().message();
+
+    const zorv::testing::Json truth = zorv::testing::ReadJsonFile((fs::path(data).parent_path() / "truth.json").string());
+    const auto& sites = truth["model"]["siteModel"];
+    double want = 0;
+    for (size_t i = 0; i < sites.size(); ++i)
+        want += -sites[i]["offsetX"].number() / sites[i]["slopeX"].number() - sites[i]["focusOffset"].number();
+    want /= static_cast<double>(sites.size());
+    double got = 0;
+    long n = 0;
+    run->dmLot->forEachLive([&](cWafer&, cField&, cSite&, cPoint& p) { got += p.ValueV / 1000.0, ++n; });
+    ASSERT_EQ(n, static_cast<long>(sites.size()));  // one point per site and exposure set
+    EXPECT_NEAR(got / static_cast<double>(n), want, 0.01);
+
+    // The calibration and its focus stay beside the data.
+    Workbooks::CloseAll();
+    auto wb = Workbook::open(run->dataWorkbookPath);
+    ASSERT_TRUE(wb.ok());
+    ASSERT_NE((*wb)->sheet("Calibration"), nullptr);
+    EXPECT_EQ((*wb)->sheet("Calibration")->cell(1, 1).toString().rfind("Calibration Statistics: ", 0), 0u);
+    EXPECT_NE((*wb)->sheet("RawFocus"), nullptr);
 }
 
 TEST_F(DMRunTest, FaultsLeaveAResultFileAndTheTemplateUntouched) {
