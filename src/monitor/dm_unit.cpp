@@ -519,10 +519,27 @@ Result<std::vector<std::unique_ptr<cGraphic>>> DMTrendCharts(Workbook& workbook,
     if (!data) return data.failure();
     if (rows) *rows = data->rowUb();
     if (data->rowUb() < 1) return p.fail("Trend Statistics have no data.");
+    // The feature's target and limits are levels of the feature: they belong
+    // on the charts of its level (mean, median, extremes), not on those of a
+    // spread, a count, a model term or a process window figure, whose scale
+    // they would only squash.
+    static constexpr std::string_view kLevels[] = {"Mean", "Median", "Maximum", "Minimum", "Mean+3Sigma",
+                                                   "Mean3Sigma", "Max99%"};
+    TrendStatistics levels, others = names;
+    others.raw.clear();
+    for (const std::string& n : names.raw) {
+        bool level = false;
+        for (std::string_view l : kLevels) level = level || IEquals(n, l);
+        (level ? levels.raw : others.raw).push_back(n);
+    }
     TrendChartSetup setup;
     setup.feature = feature;
-    auto charts = CreateTrendPlots(*data, TrendPlotSetup(names), setup);
+    auto charts = CreateTrendPlots(*data, TrendPlotSetup(levels), setup);
     if (!charts) return charts.failure();
+    setup.showLimits = false;
+    auto rest = CreateTrendPlots(*data, TrendPlotSetup(others), setup);
+    if (!rest) return rest.failure();
+    for (auto& g : *rest) charts->push_back(std::move(g));
     if (charts->empty())
         return p.fail("No trended statistic" + (stat.empty() ? std::string() : " '" + stat + "'") + " in the template.");
     return charts;

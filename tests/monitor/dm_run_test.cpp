@@ -267,6 +267,15 @@ TEST_F(DMRunTest, ProcessWindowRunReadsTheReport) {
     EXPECT_GT(v["Depth of Focus(DoF)"], 0);
     EXPECT_NEAR(v["%Dose Latitude"], 100 * v["Dose Latitude"] / v["Best Dose"], 0.1);
     EXPECT_EQ(trendRows(tpl, "TC_MEAS_1"), 1);
+
+    // The CD's limits go on the chart of its mean, not on the best dose's.
+    auto charts = DMTrendCharts(*run->templateWorkbook, run->tpl.tables, "MEAS_1");
+    ASSERT_TRUE(charts.ok()) << charts.failure().message();
+    std::map<std::string, int> series;
+    for (const auto& g : *charts) series[g->TitleObj.TitleString] = g->Series.Count();
+    EXPECT_EQ(series["MEAS_1: Mean"], 4);
+    EXPECT_EQ(series["MEAS_1: Best Dose"], 1);
+    EXPECT_EQ(series.size(), 5u);  // Mean and the four window figures
 }
 
 TEST_F(DMRunTest, FixedFocusConvertsByTheSampleTemplateUnlessNamedNone) {

@@ -120,9 +120,10 @@ struct DMAResult {
 DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options = {});
 
 // The trend charts of a feature from the template's trend sheet: one per
-// statistic the template trends (or the one named), against the feature's
-// target and limits. rows gets the trend's row count. No rows: "Trend
-// Statistics have no data."; nothing trended: "No trended statistic".
+// statistic the template trends (or the one named); those of the feature's
+// level (mean, median, extremes) first, against its target and limits.
+// rows gets the trend's row count. No rows: "Trend Statistics have no
+// data."; nothing trended: "No trended statistic".
 [[nodiscard]] Result<std::vector<std::unique_ptr<cGraphic>>> DMTrendCharts(Workbook& workbook,
                                                                           const DMTemplateTables& tables,
                                                                           const std::string& feature,
