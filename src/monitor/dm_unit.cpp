@@ -539,7 +539,12 @@ Result<std::vector<std::unique_ptr<cGraphic>>> DMTrendCharts(Workbook& workbook,
     setup.showLimits = false;
     auto rest = CreateTrendPlots(*data, TrendPlotSetup(others), setup);
     if (!rest) return rest.failure();
-    for (auto& g : *rest) charts->push_back(std::move(g));
+    for (auto& g : *rest) {
+        // Not in the feature's units: the axis tells what it shows.
+        const std::string& title = g->TitleObj.TitleString;
+        if (cAxis* ay = g->Axes.Item("Y")) ay->Label = title.substr(std::min(title.size(), feature.size() + 2));
+        charts->push_back(std::move(g));
+    }
     if (charts->empty())
         return p.fail("No trended statistic" + (stat.empty() ? std::string() : " '" + stat + "'") + " in the template.");
     return charts;
