@@ -54,6 +54,7 @@ constexpr Verb kVerbs[] = {
     {"astig", "astigmatism (H - V) of a lot: statistics and the range and sigma culls", kAstigHelp, RunAstig},
     {"meef", "mask error factors (MEEF, BEEF) of a wafer lot against its reticle measurement", kMeefHelp, RunMeef},
     {"monitor", "the daily monitor: a template run on a data file, batches, trend charts", kMonitorHelp, RunMonitor},
+    {"tools", "the exposure tool library: list, show and set tools by name", kToolsHelp, RunTools},
 };
 
 const Verb* FindVerb(const std::string& name) {

@@ -43,6 +43,7 @@ int RunAstig(const Args& args);
 int RunBestFocus(const Args& args);
 int RunMeef(const Args& args);
 int RunMonitor(const Args& args);
+int RunTools(const Args& args);
 extern const char kVersionHelp[];
 extern const char kInfoHelp[];
 extern const char kSampleWorkbookHelp[];
@@ -62,6 +63,7 @@ extern const char kAstigHelp[];
 extern const char kBestFocusHelp[];
 extern const char kMeefHelp[];
 extern const char kMonitorHelp[];
+extern const char kToolsHelp[];
 
 // Prints a failure of a core routine exactly once and gives kExitFailed:
 // through the stderr reporter (tag, text, " chk: " and checkpoint, as a box

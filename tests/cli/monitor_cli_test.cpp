@@ -1,6 +1,6 @@
 // zorv-cli monitor as a factory host runs it: the shipped templates on
 // simulated data, the result files opened by a spreadsheet reader of its own,
-// the exit codes a host branches on.
+// the exit codes a host branches on; and the exposure tool library.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -136,6 +136,24 @@ TEST_F(MonitorCli, ProcessWindowMonitorReportsItsWindow) {
                                 (dir / "bd.png").string());
     EXPECT_EQ(chart.rc, 0) << Bytes(dir / "stderr.txt");
     EXPECT_TRUE(fs::exists(dir / "bd.png"));
+}
+
+// The exposure tool library from a shell: a tool set, changed, read back.
+TEST_F(MonitorCli, ToolsAreSetByNameAndReadBack) {
+    const std::string lib = " --library " + (dir / "Reticles" / "ExposureToolLibrary.xlsx").string();
+    EXPECT_EQ(run("tools set \"Scanner 4\" NA=0.75 PCinner=0.55" + lib).rc, 0);
+    EXPECT_EQ(run("tools set \"scanner 4\" NA=0.8" + lib).rc, 0);
+    const CliResult list = run("tools list --json" + lib);
+    ASSERT_EQ(list.rc, 0);
+    EXPECT_NE(list.out.find("\"tools\":[\"ASM 700\",\"Scanner 4\"]"), std::string::npos) << list.out;
+    const CliResult show = run("tools show \"Scanner 4\" --json" + lib);
+    ASSERT_EQ(show.rc, 0);
+    EXPECT_NE(show.out.find("\"NA\":\"0.8\""), std::string::npos) << show.out;
+    EXPECT_NE(show.out.find("\"PCinner\":\"0.55\""), std::string::npos) << show.out;
+    EXPECT_EQ(run("tools show Nope" + lib).rc, 1);
+    EXPECT_NE(Bytes(dir / "stderr.txt").find("Could not locate exposure tool 'Nope' in the library."), std::string::npos);
+    EXPECT_EQ(run("tools set X Bogus=1" + lib).rc, 1);
+    EXPECT_EQ(run("tools frobnicate" + lib).rc, 2);
 }
 
 }  // namespace
