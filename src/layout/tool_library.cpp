@@ -6,6 +6,7 @@
 
 #include "app/preferences.h"
 #include "app/settings.h"
+#include "app/shutdown.h"
 #include "base/identity.h"
 #include "base/report.h"
 #include "base/text.h"
@@ -110,7 +111,12 @@ ExpoTool ExpoToolFromSettings() {
     ExpoTool t;
     const auto& rows = ExpoToolRows();
     const std::string app = PreferenceApplication("ToolSettings");
-    for (size_t i = 0; i < rows.size(); ++i) t.values[i] = GetSetting(app, "ToolSettings", rows[i].setting, rows[i].fallback);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        // The library's own default, else the program's ("Wavelength" 193).
+        const std::string fallback =
+            *rows[i].fallback ? rows[i].fallback : PreferenceDefaultValue("ToolSettings", rows[i].setting);
+        t.values[i] = GetSetting(app, "ToolSettings", rows[i].setting, fallback);
+    }
     return t;
 }
 
@@ -233,5 +239,37 @@ Status SaveToolLibrary(WorkbookPtr& workbook) {
     }
     return workbook->save();
 }
+
+namespace {
+
+WorkbookPtr& Held() {
+    static WorkbookPtr wb;
+    return wb;
+}
+
+}  // namespace
+
+Result<Worksheet*> HeldToolLibrary(const std::string& path) {
+    WorkbookPtr& wb = Held();
+    const bool first = !wb;
+    auto sheet = GetExpoToolLibrary(wb, path);
+    if (!sheet) return sheet;
+    if (first) {
+        ToolLibraryHook hook;
+        hook.isOpen = [] { return Held() != nullptr; };
+        hook.changed = [] { return Held() && Held()->isDirty(); };
+        hook.save = [] {
+            if (Status st = SaveToolLibrary(Held()); !st) Report(st.failure());
+        };
+        hook.close = [] {
+            if (Held()) Workbooks::Close(Held());
+            Held().reset();
+        };
+        SetToolLibraryHook(std::move(hook));
+    }
+    return sheet;
+}
+
+WorkbookPtr HeldToolLibraryWorkbook() { return Held(); }
 
 }  // namespace zorv

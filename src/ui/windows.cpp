@@ -6,6 +6,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QTabWidget>
+#include <QScrollArea>
 #include <QVBoxLayout>
 #include <algorithm>
 
@@ -14,6 +15,7 @@
 #include "app/settings.h"
 #include "app/shutdown.h"
 #include "app/strings.h"
+#include "ui/expo_tool_panel.h"
 
 namespace zorv::ui {
 
@@ -46,11 +48,28 @@ frmMain::frmMain(QWidget* parent) : ZorvForm("frmMain", Q(ApplicationTitle()), p
                 {"kExposureTool", "pctExposureTool", tr("Exposure Tool")},
                 {"kCentering", "pctCentering", tr("Centering")}};
     for (const auto& t : tabs) {
-        QWidget* page = emptySurface(t.surface, hint);
+        QWidget* page = nullptr;
+        if (std::string_view(t.key) == "kExposureTool") {
+            auto* panel = new ExpoToolPanel;
+            // Scrolls on a small screen rather than squeezing its fields.
+            auto* scroll = new QScrollArea;
+            scroll->setWidget(panel);
+            scroll->setWidgetResizable(true);
+            scroll->setFrameShape(QFrame::NoFrame);
+            page = scroll;
+        } else {
+            page = emptySurface(t.surface, hint);
+        }
         page->setObjectName(t.key);
         tabServer->addTab(page, t.caption);
     }
     contentLayout()->addWidget(tabServer);
+    // The exposure tool tab brings the library in when it is first shown.
+    connect(tabServer, &QTabWidget::currentChanged, this, [this, tabServer](int index) {
+        QWidget* page = tabServer->widget(index);
+        if (!page || page->objectName() != "kExposureTool" || toolLibraryIn_) return;
+        if (auto* panel = page->findChild<ExpoToolPanel*>()) toolLibraryIn_ = panel->bringInLibrary();
+    });
 }
 
 int frmMain::MRUsize() {

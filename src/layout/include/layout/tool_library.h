@@ -17,7 +17,8 @@ inline constexpr const char* kToolLibrarySheet = "ExposureTools";
 inline constexpr const char* kToolLibraryFile = "ExposureToolLibrary.xlsx";
 
 // One row of the library: its key in column A, the "ToolSettings" key the
-// first tool's value comes from, and the value when that setting is unset.
+// first tool's value comes from, and the value when that setting is unset
+// (empty: the program's default of the setting).
 struct ExpoToolRow {
     const char* key;
     const char* setting;
@@ -67,5 +68,12 @@ std::vector<std::string> ExpoToolNames(Worksheet& sheet);
 
 // Saves the library; one read from an .xls is written as the .xlsx beside it.
 [[nodiscard]] Status SaveToolLibrary(WorkbookPtr& workbook);
+
+// The library the main window holds from its first use to the window's
+// unload (xlToolSheet). The first call opens it (GetExpoToolLibrary) and
+// hands it to the exit path, which asks to save it when it changed.
+[[nodiscard]] Result<Worksheet*> HeldToolLibrary(const std::string& path = {});
+// The held library's workbook; null before the first use and after the exit.
+WorkbookPtr HeldToolLibraryWorkbook();
 
 }  // namespace zorv

@@ -36,6 +36,7 @@ protected:
 private:
     QPointer<ZorvForm> caller_;
     bool showOnLoad_ = false;
+    bool toolLibraryIn_ = false;  // the exposure tool library brought in
 };
 
 class frmProcessWindow : public ZorvForm {
