@@ -74,6 +74,12 @@ class DMRunTest : public ::testing::Test {
         Workbooks::CloseAll();
         return wb.ok() ? *wb : std::string();
     }
+    static DMRunRequest request(const std::string& tpl, const std::string& data) {
+        DMRunRequest req;
+        req.templatePath = tpl;
+        req.dataPath = data;
+        return req;
+    }
     // Sets one key of a template's header block.
     void setHeader(const std::string& path, const std::string& key, const Value& v) {
         auto wb = Workbook::open(path);
@@ -214,10 +220,7 @@ TEST_F(DMRunTest, WaferModelOfAPureOffsetIsTheOffset) {
     o.coefficients.emplace_back("Ty", -2.0);
     const std::string data = simulate("overlay", o, "ov");
     const std::string tpl = makeTemplate(data, "overlay", "Offset.xlt");
-    DMRunRequest req;
-    req.templatePath = tpl;
-    req.dataPath = data;
-    auto run = DoDailyMonitor(req);
+    auto run = DoDailyMonitor(request(tpl, data));
     ASSERT_TRUE(run.ok()) << run.failure().message();
     const Datam& s = run->stats;
     auto at = [&](const std::string& row, const std::string& col) {
@@ -251,10 +254,7 @@ TEST_F(DMRunTest, ProcessWindowRunReadsTheReport) {
     o.seed = 7;
     const std::string data = simulate("fem", o, "fem");
     const std::string tpl = makeTemplate(data, "fem", "FEM.xlt");
-    DMRunRequest req;
-    req.templatePath = tpl;
-    req.dataPath = data;
-    auto run = DoDailyMonitor(req);
+    auto run = DoDailyMonitor(request(tpl, data));
     ASSERT_TRUE(run.ok()) << run.failure().message();
     ASSERT_EQ(run->units.size(), 1u);
     const Datam& pw = run->units[0].processWindow;
@@ -284,9 +284,7 @@ TEST_F(DMRunTest, FixedFocusConvertsByTheSampleTemplateUnlessNamedNone) {
     const std::string data = simulate("psfm", o, "psfm");
     const std::string tpl = makeTemplate(data, "psfm", "PSFM.xlt");
     ASSERT_TRUE(fs::exists(fs::path(tpl).parent_path() / "ZORVpsfm.tpl"));
-    DMRunRequest req;
-    req.templatePath = tpl;
-    req.dataPath = data;
+    const DMRunRequest req = request(tpl, data);
     auto converted = DoDailyMonitor(req);
     ASSERT_TRUE(converted.ok()) << converted.failure().message();
     EXPECT_NE(converted->description.find("Focus template: PSFMsample"), std::string::npos);
@@ -319,10 +317,7 @@ TEST_F(DMRunTest, FocusMatrixIsCalibratedToEachSitesFocusAtZeroShift) {
     for (const char* name : {"X2", "Y2", "X3", "Y3"}) o.coefficients.emplace_back(name, 0.0);
     const std::string data = simulate("psfm", o, "psfm");
     const std::string tpl = makeTemplate(data, "matrix", "Matrix.xlt");
-    DMRunRequest req;
-    req.templatePath = tpl;
-    req.dataPath = data;
-    auto run = DoDailyMonitor(req);
+    auto run = DoDailyMonitor(request(tpl, data));
     ASSERT_TRUE(run.ok()) << run.failure().message();
 
     const zorv::testing::Json truth = zorv::testing::ReadJsonFile((fs::path(data).parent_path() / "truth.json").string());
