@@ -105,7 +105,7 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
     DMRunRequest req;
     req.templatePath = parsed->templatePath;
     req.dataPath = parsed->dataPath;
-    req.importFilter = options.importFilter.empty() ? Setting("ImportFilter") : options.importFilter;
+    req.importFilter = filter;
     req.storeInDataDirectory = Setting("StoreInDataDirectory", "1") != "0";
     req.dataStorageDirectory = Setting("DataStorageDirectory");
     req.proceedWithoutReticle = options.proceedWithoutReticle;
@@ -117,7 +117,7 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
         auto table = BuildDMResultTable(run->info, run->header, run->stats);
         if (table) out.table = std::move(*table);
         else out.checkpoint = ChkText(table.failure().chk), Log(table.failure().message());
-        out.lotData = LotTable(run->dmLot ? run->lot.get() : nullptr);
+        out.lotData = LotTable(run->lot.get());
         if (run->lot && !run->lot->LotName.empty()) out.lotName = run->lot->LotName;
     } else {
         out.checkpoint = ChkText(run.failure().chk);
@@ -130,7 +130,15 @@ DMAResult RunDMA(const std::string& commandLine, const DMAOptions& options) {
         r.files = *files;
         if (!files->csv.empty()) Log("    ...ASCII Output: " + files->csv);
         if (!files->xls.empty()) Log("    ...Output XLS: " + files->xls);
-        if (out.table.isArray()) Log("    ...Output of " + std::to_string(out.table.rowUb()) + " statistics.");
+        if (out.table.isArray()) {
+            // The statistics are the rows "name." with a number.
+            long n = 0;
+            for (int i = 1; i <= out.table.rowUb(); ++i) {
+                const std::string key = out.table(i, 1).toString();
+                n += !key.empty() && key.back() == '.' && out.table(i, 2).isNumberType();
+            }
+            Log("    ...Output of " + std::to_string(n) + " statistics.");
+        }
     } else {
         Log(files.failure().message());
     }
