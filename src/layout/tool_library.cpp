@@ -140,9 +140,7 @@ Result<WorkbookPtr> MakeToolLibrary(const std::string& path) {
     wb->setProperty("Last author", VersionLine());
     wb->setProperty("Subject", "Zorv Wavefront Exposure Tool Library");
     Worksheet* ws = wb->sheet(kToolLibrarySheet);
-    const auto& rows = ExpoToolRows();
-    for (size_t i = 0; i < rows.size(); ++i) ws->setCell(static_cast<int>(i) + 1, 1, Value(rows[i].key));
-    WriteTool(*ws, 2, ExpoToolFromSettings());
+    WriteTool(*ws, 2, ExpoToolFromSettings());  // on an empty sheet it lays the keys too
     p.chk = 2;
     if (Status st = wb->save(); !st) {
         Workbooks::Close(wb);
@@ -173,9 +171,7 @@ Result<Worksheet*> GetExpoToolLibrary(WorkbookPtr& workbook, const std::string& 
     // Made by hand without the sheet: it gets one, holding the settings' tool.
     Worksheet* ws = workbook->addSheet(kToolLibrarySheet);
     if (!ws) return p.fail("Could not add the sheet '" + std::string(kToolLibrarySheet) + "' to " + workbook->name());
-    const auto& rows = ExpoToolRows();
-    for (size_t i = 0; i < rows.size(); ++i) ws->setCell(static_cast<int>(i) + 1, 1, Value(rows[i].key));
-    WriteTool(*ws, 2, ExpoToolFromSettings());
+    WriteTool(*ws, 2, ExpoToolFromSettings());  // on an empty sheet it lays the keys too
     return ws;
 }
 

@@ -55,11 +55,6 @@ std::string HeaderValue(const Datam& h, std::string_view key) {
     return {};
 }
 
-bool HasSheet(Workbook& wb, std::string_view name) {
-    for (const std::string& s : wb.sheetNames())
-        if (IEquals(s, name)) return true;
-    return false;
-}
 Worksheet* SheetNoCase(Workbook& wb, std::string_view name) {
     for (const std::string& s : wb.sheetNames())
         if (IEquals(s, name)) return wb.sheet(s);
@@ -145,7 +140,7 @@ Status LoadDataLot(const DMRunRequest& req, Workbook& tplWb, DMRunOutcome& out, 
     if (!tables.layoutSetup.isArray()) {
         Datam setup, values;
         if (GetLayoutData(&tplWb, setup, values) && lot->TotalWafers() == 1) FPdata2Lot(*lot, setup);
-        if (tables.workbook && !HasSheet(*tables.workbook, "LAYOUT")) {
+        if (tables.workbook && !SheetNoCase(*tables.workbook, "LAYOUT")) {
             if (Worksheet* from = SheetNoCase(tplWb, "LAYOUT")) {
                 Workbook& dwb = *tables.workbook;
                 Worksheet* to = dwb.addSheet("Layout", std::max(0, dwb.sheetCount() - 1));
@@ -376,7 +371,7 @@ Result<DMRunOutcome> DoDailyMonitor(const DMRunRequest& req) {
     auto opened = Workbooks::Open(req.templatePath);
     if (!opened) return failed(opened.failure());
     WorkbookPtr tplWb = *opened;
-    if (!HasSheet(*tplWb, "LAYOUT"))
+    if (!SheetNoCase(*tplWb, "LAYOUT"))
         return failed(p.fail(tplWb->name() + " does not contain any layout information."));
     p.chk = 6;
     Log("    ...'GetDMtemplateTables':  chk: " + ChkText(p.chk));
