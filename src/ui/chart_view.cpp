@@ -14,6 +14,7 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPen>
 #include <QSvgGenerator>
 #include <QToolTip>
 #include <algorithm>
@@ -146,6 +147,12 @@ void ChartView::paintEvent(QPaintEvent*) {
         return;
     }
     painter.drawImage(QPointF(0, 0), cache_);
+    if (!selection_.isNull() && !dragging_) {
+        // The chosen area stays visible while its menu is open and after.
+        painter.setPen(QPen(QColor(0, 90, 200), 1, Qt::DashLine));
+        painter.setBrush(QColor(0, 90, 200, 40));
+        painter.drawRect(selection_.adjusted(0, 0, -1, -1));
+    }
     if (dragging_) {
         QPainterSurface surface(painter, width(), height());
         surface.DrawFocusRect(pressPos_.x(), pressPos_.y(), dragPos_.x(), dragPos_.y());
@@ -244,6 +251,13 @@ void ChartView::mouseReleaseEvent(QMouseEvent* e) {
         return;
     }
     const QRect box = QRect(pressPos_, dragPos_).normalized();
+    if (selectMode_) {
+        if (box.width() < kMinZoomPixels || box.height() < kMinZoomPixels) return;
+        selection_ = box;
+        update();
+        emit boxSelected(box);
+        return;
+    }
     // The box is in the pixels of the drawing on screen: it must be current.
     if (box.width() < kMinZoomPixels || box.height() < kMinZoomPixels || !ensureRendered()) return;
     Datam rows = Datam::vec(4);
@@ -286,14 +300,47 @@ void ChartView::leaveEvent(QEvent* e) {
     QWidget::leaveEvent(e);
 }
 
+void ChartView::setSelectMode(bool on) {
+    selectMode_ = on;
+    if (!on) clearSelection();
+}
+
+void ChartView::clearSelection() {
+    if (selection_.isNull()) return;
+    selection_ = QRect();
+    update();
+}
+
+QRectF ChartView::selectedValues() {
+    if (selection_.isNull() || !ensureRendered()) return {};
+    const PointD a = graphic_->GetXYvalues(selection_.left(), selection_.top());
+    const PointD b = graphic_->GetXYvalues(selection_.right() + 1, selection_.bottom() + 1);
+    return QRectF(QPointF(std::min(a.x, b.x), std::min(a.y, b.y)), QPointF(std::max(a.x, b.x), std::max(a.y, b.y)));
+}
+
+void ChartView::addMenuActions(const QList<QAction*>& actions) {
+    for (QAction* a : actions)
+        if (a && !menuActions_.contains(a)) menuActions_.append(a);
+}
+
 void ChartView::contextMenuEvent(QContextMenuEvent* e) {
     cancelDrag();
     QMenu menu(this);
-    menu.addAction(copyAction_);
-    menu.addAction(tr("Save As..."), this, &ChartView::saveAs);
+    QList<QAction*> own;
+    own.append(copyAction_);
+    own.append(new QAction(tr("Save As..."), &menu));
+    connect(own.back(), &QAction::triggered, this, &ChartView::saveAs);
+    own.append(new QAction(tr("Reset scale"), &menu));
+    connect(own.back(), &QAction::triggered, this, &ChartView::resetScale);
+    if (!menuActions_.isEmpty()) {
+        menu.addActions(menuActions_);
+        menu.addSeparator();
+    }
+    menu.addAction(own[0]);
+    menu.addAction(own[1]);
     menu.addSeparator();
-    menu.addAction(tr("Reset scale"), this, &ChartView::resetScale);
-    for (QAction* a : menu.actions()) a->setEnabled(graphic_ != nullptr);
+    menu.addAction(own[2]);
+    for (QAction* a : own) a->setEnabled(graphic_ != nullptr);
     menu.exec(e->globalPos());
     copyAction_->setEnabled(true);
 }

@@ -313,3 +313,38 @@ TEST_F(ChartViewTest, AChartThatCannotDrawShowsWhy) {
     EXPECT_FALSE(view.saveTo(QString::fromStdString(file.string())));
     EXPECT_EQ(rec.boxes.size(), 2u);
 }
+
+TEST_F(ChartViewTest, SelectModeKeepsTheBoxInsteadOfZooming) {
+    ChartView& view = *cv;
+    view.setSelectMode(true);
+    QRect emitted;
+    QObject::connect(&view, &ChartView::boxSelected, [&](const QRect& r) { emitted = r; });
+    const QPointF a = at(2, 30), b = at(6, 15);
+    Press(view, a);
+    DragTo(view, (a + b) / 2);
+    DragTo(view, b);
+    Release(view, b);
+    EXPECT_TRUE(g.Axes.Item("X")->AutoScale) << "no zoom in select mode";
+    EXPECT_EQ(emitted, QRect(a.toPoint(), b.toPoint()).normalized());
+    EXPECT_EQ(view.selectedBox(), emitted);
+    // The box in the chart's values: dose 2..6, CD 15..30, within a pixel.
+    const QRectF v = view.selectedValues();
+    const double px = (f.xHigh - f.xLow) / f.width, py = (f.yHigh - f.yLow) / f.height;
+    EXPECT_NEAR(v.left(), 2, 1.5 * px);
+    EXPECT_NEAR(v.right(), 6, 1.5 * px);
+    EXPECT_NEAR(v.top(), 15, 1.5 * py);
+    EXPECT_NEAR(v.bottom(), 30, 1.5 * py);
+    // The box stays on screen: its edge differs from the plain chart there.
+    const QImage shown = view.grab().toImage();
+    const int mid = int((a.x() + b.x()) / 2);
+    EXPECT_NE(shown.pixel(mid, int(a.y())), img.pixel(mid, int(a.y())));
+    view.clearSelection();
+    EXPECT_TRUE(view.selectedBox().isNull());
+    EXPECT_TRUE(view.selectedValues().isNull());
+    // Out of select mode a drag zooms again.
+    view.setSelectMode(false);
+    Press(view, a);
+    DragTo(view, b);
+    Release(view, b);
+    EXPECT_FALSE(g.Axes.Item("X")->AutoScale);
+}

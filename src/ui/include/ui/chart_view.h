@@ -8,6 +8,9 @@
 #pragma once
 
 #include <QImage>
+#include <QList>
+#include <QRect>
+#include <QRectF>
 #include <QMetaType>
 #include <QPoint>
 #include <QString>
@@ -51,6 +54,20 @@ public:
     // Back to automatic scale (as a double-click).
     void resetScale();
 
+    // Select mode: a left drag leaves a rectangle on the chart and emits
+    // boxSelected instead of zooming; the rectangle stays until
+    // clearSelection (or select mode goes off).
+    void setSelectMode(bool on);
+    bool selectMode() const { return selectMode_; }
+    QRect selectedBox() const { return selection_; }
+    // The selection in the chart's values (its drawn frame); empty when there
+    // is no selection or the chart does not draw.
+    QRectF selectedValues();
+    void clearSelection();
+    // Actions of the chart's owner, shown at the top of the context menu (not
+    // owned; their enabled state is the owner's).
+    void addMenuActions(const QList<QAction*>& actions);
+
     // Ctrl+C on the widget (and the context menu's "Copy").
     QAction* copyAction() const { return copyAction_; }
 
@@ -62,6 +79,8 @@ signals:
     void hovered(const QString& text);
     // A click without a drag on the chart.
     void elementClicked(const zorv::cGraphic::ChartElement& element);
+    // Select mode: a rectangle was dragged (widget pixels, normalized).
+    void boxSelected(const QRect& box);
 
 protected:
     bool event(QEvent* e) override;
@@ -93,6 +112,9 @@ private:
     QPoint pressPos_, dragPos_;
     QString hover_;
     QAction* copyAction_ = nullptr;
+    bool selectMode_ = false;
+    QRect selection_;
+    QList<QAction*> menuActions_;
 };
 
 }  // namespace zorv::ui
