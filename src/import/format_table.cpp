@@ -189,7 +189,9 @@ Result<ImportRequest> GetDataFile(const std::string& path, const std::string& de
     p.chk = 2;
     Detection d = DetectFormat(path);
     if (!d.ok()) {
-        Failure f = p.fail(d.why + "\r\nPlease check the import type or data file.");
+        std::string text = d.why;
+        text.append("\r\nFile: ").append(path).append("\r\nPlease check the import type or data file.");
+        Failure f = p.fail(text);
         f.file = path;
         return f;
     }
