@@ -107,7 +107,8 @@ QString ZorvForm::statusPanelText() const { return panel1_->text(); }
 
 void ZorvForm::setStatusPanelText(const QString& text) {
     panel1_->setText(text);
-    panel1_->repaint();
+    // Painted when events next run (the reporter runs them in long work).
+    panel1_->update();
 }
 
 void ZorvForm::showProgress(int percent) {
@@ -117,7 +118,6 @@ void ZorvForm::showProgress(int percent) {
     }
     progress_->setValue(std::min(100, percent));
     progress_->show();
-    progress_->repaint();
 }
 
 void ZorvForm::Load() {

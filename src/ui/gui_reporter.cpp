@@ -115,8 +115,15 @@ void GuiReporter::status(const std::string& text) {
     auto* w = qobject_cast<ZorvForm*>(targetWindow());
     if (!w) return;
     w->setStatusPanelText(Q(text));
+    pumpEvents();
+}
+
+void GuiReporter::pumpEvents() {
     // Let pending events run: a long analysis stays responsive and Esc gets in.
+    constexpr qint64 kPumpMs = 40;
+    if (pumped_.isValid() && pumped_.elapsed() < kPumpMs) return;
     QCoreApplication::processEvents();
+    pumped_.start();
 }
 
 std::string GuiReporter::currentStatus() const {
@@ -126,6 +133,7 @@ std::string GuiReporter::currentStatus() const {
 
 void GuiReporter::progress(int percent) {
     if (auto* w = qobject_cast<ZorvForm*>(targetWindow())) w->showProgress(percent);
+    pumpEvents();
 }
 
 void GuiReporter::busy(bool on) {

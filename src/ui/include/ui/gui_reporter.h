@@ -3,6 +3,7 @@
 // progress bar, the busy cursor, Esc through an application event filter.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <functional>
 #include <string>
@@ -43,6 +44,11 @@ protected:
 
 private:
     QWidget* targetWindow() const;
+    // Runs pending events at most every few tens of milliseconds: a loop that
+    // reports every hundred rows stays responsive without spending its time
+    // on repaints.
+    void pumpEvents();
+    QElapsedTimer pumped_;
     std::string last_;
     int beeps_ = 0;
     bool installed_ = false;

@@ -1,43 +1,13 @@
-// The six top-level windows of the run modes and their global references.
-// Each is a frame for now: later windows fill contentArea().
+// The top-level windows of the run modes and their global references. The
+// workbenches are frames for now: later windows fill contentArea().
 #pragma once
 
 #include <QPointer>
 
 #include "ui/forms.h"
+#include "ui/frm_main.h"
 
 namespace zorv::ui {
-
-class frmMain : public ZorvForm {
-    Q_OBJECT
-public:
-    explicit frmMain(QWidget* parent = nullptr);
-
-    // The window that called this one; an exit here ends the caller too.
-    void setCaller(ZorvForm* caller) { caller_ = caller; }
-    ZorvForm* caller() const { return caller_; }
-    // Whether the load makes the window visible (Main mode, empty command line).
-    void setShowOnLoad(bool on) { showOnLoad_ = on; }
-
-    // Recent files: Options, MRUsize (default 10, at least 3), RecentFiles.
-    static int MRUsize();
-
-    // ResetObjects: caption, Exiting, the lot and the window's charts.
-    void ResetObjects();
-
-public slots:
-    void mnuFileExit_Click() override;
-
-protected:
-    void formLoad() override;
-    void formUnload() override;
-    WindowPlace place() const override;
-
-private:
-    QPointer<ZorvForm> caller_;
-    bool showOnLoad_ = false;
-    bool toolLibraryIn_ = false;  // the exposure tool library brought in
-};
 
 class frmProcessWindow : public ZorvForm {
     Q_OBJECT
