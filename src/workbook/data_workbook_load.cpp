@@ -850,10 +850,14 @@ Status BuildTree(Proc& p, LoadSession& s, const DataColumns& cols, TreeBuilder& 
     auto blank = [&] { std::fill(cur.begin(), cur.end(), Value()); };
     int r = firstRow;
     // Row r into the tree; false ends the walk.
+    bool stopped = false;
     auto step = [&] {
         if ((r - firstRow) % 100 == 0 && r != firstRow) {
             SetStatusText(": Zorv Data Upload: row " + std::to_string(r - firstRow) + " of " + nText);
-            if (CheckEscKey()) return false;
+            if (CheckEscKey()) {
+                stopped = true;
+                return false;
+            }
         }
         return tree.addRow(cur.data());
     };
@@ -882,6 +886,8 @@ Status BuildTree(Proc& p, LoadSession& s, const DataColumns& cols, TreeBuilder& 
     });
     if (!ok) return RowFailure(p, s, r, lastRow, tree.column(), cur);
     if (!read) return DataSheetFailure(p, s, read.failure());
+    // Esc: a lot of the first rows only would pass for the whole.
+    if (stopped) return s.fail(p, std::string(" Aborting data load... ").append(s.path));
 
     p.chk = 22;
     tree.finish(units);
