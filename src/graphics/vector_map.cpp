@@ -286,9 +286,13 @@ Status DrawMap(cGraphic& chart, cLot& lot, Surface& s, const std::vector<const c
     pass.family = flags.family;
     pass.symbolRadius = SymbolRadius(lot, at.um2pixels);
     pass.zmax = m.zmax, pass.zmin = m.zmin;
-    for (const cField* f : fields) {
+    // A map of a million points takes a while: progress now and then, which
+    // also lets Esc in.
+    const size_t every = std::max<size_t>(1, fields.size() / 50);
+    for (size_t i = 0; i < fields.size(); ++i) {
+        if (i % every == 0 && i > 0) ShowProgress(static_cast<int>(100 * i / fields.size()));
         if (CheckEscKey()) return StatusOk();
-        if (auto r = DrawVector(chart, lot, *f, s, pass); !r) return r;
+        if (auto r = DrawVector(chart, lot, *fields[i], s, pass); !r) return r;
     }
 
     p.chk = 5;

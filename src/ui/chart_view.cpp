@@ -26,6 +26,7 @@
 #include "base/report.h"
 #include "paint/chart_file.h"
 #include "paint/qpainter_surface.h"
+#include "ui/gui_reporter.h"
 
 namespace zorv::ui {
 
@@ -118,13 +119,22 @@ QImage ChartView::chartImage(qreal ratio, Status& status) {
     return image;
 }
 
+bool ChartView::render() {
+    const bool drawn = ensureRendered();
+    update();
+    return drawn;
+}
+
 bool ChartView::ensureRendered() {
-    if (!graphic_ || width() <= 0 || height() <= 0) return false;
+    if (!graphic_ || width() <= 0 || height() <= 0 || rendering_) return false;
     const qreal ratio = devicePixelRatioF();
     if (dirty_ || cache_.isNull() || cache_.devicePixelRatio() != ratio ||
         cache_.deviceIndependentSize().toSize() != size()) {
         Status st = StatusOk();
-        cache_ = chartImage(ratio, st);
+        rendering_ = true;
+        QImage image = chartImage(ratio, st);
+        rendering_ = false;
+        cache_ = std::move(image);
         failure_ = st ? QString() : QString::fromStdString(st.failure().text);
         dirty_ = false;
         if (!st && !cache_.isNull()) {
@@ -141,7 +151,10 @@ bool ChartView::ensureRendered() {
 
 void ChartView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    ensureRendered();
+    {
+        QuietStatus quiet;
+        ensureRendered();
+    }
     if (!graphic_ || cache_.isNull()) {
         painter.fillRect(rect(), palette().window());
         return;

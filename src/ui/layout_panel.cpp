@@ -33,6 +33,7 @@
 #include "layout/meander.h"
 #include "lot/lot.h"
 #include "paint/qpainter_surface.h"
+#include "ui/gui_reporter.h"
 
 namespace zorv::ui {
 
@@ -43,22 +44,6 @@ std::string S(const QString& s) { return s.toStdString(); }
 
 const char kSetupErrorTitle[] = "Zorv Setup Error";
 const char* const kDirections[] = {"Down", "Left", "Right", "Up"};
-
-// Status texts go nowhere while it lives; boxes still reach the user. The
-// picture redraws from paint and resize events, where the status line's
-// event pumping would paint the picture again from inside its own paint.
-class QuietStatus : public Reporter {
-public:
-    QuietStatus() : prev_(CurrentReporter()) { SetReporter(this); }
-    ~QuietStatus() override { SetReporter(&prev_); }
-    QuietStatus(const QuietStatus&) = delete;
-    QuietStatus& operator=(const QuietStatus&) = delete;
-    int showBox(const std::string& m, int f, const std::string& t) override { return prev_.showBox(m, f, t); }
-    std::string currentStatus() const override { return prev_.currentStatus(); }
-
-private:
-    Reporter& prev_;
-};
 
 // Passes every call on to the picture's surface; while `fitWidth` is set,
 // text is written in `fitSize` points, made smaller where it would not fit

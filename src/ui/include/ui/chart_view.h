@@ -34,6 +34,10 @@ public:
     zorv::cGraphic* graphic() const { return graphic_; }
     // The chart's data or options changed: drawn again at the next paint.
     void invalidate();
+    // Draws the chart now, outside a paint, so that a long drawing shows its
+    // progress and Esc reaches it; the widget then paints the result. True
+    // when it drew.
+    bool render();
 
     // The text of the last drawing's failure; empty when it drew (or has not
     // drawn yet).
@@ -106,6 +110,7 @@ private:
     zorv::cGraphic* graphic_ = nullptr;
     QImage cache_;
     bool dirty_ = true;
+    bool rendering_ = false;  // a drawing under way: paints show the last one
     QString failure_;
 
     bool pressed_ = false, dragging_ = false;

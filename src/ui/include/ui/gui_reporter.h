@@ -54,4 +54,20 @@ private:
     bool installed_ = false;
 };
 
+// While it lives, status texts and progress go nowhere (boxes still reach
+// the user). A drawing that runs from a paint event holds one: the status
+// line runs pending events, and a paint must not paint from inside itself.
+class QuietStatus : public Reporter {
+public:
+    QuietStatus() : prev_(CurrentReporter()) { SetReporter(this); }
+    ~QuietStatus() override { SetReporter(&prev_); }
+    QuietStatus(const QuietStatus&) = delete;
+    QuietStatus& operator=(const QuietStatus&) = delete;
+    int showBox(const std::string& m, int f, const std::string& t) override { return prev_.showBox(m, f, t); }
+    std::string currentStatus() const override { return prev_.currentStatus(); }
+
+private:
+    Reporter& prev_;
+};
+
 }  // namespace zorv::ui
