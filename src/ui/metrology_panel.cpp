@@ -135,6 +135,13 @@ MetrologyPanel::MetrologyPanel(QWidget* parent) : QWidget(parent) {
     txtVectorScale_->setObjectName("txtVectorScale");
     txtVectorScale_->setPlaceholderText(tr("auto"));
     ff->addRow(tr("Vector scale"), txtVectorScale_);
+    // The data behind a plot goes to the workbook when asked: a million-point
+    // lot's map would otherwise copy the lot into a sheet at every drawing.
+    auto* cmdPlotData = new QPushButton(tr("Data to Workbook"), format);
+    cmdPlotData->setObjectName("cmdPlotData");
+    cmdPlotData->setToolTip(tr("Write the data of the plot shown as sheets of the data workbook"));
+    ff->addRow(cmdPlotData);
+    connect(cmdPlotData, &QPushButton::clicked, this, [this] { writePlotData(); });
     col->addWidget(format);
 
     tblMetStats_ = new QTableWidget(5, 1, side);
@@ -205,6 +212,7 @@ void MetrologyPanel::clear() {
     for (int r = 0; r < tblMetStats_->rowCount(); ++r) tblMetStats_->setItem(r, 0, nullptr);
     lblNoData_->hide();
     shown_ = {};
+    plotSheets_ = 0;
     filling_ = false;
 }
 
@@ -330,8 +338,10 @@ bool MetrologyPanel::tabMetrology() {
     if (!setupPlot(plot)) return false;
     ChartView* v = view(plot);
     v->setGraphic(charts_[static_cast<size_t>(plot)].get());
-    // A visible view draws now, so that a failure is known here.
-    if (v->isVisible()) v->repaint();
+    // A visible view draws now, so that a failure is known here and a long
+    // drawing shows its progress.
+    if (v->isVisible()) v->render();
+    ShowProgress(-1);
     if (!v->failureText().isEmpty()) {
         SetStatusText(v->failureText().toStdString());
         return false;
@@ -520,11 +530,26 @@ bool MetrologyPanel::setupPlot(int plot) {
     }
     default: break;
     }
-    if (st && sheets && workbook_) st = SaveRawAnalysisSheets(*lot_, workbook_, key, f, dt, sheets);
+    plotSheets_ = st ? sheets : 0;
     if (!st) {
         Report(st.failure());
         return false;
     }
+    return true;
+}
+
+bool MetrologyPanel::writePlotData() {
+    if (!lot_ || !workbook_ || !plotSheets_) {
+        SetStatusText("No plot data to write.");
+        return false;
+    }
+    const BusyPointer busy;
+    SetStatusText("Writing plot data ...");
+    if (Status st = SaveRawAnalysisSheets(*lot_, workbook_, waferKey(), feature(), dataType(), plotSheets_); !st) {
+        Report(st.failure());
+        return false;
+    }
+    SetStatusText("Plot data written to the workbook.");
     return true;
 }
 

@@ -132,11 +132,19 @@ TEST_F(MetrologyPanelTest, OverlayLotDrawsEveryPlotAndCullsTheBox) {
 
     const char* names[] = {"overlay_wafer", "overlay_field", "overlay_field_residuals",
                            "overlay_histogram", "overlay_contour", "overlay_xy"};
-    for (int i = 0; i < MetrologyPanel::kPlots; ++i) drawAndShoot(i, names[i]);
+    // Looking writes nothing; the data goes to the workbook when asked.
+    EXPECT_EQ(tables_.workbook->sheet(std::string("WaferRawData")), nullptr);
+    for (int i = 0; i < MetrologyPanel::kPlots; ++i) {
+        drawAndShoot(i, names[i]);
+        EXPECT_EQ(panel_->writePlotData(), i != MetrologyPanel::kHistogram) << names[i];
+    }
     for (const char* s : {"Histogram setup...", "Contour data setup...", "XYplot data setup..."})
         EXPECT_TRUE(rec.sawStatus(s)) << s;
     for (const char* s : {"WaferRawData", "FieldRawData", "VertSeries", "HorizSeries", "MeanSeries"})
         EXPECT_NE(tables_.workbook->sheet(std::string(s)), nullptr) << s;
+    bool surface = false;
+    for (const std::string& n : tables_.workbook->sheetNames()) surface = surface || n.rfind("MeanSurface_", 0) == 0;
+    EXPECT_TRUE(surface);
 
     // Wafer map: a box over part of the wafer, culled through the pop-up.
     select(MetrologyPanel::kWafer);

@@ -61,6 +61,10 @@ public:
     enum Plot { kWafer = 0, kField, kFieldResiduals, kHistogram, kContour, kXYplot, kPlots };
     ChartView* view(int plot) const { return views_[static_cast<size_t>(plot)]; }
     QTabWidget* tabs() const { return tabMetrology_; }
+    // cmdPlotData: the data of the plot shown as sheets of the lot's workbook
+    // (in memory; saved with the workbook): "WaferRawData", "FieldRawData",
+    // "MeanSurface_" and the feature, the XY series. False when none is shown.
+    bool writePlotData();
 
 signals:
     void cullsChanged();
@@ -90,6 +94,7 @@ private:
     std::array<std::unique_ptr<zorv::cGraphic>, kPlots> charts_;
     std::array<ChartView*, kPlots> views_{};
     Shown shown_;
+    int plotSheets_ = 0;  // the sheets of the plot shown (RawSheets)
     bool filling_ = false;
 
     QTabWidget* tabMetrology_ = nullptr;
