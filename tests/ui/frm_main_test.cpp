@@ -5,6 +5,10 @@
 #include <QAction>
 #include <QComboBox>
 #include <QFileDialog>
+#include <QKeyEvent>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QTimer>
 #include <QLineEdit>
 #include <QTabBar>
 #include <QTabWidget>
@@ -15,10 +19,12 @@
 
 #include "app/settings.h"
 #include "base/identity.h"
+#include "import/import.h"
 #include "import/simulate.h"
 #include "lot/lot.h"
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
+#include "ui/gui_reporter.h"
 #include "ui/layout_panel.h"
 #include "ui/metrology_panel.h"
 #include "ui_fixture.h"
@@ -138,12 +144,12 @@ TEST_F(MainUi, RawFileThroughTheMenuIsImportedLoadedAndDrawnOnEveryTab) {
     for (int i = 0; i < inner->count(); ++i) {
         inner->setCurrentIndex(i);
         QCoreApplication::processEvents();
-        for (ChartView* v : inner->widget(i)->findChildren<ChartView*>()) {
-            ASSERT_NE(v->graphic(), nullptr) << inner->tabText(i).toStdString();
-            EXPECT_FALSE(v->grab().isNull());
-            EXPECT_TRUE(v->failureText().isEmpty()) << inner->tabText(i).toStdString() << ": "
-                                                    << v->failureText().toStdString();
-        }
+        auto* v = qobject_cast<ChartView*>(inner->widget(i));
+        ASSERT_NE(v, nullptr);
+        ASSERT_NE(v->graphic(), nullptr) << inner->tabText(i).toStdString();
+        EXPECT_FALSE(v->grab().isNull());
+        EXPECT_TRUE(v->failureText().isEmpty()) << inner->tabText(i).toStdString() << ": "
+                                                << v->failureText().toStdString();
     }
     // The centring tab shows the lot's die size in millimetres.
     m->showTab("kCentering");
@@ -337,4 +343,43 @@ TEST_F(MainUi, EveryNamedControlOfTheWindowHasAUniqueName) {
     }
     for (const auto& [name, count] : seen) EXPECT_EQ(count, 1) << name.toStdString();
     EXPECT_TRUE(seen.count("txtNA") && seen.count("cmbVariable") && seen.count("pctLayout"));
+}
+
+TEST_F(MainUi, EscStopsALoadAndTheWindowGoesOn) {
+    // The real reporter: the status line runs events, so a key gets in.
+    GuiReporter gui;
+    gui.install();
+    SimulateOptions o;
+    o.outDir = (dir / "big").string();
+    o.wafers = 4;
+    o.rows = 20000;
+    Result<SimulateOutput> sim = Simulate("overlay", o);
+    ASSERT_TRUE(sim);
+    // The workbook first, quietly.
+    Result<ImportRequest> req = GetDataFile((fs::path(o.outDir) / sim->file).string());
+    ASSERT_TRUE(req);
+    Result<std::string> book = ImportRawData(*req);
+    ASSERT_TRUE(book);
+    const std::string bytes = Bytes(*book);
+
+    // Esc waits in the queue; the load's first look at the events takes it.
+    QCoreApplication::postEvent(m, new QKeyEvent(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier));
+    QString boxText;
+    OnNextModal([&](QWidget* w) {
+        if (auto* box = qobject_cast<QMessageBox*>(w)) {
+            boxText = box->text();
+            box->accept();
+        }
+    });
+    EXPECT_FALSE(m->mnuFileOpenWorksheet(QString::fromStdString(*book)));
+    EXPECT_FALSE(m->lot());
+    EXPECT_NE(boxText.indexOf("Aborting data load"), -1) << boxText.toStdString();
+    EXPECT_FALSE(m->isWorking());
+    EXPECT_TRUE(m->menuBar()->isEnabled());
+    EXPECT_EQ(Bytes(*book), bytes);
+    // Without Esc the same file loads.
+    ASSERT_TRUE(m->mnuFileOpenWorksheet(QString::fromStdString(*book)));
+    EXPECT_EQ(m->lot()->TotalPoints(nullptr, true), 20000);
+    gui.uninstall();
+    SetReporter(&rec);
 }
