@@ -57,8 +57,8 @@ void OpenAndDrawFirstMap(benchmark::State& state) {
     long long points = 0;
     for (auto _ : state) {
         auto* m = new ui::frmMain;
-        m->resize(1400, 900);
         m->Load();
+        m->resize(1400, 900);
         m->show();
         QElapsedTimer t;
         t.start();

@@ -121,6 +121,7 @@ QImage ChartView::chartImage(qreal ratio, Status& status) {
 
 bool ChartView::render() {
     const bool drawn = ensureRendered();
+    ShowProgress(-1);
     update();
     return drawn;
 }

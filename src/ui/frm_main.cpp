@@ -14,6 +14,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QScreen>
 #include <QScrollArea>
 #include <QStyle>
 #include <QTabWidget>
@@ -29,6 +30,7 @@
 #include "base/proc.h"
 #include "base/report.h"
 #include "base/text.h"
+#include "graphics/chart.h"
 #include "import/import.h"
 #include "layout/fp_data.h"
 #include "lot/lot.h"
@@ -183,7 +185,7 @@ frmMain::frmMain(QWidget* parent) : ZorvForm("frmMain", Q(ApplicationTitle()), p
     setLoaded(false);
 }
 
-frmMain::~frmMain() = default;
+frmMain::~frmMain() { chtCentering_->setGraphic(nullptr); }
 
 void frmMain::buildMenus() {
     QMenu* file = fileMenu();
@@ -245,13 +247,13 @@ void frmMain::buildToolBar() {
         [this] { mnuFileSaveAs(); });
     add("kPrint", tr("Export"), tr("Save the chart shown as PNG, SVG or PDF"), QStyle::SP_FileDialogDetailedView,
         [this] { printGraphic(); });
-    add("kCopyScreen", tr("Copy Window"), tr("Copy the window as a picture"), QStyle::SP_DesktopIcon,
+    add("kCopyScreen", tr("Copy"), tr("Copy the window as a picture"), QStyle::SP_DesktopIcon,
         [this] { copyScreen(); });
-    add("kCopyGraphic", tr("Copy Chart"), tr("Copy the chart shown"), QStyle::SP_FileDialogContentsView,
+    add("kCopyGraphic", tr("Chart"), tr("Copy the chart shown"), QStyle::SP_FileDialogContentsView,
         [this] { copyGraphic(); });
     toolBar_->addSeparator();
     add("kDailyMonitor", tr("Monitor"), tr("Daily monitor"), QStyle::SP_ComputerIcon, [this] { mnuDailyMonitor(); });
-    add("kDailyMonitorSetup", tr("Monitor Setup"), tr("Set up a daily monitor template"),
+    add("kDailyMonitorSetup", tr("Setup"), tr("Set up a daily monitor template"),
         QStyle::SP_FileDialogInfoView, [this] { mnuDailyMonitor(); });
     QAction* tpl = add("kLayoutTemplate", tr("Layouts"), tr("Layout templates"), QStyle::SP_FileDialogListView,
                        [this] {
@@ -264,7 +266,7 @@ void frmMain::buildToolBar() {
         [this] { mnuFocusCalibrate(); });
     add("kFocusUniformity", tr("Uniformity"), tr("Focus uniformity across the field"), QStyle::SP_MediaSeekBackward,
         [this] { mnuFocusUniformity(); });
-    add("kProcessWindow", tr("Process Window"), tr("Process window analysis"), QStyle::SP_MediaPlay,
+    add("kProcessWindow", tr("Window"), tr("Process window analysis"), QStyle::SP_MediaPlay,
         [this] { mnuProcessWindow(); });
     toolBar_->addSeparator();
     add("kReturn", tr("Return"), tr("Back to the window that opened this one"), QStyle::SP_ArrowBack,
@@ -276,6 +278,7 @@ QWidget* frmMain::buildCentering() {
     auto* page = new QWidget;
     auto* outer = new QVBoxLayout(page);
     auto* box = new QGroupBox(tr("Die size, offsets and arrays"));
+    box->setMinimumWidth(260);
     auto* form = new QFormLayout(box);
     form->setLabelAlignment(Qt::AlignRight);
     for (const auto& c : kCentering) {
@@ -295,8 +298,18 @@ QWidget* frmMain::buildCentering() {
     notch->addItems({"Up", "Down", "Left", "Right"});
     notch->setEnabled(false);
     form->addRow(tr("Notch"), notch);
-    outer->addWidget(box, 0, Qt::AlignLeft | Qt::AlignTop);
-    outer->addStretch(1);
+    auto* left = new QVBoxLayout;
+    left->addWidget(box);
+    left->addStretch(1);
+    auto* row = new QHBoxLayout;
+    row->addLayout(left);
+    // The sites in their field, all fields laid over each other: where the
+    // offsets put them.
+    chtCentering_ = new ChartView;
+    chtCentering_->setObjectName("chtCentering");
+    chtCentering_->setMinimumSize(320, 320);
+    row->addWidget(chtCentering_, 1);
+    outer->addLayout(row, 1);
     return page;
 }
 
@@ -322,6 +335,14 @@ WindowPlace frmMain::place() const { return {"Settings", "Main"}; }
 
 void frmMain::formLoad() {
     SetStatusText("Loading ...");
+    // The first start: room for the charts rather than the smallest size.
+    if (GetSetting(ApplicationTitle(), "Settings", "MainLeft").empty())
+        if (QScreen* scr = QGuiApplication::primaryScreen()) {
+            const QRect a = scr->availableGeometry();
+            resize(QSize(std::min(1400, a.width() * 9 / 10), std::min(900, a.height() * 9 / 10))
+                       .expandedTo(minimumSize()));
+            move(a.x() + (a.width() - width()) / 2, a.y() + (a.height() - height()) / 2);
+        }
     setupRecentFiles("RecentFiles", MRUsize());
     layout_->setLot(nullptr, nullptr);
     // In Main mode the window makes itself visible during its own load.
@@ -342,6 +363,8 @@ void frmMain::ResetObjects() {
     SetExiting(true);
     metrology_->setLot(nullptr, nullptr);
     layout_->setLot(nullptr, nullptr);
+    chtCentering_->setGraphic(nullptr);
+    centeringChart_.reset();
     Current() = {};
     workbookPath_.clear();
     fillingSheets_ = true;
@@ -553,7 +576,28 @@ void frmMain::tabServer_Click(int index) {
         }
     } else if (key == "kExposureTool") {
         if (!toolLibraryIn_) toolLibraryIn_ = tool_->bringInLibrary();
+    } else if (key == "kCentering") {
+        showCentering();
     }
+    SetStatusText("Ready");
+}
+
+void frmMain::showCentering() {
+    chtCentering_->setGraphic(nullptr);
+    centeringChart_ = std::make_unique<cGraphic>();
+    const std::shared_ptr<cLot> lot = Current().lot;
+    if (!lot || lot->TotalWafers() < 1) return;
+    cGraphic& g = *centeringChart_;
+    g.Kind = GraphKind::FieldVector;
+    g.MapAllFields = true;
+    g.WaferKey = lot->Wafers().At(1)->KeyName;
+    g.TitleObj.TitleString = lot->LotName + ": sites in the field";
+    if (Status st = g.LotData(lot); !st) {
+        Report(st.failure());
+        return;
+    }
+    chtCentering_->setGraphic(&g);
+    chtCentering_->render();
 }
 
 void frmMain::UpdateFrmMain() {

@@ -469,6 +469,11 @@ void LayoutPanel::loadSettings() {
         txtDieYo_->setText(Q(FieldNumberText(l.DieYo)));
         return;
     }
+    // No layout yet: the value the wafer's first field has, no step.
+    const std::string variable = S(cmbVariable_->currentText());
+    if (LayoutVariableColumn(variable) != 10 && w->Fields().Count() > 0)
+        txtInitial_->setText(Q(FieldNumberText(LayoutFieldValue(*w->Fields().At(1), variable))));
+    txtStep_->setText("0");
     startAtCorner();
 }
 

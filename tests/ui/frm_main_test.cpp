@@ -72,8 +72,8 @@ protected:
         });
         m = new frmMain;
         forms().frmMain = m;
-        m->resize(1200, 820);
         m->Load();
+        m->resize(1200, 820);
         m->show();
     }
     void TearDown() override {

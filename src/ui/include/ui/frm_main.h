@@ -19,12 +19,14 @@ class QTabWidget;
 class QToolBar;
 
 namespace zorv {
+class cGraphic;
 class cLot;
 class Workbook;
 }  // namespace zorv
 
 namespace zorv::ui {
 
+class ChartView;
 class ExpoToolPanel;
 class LayoutPanel;
 class MetrologyPanel;
@@ -114,6 +116,7 @@ private:
     void buildMenus();
     void buildToolBar();
     QWidget* buildCentering();
+    void showCentering();
     void tabServer_Click(int index);
     void cmbDataSheet_Click(int index);
     void fillDataSheets(zorv::Workbook* wb, const QString& chosen);
@@ -142,6 +145,8 @@ private:
     MetrologyPanel* metrology_ = nullptr;
     ExpoToolPanel* tool_ = nullptr;
     QWidget* centering_ = nullptr;
+    ChartView* chtCentering_ = nullptr;
+    std::unique_ptr<zorv::cGraphic> centeringChart_;
     QMenu* mnuRecLayoutTemplates_ = nullptr;
 };
 
