@@ -133,25 +133,11 @@ std::vector<MeanSite> MeanFieldSites(const cLot& lot, const std::string& waferKe
     return out;
 }
 
-long RemoveMeanField(cLot& lot, const std::string& waferKey) {
-    std::map<PosKey, MeanSite> byPos;
-    for (const MeanSite& m : MeanFieldSites(lot, waferKey, eFitted)) byPos[KeyOf(m.xUm, m.yUm)] = m;
-    long n = 0;
-    lot.forEachLive([&](cWafer& w, cField&, cSite& s, cPoint& p) {
-        if (!InSelection(w, waferKey)) return;
-        auto it = byPos.find(KeyOf(s.LocationX, s.LocationY));
-        if (it == byPos.end()) return;
-        ++n;
-        for (int k = 1; k <= kFeatures; ++k) {
-            float* v = p.FeatureSlot(k, eFitted);
-            if (IsMissing(*v) || it->second.mean[k] == double(kMissingValue)) continue;
-            *v = static_cast<float>(*v - it->second.mean[k]);
-        }
-    });
-    return n;
-}
-
-long MeanFieldResiduals(cLot& lot, const std::string& waferKey) {
+namespace {
+// Each live point of the selection with the mean field at its site's
+// position; answers how many points had one.
+template <class F>
+long WithMeanField(cLot& lot, const std::string& waferKey, F&& f) {
     std::map<PosKey, MeanSite> byPos;
     for (const MeanSite& m : MeanFieldSites(lot, waferKey, eFitted)) byPos[KeyOf(m.xUm, m.yUm)] = m;
     long n = 0;
@@ -160,14 +146,31 @@ long MeanFieldResiduals(cLot& lot, const std::string& waferKey) {
         const auto it = byPos.find(KeyOf(s.LocationX, s.LocationY));
         if (it == byPos.end()) return;
         ++n;
-        for (int k = 1; k <= kFeatures; ++k) {
-            const float v = *p.FeatureSlot(k, eFitted);
-            const double m = it->second.mean[k];
-            *p.FeatureSlot(k, eResidual) =
-                IsMissing(v) || m == double(kMissingValue) ? kMissingValue : static_cast<float>(v - m);
-        }
+        f(p, it->second);
     });
     return n;
+}
+}  // namespace
+
+long RemoveMeanField(cLot& lot, const std::string& waferKey) {
+    return WithMeanField(lot, waferKey, [](cPoint& p, const MeanSite& m) {
+        for (int k = 1; k <= kFeatures; ++k) {
+            float* v = p.FeatureSlot(k, eFitted);
+            if (IsMissing(*v) || m.mean[k] == double(kMissingValue)) continue;
+            *v = static_cast<float>(*v - m.mean[k]);
+        }
+    });
+}
+
+long MeanFieldResiduals(cLot& lot, const std::string& waferKey) {
+    return WithMeanField(lot, waferKey, [](cPoint& p, const MeanSite& m) {
+        for (int k = 1; k <= kFeatures; ++k) {
+            const float v = *p.FeatureSlot(k, eFitted);
+            const double mean = m.mean[k];
+            *p.FeatureSlot(k, eResidual) =
+                IsMissing(v) || mean == double(kMissingValue) ? kMissingValue : static_cast<float>(v - mean);
+        }
+    });
 }
 
 long RemoveValue(cLot& lot, double value, int feature) {

@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 
 #include "app/settings.h"
 #include "base/identity.h"
@@ -36,13 +35,6 @@ using namespace zorv::uitest;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string Bytes(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 std::vector<std::string> Listing(const fs::path& dir) {
     std::vector<std::string> names;
@@ -128,7 +120,8 @@ TEST_F(MainUi, RawFileThroughTheMenuIsImportedLoadedAndDrawnOnEveryTab) {
     // The status texts of the open, in their order.
     const std::vector<std::string> order = {"Workbook loaded, setting up display...", "update spreadsheets...",
                                             "Set Workbook pathname ....", "Update data sheet names into combo",
-                                            "Ready"};
+                                            "Wafer set to wafer 1", "layout set", "Setup up cmdArray",
+                                            "call DisplayVariables...", "call DisplayVariables...done ", "Ready"};
     size_t at = 0;
     for (const std::string& s : rec.statuses)
         if (at < order.size() && s == order[at]) ++at;
@@ -164,7 +157,7 @@ TEST_F(MainUi, WorkbookOpenedByItsDialogAndSavedUnderANewName) {
     answers.push_back(raw);
     ASSERT_TRUE(m->mnuFileOpen());
     const fs::path first = m->workbookPath().toStdString();
-    const std::string firstBytes = Bytes(first);
+    const std::string firstBytes = FileBytes(first);
     const long points = lotPoints();
 
     // The real dialog this time, answered as a user would.
@@ -192,7 +185,7 @@ TEST_F(MainUi, WorkbookOpenedByItsDialogAndSavedUnderANewName) {
     EXPECT_EQ(asked.back().title, "Save Zorv Workbook as ....");
     const fs::path copy = dir / "copy.xlsx";  // our workbooks are .xlsx
     ASSERT_TRUE(fs::exists(copy));
-    EXPECT_EQ(Bytes(first), firstBytes);
+    EXPECT_EQ(FileBytes(first), firstBytes);
     EXPECT_TRUE(rec.sawStatus("File saved: " + copy.string()));
     Result<WorkbookPtr> reread = Workbook::open(copy.string());
     ASSERT_TRUE(reread);
@@ -254,7 +247,7 @@ TEST_F(MainUi, OpeningWhileALotIsLoadedResetsFirstAndBadInputLeavesTheWindowUsab
         wb->addSheet("More");
         ASSERT_TRUE(wb->save());
     }
-    const std::string plainBytes = Bytes(plain);
+    const std::string plainBytes = FileBytes(plain);
     rec.boxes.clear();
     rec.answers.push_back(vbNo);
     EXPECT_FALSE(m->mnuFileOpenWorksheet(QString::fromStdString(plain.string())));
@@ -263,13 +256,13 @@ TEST_F(MainUi, OpeningWhileALotIsLoadedResetsFirstAndBadInputLeavesTheWindowUsab
     EXPECT_FALSE(m->lot());
     EXPECT_EQ(m->cmbDataSheet()->count(), 2);
     EXPECT_EQ(m->cmbDataSheet()->currentIndex(), -1);
-    EXPECT_EQ(Bytes(plain), plainBytes);
+    EXPECT_EQ(FileBytes(plain), plainBytes);
     // Choosing a sheet that holds no data fails with its message; the window stays.
     rec.boxes.clear();
     rec.answers.push_back(vbNo);
     emit m->cmbDataSheet()->activated(0);
     EXPECT_FALSE(m->lot());
-    EXPECT_EQ(Bytes(plain), plainBytes);
+    EXPECT_EQ(FileBytes(plain), plainBytes);
 
     // A data workbook whose sheet lost its name and mark: chosen from the list.
     ASSERT_TRUE(m->mnuFileOpen(QString::fromStdString(fem)));
@@ -360,7 +353,7 @@ TEST_F(MainUi, EscStopsALoadAndTheWindowGoesOn) {
     ASSERT_TRUE(req);
     Result<std::string> book = ImportRawData(*req);
     ASSERT_TRUE(book);
-    const std::string bytes = Bytes(*book);
+    const std::string bytes = FileBytes(*book);
 
     // Esc waits in the queue; the load's first look at the events takes it.
     QCoreApplication::postEvent(m, new QKeyEvent(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier));
@@ -376,7 +369,7 @@ TEST_F(MainUi, EscStopsALoadAndTheWindowGoesOn) {
     EXPECT_NE(boxText.indexOf("Aborting data load"), -1) << boxText.toStdString();
     EXPECT_FALSE(m->isWorking());
     EXPECT_TRUE(m->menuBar()->isEnabled());
-    EXPECT_EQ(Bytes(*book), bytes);
+    EXPECT_EQ(FileBytes(*book), bytes);
     // Without Esc the same file loads.
     ASSERT_TRUE(m->mnuFileOpenWorksheet(QString::fromStdString(*book)));
     EXPECT_EQ(m->lot()->TotalPoints(nullptr, true), 20000);

@@ -35,11 +35,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string FileBytes(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // The sheet's cells as text, for a before-and-after comparison.
 std::vector<std::string> SheetText(Workbook& wb, const char* name) {
     std::vector<std::string> cells;

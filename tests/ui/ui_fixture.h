@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -24,6 +26,12 @@
 #include "ui/windows.h"
 
 namespace zorv::uitest {
+
+// A file's bytes, to show that a failure left it as it was.
+inline std::string FileBytes(const std::filesystem::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 inline QApplication* EnsureApp() {
     if (!qApp) {
