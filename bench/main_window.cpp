@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "base/report.h"
 #include "import/import.h"
@@ -86,6 +87,44 @@ void OpenAndDrawFirstMap(benchmark::State& state) {
     state.counters["points"] = static_cast<double>(points);
 }
 BENCHMARK(OpenAndDrawFirstMap)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// Each raw plot of the lot, all wafers: from the tab's click to the drawn
+// chart.
+void EachRawPlot(benchmark::State& state) {
+    const std::string book = BigWorkbook();
+    auto* m = new ui::frmMain;
+    m->Load();
+    m->resize(1400, 900);
+    m->show();
+    if (!m->mnuFileOpenWorksheet(QString::fromStdString(book))) {
+        state.SkipWithError("the workbook did not open");
+        return;
+    }
+    m->showTab("kMetrology");
+    ui::MetrologyPanel* panel = m->metrologyPanel();
+    const char* names[] = {"wafer_s", "field_s", "residuals_s", "histogram_s", "contour_s", "xy_s"};
+    std::vector<double> secs(ui::MetrologyPanel::kPlots, 0.0);
+    for (auto _ : state) {
+        for (int plot = 0; plot < ui::MetrologyPanel::kPlots; ++plot) {
+            // From another tab, so that the click draws.
+            panel->tabs()->setCurrentIndex(plot == 0 ? 1 : 0);
+            QElapsedTimer t;
+            t.start();
+            panel->tabs()->setCurrentIndex(plot);
+            if (panel->view(plot)->grab().isNull() || !panel->view(plot)->failureText().isEmpty()) {
+                state.SkipWithError("a plot did not draw");
+                break;
+            }
+            secs[static_cast<size_t>(plot)] += t.elapsed() / 1000.0;
+        }
+    }
+    for (int plot = 0; plot < ui::MetrologyPanel::kPlots; ++plot)
+        state.counters[names[plot]] = secs[static_cast<size_t>(plot)] / static_cast<double>(state.iterations());
+    m->Unload();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    Workbooks::CloseAll();
+}
+BENCHMARK(EachRawPlot)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 

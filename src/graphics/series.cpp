@@ -12,6 +12,9 @@ namespace zorv {
 
 namespace {
 
+// A curve with more symbols than this draws one at each pixel only.
+constexpr size_t kDenseSymbols = 20000;
+
 // The surface's drawing state, back as it was when a curve is done.
 class StateGuard {
 public:
@@ -174,10 +177,25 @@ Status cSeries::Draw(Surface& s, const Datam& chartTable, const PlotFrame& frame
         }
     }
     if (SymbolDisplay && Symbol != SymbolShape::None && !function) {
+        // A cloud of a million points covers each pixel many times over: a
+        // symbol of one colour at a pixel already drawn adds nothing.
+        const bool oneColour = ColorCol < 0;
+        const bool dense = oneColour && pts.size() > kDenseSymbols;
+        const long x0 = std::lround(frame.left), y0 = std::lround(frame.top);
+        const long w = std::lround(frame.width) + 2, h = std::lround(frame.height) + 2;
+        std::vector<bool> drawn(dense && w > 0 && h > 0 ? static_cast<size_t>(w * h) : 0);
         for (const Pt& q : pts) {
+            if (!drawn.empty()) {
+                const long x = std::lround(q.x) - x0, y = std::lround(q.y) - y0;
+                if (x >= 0 && x < w && y >= 0 && y < h) {
+                    auto cell = drawn[static_cast<size_t>(y * w + x)];
+                    if (cell) continue;
+                    cell = true;
+                }
+            }
             Color c = ColorFore;
             double v;
-            if (ColorCol >= 0 && ValueOf(t, q.row, ColorCol, v)) c = static_cast<Color>(v);
+            if (!oneColour && ValueOf(t, q.row, ColorCol, v)) c = static_cast<Color>(v);
             DrawSymbol(s, q.x, q.y, c);
         }
     }

@@ -1,6 +1,10 @@
 // Curves drawn on the recording surface, their pixels worked out by hand.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <set>
+#include <utility>
+
 #include "base/marks.h"
 #include "graphics/recording_surface.h"
 #include "graphics/series.h"
@@ -160,4 +164,37 @@ TEST(Series, DashedLinesKeepWholeSymbols) {
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0]->style, DrawStyle::Dash);
     for (const auto* m : s.of(RecordingSurface::Op::Circle)) EXPECT_EQ(m->style, DrawStyle::Solid);
+}
+
+TEST(Series, ACloudOfPointsDrawsOneSymbolAPixelAndAFewPointsAllOfThem) {
+    // 60,000 points on a grid of 0.01 in x and y: several points to a pixel
+    // (50 pixels an x unit, 60 a y unit), every one of them kept for the mouse.
+    Datam t(60000, 2, 0, 1);
+    std::set<std::pair<long, long>> pixels;
+    const PlotFrame f = Frame();
+    for (int r = 1; r <= 60000; ++r) {
+        const double x = (r % 300) * 0.01, y = (r / 300) * 0.01;
+        t(r, 1) = Value(x);
+        t(r, 2) = Value(y);
+        pixels.insert({std::lround(f.px(x)), std::lround(f.py(y))});
+    }
+    cSeries c;
+    c.Xcol = 1;
+    c.Ycol = 2;
+    c.Symbol = SymbolShape::Circle;
+    RecordingSurface s;
+    ASSERT_TRUE(c.Draw(s, t, f));
+    const auto circles = s.of(RecordingSurface::Op::Circle);
+    ASSERT_EQ(circles.size(), pixels.size());
+    std::set<std::pair<long, long>> at;
+    for (const auto* k : circles) at.insert({std::lround(k->points[0].x), std::lround(k->points[0].y)});
+    EXPECT_EQ(at, pixels);
+    EXPECT_EQ(c.Elements().rowUb(), 60000);
+
+    // Below the threshold every point draws, also where they coincide.
+    Datam few(100, 2, 0, 1);
+    for (int r = 1; r <= 100; ++r) few(r, 1) = Value(1.0), few(r, 2) = Value(1.0);
+    RecordingSurface s2;
+    ASSERT_TRUE(c.Draw(s2, few, f));
+    EXPECT_EQ(s2.of(RecordingSurface::Op::Circle).size(), 100u);
 }
