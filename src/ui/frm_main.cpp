@@ -202,6 +202,7 @@ void frmMain::buildMenus() {
     add("mnuFileOpenWorksheet", tr("Open &Workbook..."), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O),
         [this] { mnuFileOpenWorksheet(); });
     file->insertSeparator(first);
+    add("mnuFileSave", tr("&Save"), QKeySequence::Save, [this] { mnuFileSave(); });
     add("mnuFileSaveAs", tr("Save &As..."), QKeySequence::SaveAs, [this] { mnuFileSaveAs(); });
     add("mnuFileSaveAsReticle", tr("Save As &Reticle Workbook..."), {}, [this] { mnuFileSaveAsReticle(); });
     add("mnuSaveAsLayout", tr("Save As &Layout Template..."), {}, [this] { mnuSaveAsLayout(); });
@@ -243,8 +244,7 @@ void frmMain::buildToolBar() {
     add("kOpen", tr("Open"), tr("Import a raw data file"), QStyle::SP_DialogOpenButton, [this] { mnuFileOpen(); });
     add("kOpenWorksheet", tr("Workbook"), tr("Open a data workbook"), QStyle::SP_DirOpenIcon,
         [this] { mnuFileOpenWorksheet(); });
-    add("kSave", tr("Save"), tr("Save the data workbook under a new name"), QStyle::SP_DialogSaveButton,
-        [this] { mnuFileSaveAs(); });
+    add("kSave", tr("Save"), tr("Save the data workbook"), QStyle::SP_DialogSaveButton, [this] { mnuFileSave(); });
     add("kPrint", tr("Export"), tr("Save the chart shown as PNG, SVG or PDF"), QStyle::SP_FileDialogDetailedView,
         [this] { printGraphic(); });
     add("kCopyScreen", tr("Copy"), tr("Copy the window as a picture"), QStyle::SP_DesktopIcon,
@@ -353,7 +353,7 @@ void frmMain::formLoad() {
 void frmMain::setLoaded(bool loaded) {
     for (const char* key : {"kSave", "kCopyGraphic", "kPrint"})
         if (QAction* a = toolAction(key)) a->setEnabled(loaded);
-    for (const char* name : {"mnuFileSaveAs", "mnuFileSaveAsReticle", "mnuSaveAsLayout"})
+    for (const char* name : {"mnuFileSave", "mnuFileSaveAs", "mnuFileSaveAsReticle", "mnuSaveAsLayout"})
         if (auto* a = findChild<QAction*>(name)) a->setEnabled(loaded);
     cmbDataSheet_->setEnabled(cmbDataSheet_->count() > 0);
 }
@@ -629,6 +629,26 @@ void frmMain::UpdateFrmMain() {
 }
 
 // ---------------------------------------------------------------- saving
+
+bool frmMain::mnuFileSave() {
+    if (working_) return false;
+    Proc p("Zorv Main(FileSave): ");
+    Workbook* wb = workbook();
+    if (!wb || !Current().lot) {
+        MsgBox("Please open a data file first.", vbExclamation, ApplicationTitle());
+        return false;
+    }
+    // A legacy workbook is read only: it is saved as a new one.
+    if (wb->readOnly()) return mnuFileSaveAs();
+    Working working(*this);
+    SetWorkbookProperties(*wb);
+    if (Status st = wb->save(); !st) {
+        Report(st.failure());
+        return false;
+    }
+    SetStatusText("File saved: " + wb->path());
+    return true;
+}
 
 bool frmMain::mnuFileSaveAs(const QString& path) {
     if (working_) return false;

@@ -195,6 +195,20 @@ TEST_F(MainUi, WorkbookOpenedByItsDialogAndSavedUnderANewName) {
     ASSERT_TRUE(m->mnuFileOpenWorksheet(QString::fromStdString(copy.string())));
     EXPECT_EQ(lotPoints(), points);
 
+    // The wafer map's data asked for, then saved in place: on disk, and the
+    // lot reads back the same.
+    m->showTab("kMetrology");
+    ASSERT_TRUE(m->metrologyPanel()->writePlotData());
+    ASSERT_TRUE(m->mnuFileSave());
+    {
+        Result<WorkbookPtr> saved = Workbook::open(copy.string());
+        ASSERT_TRUE(saved);
+        EXPECT_NE((*saved)->sheet("WaferRawData"), nullptr);
+    }
+    Workbooks::CloseAll();
+    ASSERT_TRUE(m->mnuFileOpenWorksheet(QString::fromStdString(copy.string())));
+    EXPECT_EQ(lotPoints(), points);
+
     // A reticle copy goes to the reticle folder; the lot's workbook stays.
     const fs::path reticle = dir / "program" / "Reticles" / "ret.xlt";
     fs::create_directories(reticle.parent_path());

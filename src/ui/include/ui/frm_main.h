@@ -69,6 +69,8 @@ public:
     bool GetWorksheet(const QString& path, const QString& sheet = {});
     // Opens a file as a drop on the layout does: by its extension.
     bool OpenDropped(const QString& path);
+    // The workbook saved where it is (a legacy .xls as a new .xlsx).
+    bool mnuFileSave();
     // The saves; the name is asked for when empty.
     bool mnuFileSaveAs(const QString& path = {});
     bool mnuFileSaveAsReticle(const QString& path = {});
