@@ -406,7 +406,6 @@ QString frmMain::askSave(const QString& title, const QString& filter, const QStr
 
 bool frmMain::mnuFileOpen(const QString& path, const QString& description) {
     if (working_) return false;
-    Proc p("frmMain(mnuFileOpen): ");
     QString file = path;
     QString desc = description;
     const FileOpenSetup setup = FileOpenSettings();
@@ -424,13 +423,13 @@ bool frmMain::mnuFileOpen(const QString& path, const QString& description) {
     ResetObjects();
     Working working(*this);
     SetStatusText("Import: " + S(QFileInfo(file).fileName()));
-    std::string why;
-    Result<ImportRequest> request = GetDataFile(S(file), S(desc), &why);
+    Result<ImportRequest> request = GetDataFile(S(file), S(desc));
     if (!request) {
         Report(request.failure());
         SetStatusText("Ready");
         return false;
     }
+    SetStatusText("Format: " + request->description);
     request->dataFolder = ImportDataFolder(setup, S(file));
     Result<std::string> written = ImportCall(*request);
     if (!written) {
@@ -532,7 +531,6 @@ void frmMain::fillDataSheets(Workbook* wb, const QString& chosen) {
 
 void frmMain::cmbDataSheet_Click(int index) {
     if (fillingSheets_ || working_ || index < 0) return;
-    Proc p("frmMain(cmbDataSheet_click): ");
     if (workbookPath_.isEmpty()) {
         MsgBox("Data workbook is not loaded.\r\nPlease reload data.", vbExclamation, ApplicationTitle());
         return;
@@ -601,7 +599,6 @@ void frmMain::showCentering() {
 }
 
 void frmMain::UpdateFrmMain() {
-    Proc p("frmMain(UpdateFrmMain): ");
     const std::shared_ptr<cLot> lot = Current().lot;
     if (!lot) return;
     SetStatusText(" Update lot statistics....");
@@ -630,14 +627,17 @@ void frmMain::UpdateFrmMain() {
 
 // ---------------------------------------------------------------- saving
 
+Workbook* frmMain::loadedWorkbook() {
+    Workbook* wb = workbook();
+    if (wb && Current().lot) return wb;
+    MsgBox("Please open a data file first.", vbExclamation, ApplicationTitle());
+    return nullptr;
+}
+
 bool frmMain::mnuFileSave() {
     if (working_) return false;
-    Proc p("Zorv Main(FileSave): ");
-    Workbook* wb = workbook();
-    if (!wb || !Current().lot) {
-        MsgBox("Please open a data file first.", vbExclamation, ApplicationTitle());
-        return false;
-    }
+    Workbook* wb = loadedWorkbook();
+    if (!wb) return false;
     // A legacy workbook is read only: it is saved as a new one.
     if (wb->readOnly()) return mnuFileSaveAs();
     Working working(*this);
@@ -652,12 +652,8 @@ bool frmMain::mnuFileSave() {
 
 bool frmMain::mnuFileSaveAs(const QString& path) {
     if (working_) return false;
-    Proc p("Zorv Main(FileSaveAs): ");
-    Workbook* wb = workbook();
-    if (!wb || !Current().lot) {
-        MsgBox("Please open a data file first.", vbExclamation, ApplicationTitle());
-        return false;
-    }
+    Workbook* wb = loadedWorkbook();
+    if (!wb) return false;
     QString file = path;
     if (file.isEmpty())
         file = askSave("Save Zorv Workbook as ....", "Spreadsheet (*.xlsx *.xls)", QFileInfo(workbookPath_).path());
@@ -681,12 +677,8 @@ bool frmMain::mnuFileSaveAs(const QString& path) {
 
 bool frmMain::mnuFileSaveAsReticle(const QString& path) {
     if (working_) return false;
-    Proc p("Zorv Main(FileSaveAs): ");
-    Workbook* wb = workbook();
-    if (!wb || !Current().lot) {
-        MsgBox("Please open a data file first.", vbExclamation, ApplicationTitle());
-        return false;
-    }
+    Workbook* wb = loadedWorkbook();
+    if (!wb) return false;
     const QString folder = Q(GetSetting(ApplicationTitle(), "Options", "ReticleFolder", ProgramFolder() + "/Reticles"));
     QString file = path;
     if (file.isEmpty()) {
@@ -712,11 +704,7 @@ bool frmMain::mnuFileSaveAsReticle(const QString& path) {
 
 bool frmMain::mnuSaveAsLayout(const QString& name) {
     if (working_) return false;
-    Proc p("frmMain(mnuSaveAsLayout): ");
-    if (!Current().lot) {
-        MsgBox("Please open a data file first.", vbExclamation, ApplicationTitle());
-        return false;
-    }
+    if (!loadedWorkbook()) return false;
     QString n = name;
     if (n.isEmpty()) {
         const QString folder = Q(LayoutTemplateFolder());

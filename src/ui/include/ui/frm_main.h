@@ -131,6 +131,8 @@ private:
     QString askOpen(const QString& title, const QString& filter, const QString& folder, QString* chosenFilter = nullptr);
     QString askSave(const QString& title, const QString& filter, const QString& folder);
     void setLoaded(bool loaded);
+    // The data workbook of the lot; none: "Please open a data file first."
+    zorv::Workbook* loadedWorkbook();
 
     class Working;
     bool working_ = false;  // long work under way
