@@ -26,6 +26,7 @@
 #include "base/report.h"
 #include "paint/chart_file.h"
 #include "paint/qpainter_surface.h"
+#include "ui/frm_plot.h"
 #include "ui/gui_reporter.h"
 
 namespace zorv::ui {
@@ -346,17 +347,30 @@ void ChartView::contextMenuEvent(QContextMenuEvent* e) {
     connect(own.back(), &QAction::triggered, this, &ChartView::saveAs);
     own.append(new QAction(tr("Reset scale"), &menu));
     connect(own.back(), &QAction::triggered, this, &ChartView::resetScale);
+    own.append(new QAction(tr("Open in a Window"), &menu));
+    own.back()->setObjectName("mnuOpenInWindow");
+    connect(own.back(), &QAction::triggered, this, &ChartView::openInWindow);
     if (!menuActions_.isEmpty()) {
         menu.addActions(menuActions_);
         menu.addSeparator();
     }
     menu.addAction(own[0]);
     menu.addAction(own[1]);
+    menu.addAction(own[3]);
     menu.addSeparator();
     menu.addAction(own[2]);
     for (QAction* a : own) a->setEnabled(graphic_ != nullptr);
     menu.exec(e->globalPos());
     copyAction_->setEnabled(true);
+}
+
+frmPlot* ChartView::openInWindow() {
+    if (!graphic_) return nullptr;
+    auto* plot = new frmPlot;
+    plot->setGraphic(*graphic_);
+    plot->Load();
+    plot->show();
+    return plot;
 }
 
 bool ChartView::copyToClipboard() {

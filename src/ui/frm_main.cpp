@@ -36,6 +36,7 @@
 #include "lot/lot.h"
 #include "ui/chart_view.h"
 #include "ui/expo_tool_panel.h"
+#include "ui/frm_plot.h"
 #include "ui/layout_panel.h"
 #include "ui/metrology_panel.h"
 #include "ui/windows.h"
@@ -212,6 +213,14 @@ void frmMain::buildMenus() {
     connect(mnuRecLayoutTemplates_, &QMenu::aboutToShow, this, [this] { fillLayoutTemplates(); });
     file->insertSeparator(first);
     connect(this, &ZorvForm::recentFileChosen, this, [this](const QString& path) { OpenDropped(path); });
+
+    QMenu* view = new QMenu(tr("&View"), this);
+    view->setObjectName("mnuView");
+    menuBar()->insertMenu(helpMenu()->menuAction(), view);
+    QAction* sheet = view->addAction(tr("&Sheet in a Grid..."));
+    sheet->setObjectName("mnuViewSheet");
+    sheet->setToolTip(tr("The data sheet chosen above, read-only, in a grid"));
+    connect(sheet, &QAction::triggered, this, [this] { mnuViewSheet(); });
 
     QMenu* tools = new QMenu(tr("&Analysis"), this);
     tools->setObjectName("mnuAnalysis");
@@ -735,6 +744,21 @@ void frmMain::fillLayoutTemplates() {
         connect(a, &QAction::triggered, this, [this, path] { mnuFileOpenWorksheet(path); });
     }
     SetStatusText("Ready");
+}
+
+frmSpreadsheet* frmMain::mnuViewSheet() {
+    Workbook* wb = loadedWorkbook();
+    if (!wb) return nullptr;
+    QString sheet = cmbDataSheet_->currentText();
+    if (sheet.isEmpty()) sheet = Q(Current().lot->DataSheetName);
+    auto* grid = new frmSpreadsheet;
+    grid->Load();
+    if (!grid->setSheet(*wb, sheet)) {
+        grid->Unload();
+        return nullptr;
+    }
+    grid->show();
+    return grid;
 }
 
 // ----------------------------------------------------------- the toolbar

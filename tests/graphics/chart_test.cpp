@@ -221,3 +221,28 @@ TEST(Chart, PixelsBackToValuesElementsZoomAndSwap) {
     ASSERT_TRUE(g.PlotChart());
     EXPECT_NEAR(g.Frame().yLow, f.xLow, 1e-6);  // doses now run up the chart
 }
+
+TEST(Chart, ACopyHoldsCurvesAndAxesOfItsOwn) {
+    cGraphic g;
+    ASSERT_TRUE(g.RegisterData(Datam::fromRows({{"", "X", "Y"}, {1, 1.0, 2.0}, {2, 2.0, 3.0}})));
+    cSeries& c = g.Series.Add("CD");
+    c.Xcol = 1;
+    c.Ycol = 2;
+    g.Axes.Add("X").Label = "Dose";
+    cGraphic copy = g;
+    copy.Series.Item(1)->Label = "changed";
+    copy.Axes.Item("X")->Label = "Focus";
+    copy.Series.Add("more");
+    EXPECT_EQ(g.Series.Item(1)->Label, "CD");
+    EXPECT_EQ(g.Axes.Item("X")->Label, "Dose");
+    EXPECT_EQ(g.Series.Count(), 1);
+    EXPECT_EQ(copy.Series.Item(1)->Xcol, 1);
+    // Both draw, each on its own.
+    RecordingSurface s1, s2;
+    g.Container(&s1);
+    copy.Container(&s2);
+    EXPECT_TRUE(g.DrawFigure());
+    EXPECT_TRUE(copy.DrawFigure());
+    g.Container(nullptr);
+    copy.Container(nullptr);
+}

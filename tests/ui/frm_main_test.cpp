@@ -12,6 +12,7 @@
 #include <QLineEdit>
 #include <QTabBar>
 #include <QTabWidget>
+#include <QTableView>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -23,6 +24,7 @@
 #include "lot/lot.h"
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
+#include "ui/frm_plot.h"
 #include "ui/gui_reporter.h"
 #include "ui/layout_panel.h"
 #include "ui/metrology_panel.h"
@@ -144,6 +146,17 @@ TEST_F(MainUi, RawFileThroughTheMenuIsImportedLoadedAndDrawnOnEveryTab) {
         EXPECT_TRUE(v->failureText().isEmpty()) << inner->tabText(i).toStdString() << ": "
                                                 << v->failureText().toStdString();
     }
+    // Any chart goes to a window of its own, and the data sheet to a grid.
+    auto* wafer = qobject_cast<ChartView*>(inner->widget(0));
+    frmPlot* own = wafer->openInWindow();
+    ASSERT_NE(own, nullptr);
+    own->resize(600, 500);
+    EXPECT_TRUE(own->view()->render());
+    EXPECT_TRUE(own->view()->failureText().isEmpty()) << own->view()->failureText().toStdString();
+    frmSpreadsheet* grid = m->mnuViewSheet();
+    ASSERT_NE(grid, nullptr);
+    EXPECT_GT(grid->grid()->model()->rowCount(), lotPoints());
+
     // The centring tab shows the lot's die size in millimetres.
     m->showTab("kCentering");
     auto* dieX = m->findChild<QLineEdit*>("txtDieSizeX");

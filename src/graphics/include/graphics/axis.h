@@ -147,6 +147,19 @@ inline constexpr float kMaxTicks = 1000;
 
 class Axes {
 public:
+    Axes() = default;
+    // A copy holds copies of the axes.
+    Axes(const Axes& o) { *this = o; }
+    Axes& operator=(const Axes& o) {
+        if (this == &o) return *this;
+        wcenx = o.wcenx, wceny = o.wceny, y2min = o.y2min, y2max = o.y2max;
+        items_.clear();
+        for (const Entry& e : o.items_) items_.push_back({e.key, std::make_unique<cAxis>(*e.axis)});
+        return *this;
+    }
+    Axes(Axes&&) noexcept = default;
+    Axes& operator=(Axes&&) noexcept = default;
+
     // Chart-wide values the drawing shares between axes: the world centre,
     // and the range of the second Y axis.
     double wcenx = 0, wceny = 0;

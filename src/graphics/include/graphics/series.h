@@ -100,6 +100,18 @@ private:
 
 class Series {
 public:
+    Series() = default;
+    // A copy holds copies of the curves (a chart cloned into another window).
+    Series(const Series& o) { *this = o; }
+    Series& operator=(const Series& o) {
+        if (this == &o) return *this;
+        items_.clear();
+        for (const auto& c : o.items_) items_.push_back(c->clone());
+        return *this;
+    }
+    Series(Series&&) noexcept = default;
+    Series& operator=(Series&&) noexcept = default;
+
     int Count() const { return static_cast<int>(items_.size()); }
     // 1-based; nullptr out of range.
     cSeries* Item(int i) const { return i >= 1 && i <= Count() ? items_[static_cast<size_t>(i - 1)].get() : nullptr; }

@@ -22,6 +22,8 @@ class QAction;
 
 namespace zorv::ui {
 
+class frmPlot;
+
 class ChartView : public QWidget {
     Q_OBJECT
 public:
@@ -57,6 +59,9 @@ public:
     void saveAs();
     // Back to automatic scale (as a double-click).
     void resetScale();
+    // The chart, copied, in a plot window of its own (the menu's "Open in a
+    // Window"); none without a chart.
+    frmPlot* openInWindow();
 
     // Select mode: a left drag leaves a rectangle on the chart and emits
     // boxSelected instead of zooming; the rectangle stays until

@@ -28,6 +28,7 @@ namespace zorv::ui {
 
 class ChartView;
 class ExpoToolPanel;
+class frmSpreadsheet;
 class LayoutPanel;
 class MetrologyPanel;
 
@@ -75,6 +76,9 @@ public:
     bool mnuFileSaveAs(const QString& path = {});
     bool mnuFileSaveAsReticle(const QString& path = {});
     bool mnuSaveAsLayout(const QString& name = {});
+
+    // View > Sheet in a Grid: the sheet of cmbDataSheet in frmSpreadsheet.
+    frmSpreadsheet* mnuViewSheet();
 
     // UpdateFrmMain: the wafer list and the centring fields from the lot.
     void UpdateFrmMain();
