@@ -830,7 +830,10 @@ ZorvForm* frmMain::mnuFocusUniformity() {
 }
 
 ZorvForm* frmMain::mnuProcessWindow() {
-    return showWorkbench(OpenOrNew(forms().frmProcessWindow), "Loading Process Window analysis. . . .");
+    frmProcessWindow* pw = OpenOrNew(forms().frmProcessWindow);
+    // A window kept from before works on the lot loaded now.
+    if (pw->isLoaded() && pw->sourceLot() != Current().lot) pw->setLot(Current().lot, Current().workbook.get());
+    return showWorkbench(pw, "Loading Process Window analysis. . . .");
 }
 
 ZorvForm* frmMain::mnuDailyMonitor() {

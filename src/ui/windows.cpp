@@ -26,13 +26,6 @@ FormRefs& forms() {
 
 // ------------------------------------------------------- workbench windows
 
-frmProcessWindow::frmProcessWindow(QWidget* parent)
-    : ZorvForm("frmProcessWindow", "Zorv PW", parent) {
-    setMinimumSize(640, 420);
-    contentLayout()->addWidget(emptySurface("pctProcessWindow", tr("No lot loaded.\nLoad a data workbook to set up a process window analysis.")));
-}
-WindowPlace frmProcessWindow::place() const { return {"PWformSize", ""}; }
-
 frmCalibrate::frmCalibrate(QWidget* parent) : ZorvForm("frmCalibrate", "Zorv PSFM Calibrate", parent) {
     setMinimumSize(640, 420);
     contentLayout()->addWidget(emptySurface("pctCalibrate", tr("No lot loaded.\nLoad a data workbook to calibrate focus.")));

@@ -335,6 +335,14 @@ TEST_F(MainUi, DroppedFilesOpenByExtensionAndWorkbenchesAreReused) {
     EXPECT_TRUE(rec.sawStatus("Loading Process Window analysis. . . ."));
     EXPECT_EQ(m->mnuProcessWindow(), pw);
     EXPECT_EQ(Current().lot, m->lot());
+    auto* pwForm = qobject_cast<frmProcessWindow*>(pw);
+    ASSERT_NE(pwForm, nullptr);
+    EXPECT_EQ(pwForm->sourceLot(), m->lot());
+    // Another lot loaded: the window kept from before takes it.
+    m->show();
+    ASSERT_TRUE(m->mnuFileOpenWorksheet(book));
+    EXPECT_EQ(m->mnuProcessWindow(), pw);
+    EXPECT_EQ(pwForm->sourceLot(), m->lot());
     pw->Unload();
     EXPECT_TRUE(m->isVisible());
     ZorvForm* cal = m->mnuFocusCalibrate();

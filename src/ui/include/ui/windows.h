@@ -6,17 +6,9 @@
 
 #include "ui/forms.h"
 #include "ui/frm_main.h"
+#include "ui/frm_process_window.h"
 
 namespace zorv::ui {
-
-class frmProcessWindow : public ZorvForm {
-    Q_OBJECT
-public:
-    explicit frmProcessWindow(QWidget* parent = nullptr);
-
-protected:
-    WindowPlace place() const override;
-};
 
 class frmCalibrate : public ZorvForm {
     Q_OBJECT
