@@ -622,6 +622,7 @@ PWSetup frmProcessWindow::LoadPWanalysis(const QString& key) {
 }
 
 bool frmProcessWindow::runAnalysis(const QString& key) {
+    if (running_) return false;
     Proc p("frmProcessWindow(tabPWCurve_Click): ");
     Page* pg = page(key);
     if (!pg) {
@@ -660,7 +661,11 @@ bool frmProcessWindow::runAnalysis(const QString& key) {
 
     const PWSetup setup = LoadPWanalysis(key);
     const BusyPointer busy;
+    running_ = true;
+    tabPWCurve_->setEnabled(false);
     auto ran = PWcalculate(setup, *lot_, focusValues_, doseValues_, state_, true, &pg->report);
+    tabPWCurve_->setEnabled(true);
+    running_ = false;
     ShowProgress(-1);
     if (!ran) {
         pg->title->setText(Q(Replace(ran.failure().text, kCrLf, " ")));

@@ -138,6 +138,9 @@ private:
     zorv::Datam focusValues_, doseValues_;
     std::vector<std::string> allFocus_, allDose_;
     bool filling_ = false;
+    // An analysis under way: the status line runs events, and a second tab
+    // click must not start another inside it.
+    bool running_ = false;
 
     QTabWidget* tabPWCurve_ = nullptr;
     QWidget* setupPage_ = nullptr;
