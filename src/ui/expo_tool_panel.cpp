@@ -12,12 +12,12 @@
 #include "app/preferences.h"
 #include "app/settings.h"
 #include "base/report.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
 namespace {
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
 
 // The lists some rows choose from; the combos stay editable for other values.
 const std::map<std::string, QStringList>& RowLists() {

@@ -19,6 +19,7 @@
 #include "base/report.h"
 #include "app/settings.h"
 #include "ui/res_strings.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
@@ -31,7 +32,6 @@ std::vector<QPointer<ZorvForm>>& formList() {
 
 bool g_sessionEnding = false;
 
-std::string S(const QString& s) { return s.toStdString(); }
 
 }  // namespace
 

@@ -43,13 +43,12 @@
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
 #include "workbook/workbook_ops.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
 namespace {
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
-std::string S(const QString& s) { return s.toStdString(); }
 
 frmMain::FileAsker& fileAsker() {
     static frmMain::FileAsker a;

@@ -18,12 +18,12 @@
 #include "graphics/chart.h"
 #include "ui/chart_view.h"
 #include "workbook/store.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
 namespace {
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
 
 // A cell as the grid shows it: numbers to 10 significant digits, the rest
 // as its text form.

@@ -32,6 +32,7 @@
 #include "procwin/pw_charts.h"
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
@@ -53,8 +54,6 @@ constexpr Analysis kAnalyses[] = {{kDose, "Dose Response"},
                                   {kDoseBF, "Dose @ Best Focus"},
                                   {kIsoFocal, "IsoFocal"}};
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
-std::string S(const QString& s) { return s.toStdString(); }
 
 std::string Setting(const char* key, const char* def) { return GetSetting(ApplicationTitle(), kSection, key, def); }
 

@@ -9,12 +9,12 @@
 #include <algorithm>
 
 #include "ui/forms.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
 namespace {
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
 
 // CR LF of the messages to plain line ends.
 QString boxText(const std::string& s) {

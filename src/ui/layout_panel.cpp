@@ -34,13 +34,12 @@
 #include "lot/lot.h"
 #include "paint/qpainter_surface.h"
 #include "ui/gui_reporter.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
 namespace {
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
-std::string S(const QString& s) { return s.toStdString(); }
 
 const char kSetupErrorTitle[] = "Zorv Setup Error";
 const char* const kDirections[] = {"Down", "Left", "Right", "Up"};

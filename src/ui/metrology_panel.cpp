@@ -23,6 +23,7 @@
 #include "stats/raw_analysis.h"
 #include "ui/chart_view.h"
 #include "workbook/store.h"
+#include "ui/qtext.h"
 
 namespace zorv::ui {
 
@@ -35,7 +36,6 @@ constexpr const char* kViewNames[] = {"chtWafer", "chtField", "chtFieldResiduals
 // Points between two looks at the Esc key and the progress display.
 constexpr long kPointsPerCheck = 65536;
 
-QString Q(const std::string& s) { return QString::fromStdString(s); }
 
 std::string Num(double v) { return CStrNumber(v, 6); }
 
