@@ -19,6 +19,7 @@
 #include "procwin/pw_fit.h"
 #include "procwin/pw_geometry.h"
 #include "procwin/pw_setup.h"
+#include "procwin/pw_workbench.h"
 #include "tables.h"
 #include "verbs.h"
 #include "workbook/store.h"
@@ -208,50 +209,7 @@ int RunPw(const Args& args) {
     // Bootstrap intervals of the pooled surfaces.
     std::vector<PWInterval> intervals;
     if (ci > 0) {
-        const Datam& work = report.working;
-        std::vector<int> cols;
-        for (const std::string& n : names) {
-            const int c = FindColumn(work, Value(n), 0);
-            if (c > 0) cols.push_back(c);
-        }
-        Datam grid;
-        if (key == kPW) {
-            auto g = PWgridSetup(report.doseLow, report.doseHigh, report.doseStep, report.focusLow, report.focusHigh,
-                                 report.focusStep, precision);
-            if (!g) return ShowFailure(g.failure(), json);
-            grid = std::move(g.value());
-        }
-        PWSetup quiet = setup;
-        quiet.workbook = nullptr;
-        const PWMeasure measure = [&](const std::vector<Datam>& cs) {
-            std::vector<std::pair<std::string, double>> out;
-            for (size_t k = 0; k < cs.size(); ++k) {
-                double d;
-                if (IsoFocalDose(cs[k], true, d)) out.emplace_back("IsoFocal_" + names[k], d);
-            }
-            if (key != kPW) return out;
-            std::vector<std::pair<std::string, Datam>> painted;
-            for (size_t k = 0; k < cs.size(); ++k) {
-                Datam g = grid;
-                long n = 0;
-                const int r = static_cast<int>(k) + 1;
-                if (!PWsurfFill(g, setup.variables(r, 4).toDouble(), setup.variables(r, 3).toDouble(), cs[k], n)) return out;
-                painted.emplace_back(names[k] + "_0", std::move(g));
-            }
-            PWState s;
-            auto ins = GetInscribe(quiet, painted, s);
-            if (!ins) return out;
-            out.emplace_back("RectangleFocus", ins->rectFocus);
-            out.emplace_back("RectangleDose", ins->rectDose);
-            out.emplace_back("RectangleDoF", ins->rectDoF);
-            out.emplace_back("RectangleEL%", ins->rectExpoLatPct);
-            out.emplace_back("EllipseFocus", ins->ellipseFocus);
-            out.emplace_back("EllipseDose", ins->ellipseDose);
-            out.emplace_back("EllipseDoF", 2 * ins->ellipseFocusRadius);
-            out.emplace_back("EllipseEL%", ins->ellipseDose != 0 ? 200 * ins->ellipseDoseRadius / ins->ellipseDose : 0);
-            return out;
-        };
-        auto b = PWbootstrap(work, cols, {setup.range, setup.sigma}, resamples, static_cast<uint64_t>(seed), ci, measure);
+        auto b = PWconfidence(setup, report, resamples, static_cast<uint64_t>(seed), ci);
         if (!b) return ShowFailure(b.failure(), json);
         intervals = std::move(b.value());
     }

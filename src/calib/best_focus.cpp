@@ -191,6 +191,20 @@ FocusModel WholeFieldModel(const FieldPoints& p, int feature) {
     return Fit(x, Feature(p, feature), 3, 2);
 }
 
+LensTiltCurvature CalculateLensTiltCurvature(const std::vector<double>& x, const std::vector<double>& y,
+                                             const std::vector<double>& focus) {
+    FieldPoints pts;
+    const size_t n = std::min({x.size(), y.size(), focus.size()});
+    for (size_t i = 0; i < n; ++i) {
+        if (!std::isfinite(x[i]) || !std::isfinite(y[i]) || !std::isfinite(focus[i])) continue;
+        pts.label.push_back(std::to_string(i + 1));
+        pts.dX.push_back(focus[i]), pts.dY.push_back(focus[i]), pts.dZ.push_back(focus[i]);
+        pts.x.push_back(Round(x[i], 2)), pts.y.push_back(Round(y[i], 2));
+        pts.r.push_back(0), pts.angle.push_back(0);
+    }
+    return {RowModels(pts, "IFDresidsualsSE(um)"), ColumnModels(pts, "IFDresidsualsSE(um)")};
+}
+
 FocusModel LineModel(const std::vector<double>& s, const std::vector<double>& focus) {
     if (s.size() < 3) return {};
     std::vector<double> x(s.size() * 2);

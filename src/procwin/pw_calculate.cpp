@@ -298,6 +298,7 @@ class Run {
     Proc p_{"PWcommon(PWcalculate): "};
     std::shared_ptr<cLot> lot_;
     ReportTable rep_;
+    int removedRow_ = 0;  // the report's "Removed:" line, filled once the culls ran
     double now_ = NowSerial();
     bool escaped_ = false;
 
@@ -334,6 +335,7 @@ void Run::head(const cLot& lot) {
         rep_.line({Value(".....Max:"), Value(static_cast<double>(s_.cullMax))});
         rep_.line({Value(".....Min:"), Value(static_cast<double>(s_.cullMin))});
         rep_.line({Value("Removed:"), L(s_.removed)});
+        removedRow_ = rep_.row();
     }
     rep_.line({Value("...Range:"), Value(static_cast<double>(s_.range))});
     rep_.line({Value("...Sigma:"), Value(static_cast<double>(s_.sigma))});
@@ -431,12 +433,13 @@ Status Run::updateCulls() {
     c.allDose = list(s_.doseText, s_.doseSelection, c.doseList);
     c.dataCullVariable = s_.cullVariable;
     c.dataMax = s_.cullMax, c.dataMin = s_.cullMin;
-    Result<int> r = UpdatePWLotCulls(*lot_, c);
+    Result<int> r = UpdatePWLotCulls(*lot_, c, &out_.removed);
     if (!r || *r < 1) {
         std::vector<std::string> m{"Lot cull update failure."};
         if (!r) m.push_back(r.failure().tag + r.failure().text);
         return fail(m);
     }
+    if (removedRow_ > 0) rep_.put(removedRow_, 2, L(out_.removed));
     // The sites selected stay; the others are culled.
     UpdatePWsites2Lot(*lot_, s_);
     if (lot_->TotalPoints(nullptr, true) < 1)

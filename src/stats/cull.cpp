@@ -293,6 +293,50 @@ Result<long> CullRadius(cLot& lot, double radiusMm, double centreXmm, double cen
     return n;
 }
 
+long SiteCullsToPoints(cLot& lot) {
+    long n = 0;
+    for (cWafer* w : lot.Wafers()) {
+        if (w->cull()) continue;
+        for (cField* f : w->Fields()) {
+            if (f->cull()) continue;
+            for (cSite* s : f->sites()) {
+                if (!s->cull()) continue;
+                for (cPoint* p : s->Points())
+                    if (!p->cull()) {
+                        p->setCull(true);
+                        ++n;
+                    }
+                s->setCull(false);
+            }
+        }
+    }
+    return n;
+}
+
+long CullPointsInWaferRect(cLot& lot, double x1, double y1, double x2, double y2, bool restore,
+                           const std::string& waferKey) {
+    const double xl = std::min(x1, x2) * 1000.0, xh = std::max(x1, x2) * 1000.0;
+    const double yl = std::min(y1, y2) * 1000.0, yh = std::max(y1, y2) * 1000.0;
+    long n = 0;
+    for (cWafer* w : lot.Wafers()) {
+        if (w->cull() || (!waferKey.empty() && w->KeyName != waferKey)) continue;
+        for (cField* f : w->Fields()) {
+            if (f->cull()) continue;
+            for (cSite* s : f->sites()) {
+                if (s->cull()) continue;
+                const double x = s->LocationXabs, y = s->LocationYabs;
+                if (x < xl || x > xh || y < yl || y > yh) continue;
+                for (cPoint* p : s->Points())
+                    if (p->cull() == restore) {
+                        p->setCull(!restore);
+                        ++n;
+                    }
+            }
+        }
+    }
+    return n;
+}
+
 // ---------------------------------------------------------------- value culls
 
 Result<long> CullVariable(cLot& lot, std::string_view name, double max, double min) {
@@ -410,7 +454,7 @@ Result<long> CullAstigmatism(cLot& lot, double range, std::vector<int32_t>* seri
 
 // ---------------------------------------------------------------- culls of a setup
 
-Result<int> UpdatePWLotCulls(cLot& lot, const CullSetup& setup) {
+Result<int> UpdatePWLotCulls(cLot& lot, const CullSetup& setup, long* dataCulled) {
     CullLevels levels;
     levels.points = false;
     ResetCulls(lot, levels);
@@ -446,6 +490,7 @@ Result<int> UpdatePWLotCulls(cLot& lot, const CullSetup& setup) {
         auto r = CullVariable(lot, variable, setup.dataMax, setup.dataMin);
         if (!r) return r.failure();
         SetStatusText("Cull: " + variable + " Points removed: " + std::to_string(*r));
+        if (dataCulled) *dataCulled = *r;
     }
     return 1;
 }

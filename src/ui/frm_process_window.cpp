@@ -11,6 +11,9 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSlider>
 #include <QScrollArea>
 #include <QSplitter>
 #include <QTabWidget>
@@ -21,6 +24,7 @@
 #include <set>
 
 #include "app/settings.h"
+#include "calib/best_focus.h"
 #include "base/format.h"
 #include "base/identity.h"
 #include "base/proc.h"
@@ -30,6 +34,9 @@
 #include "graphics/chart.h"
 #include "lot/lot.h"
 #include "procwin/pw_charts.h"
+#include "stats/cull.h"
+#include "stats/raw_analysis.h"
+#include "stats/sigma_test.h"
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
 #include "ui/qtext.h"
@@ -43,6 +50,8 @@ constexpr const char* kSetupErrorTitle = "Zorv Setup Error";
 constexpr const char* kValueFormat = "#####0.000#";
 constexpr const char* kRangeFormat = "#0.0";
 constexpr const char* kCrLf = "\r\n";
+// Enough for stable 95 % ends at a few seconds a run of the window.
+constexpr int kResamples = 100;
 
 struct Analysis {
     const char* key;
@@ -103,7 +112,11 @@ frmProcessWindow::frmProcessWindow(QWidget* parent) : ZorvForm("frmProcessWindow
     setupPage_ = buildSetup();
     setupPage_->setProperty("key", "kSetup");
     tabPWCurve_->addTab(setupPage_, tr("Setup"));
+    selectionPage_ = buildSelection();
+    selectionPage_->setProperty("key", "kDataSelection");
     for (const Analysis& a : kAnalyses) buildPage(a.key, tr(a.caption));
+    aberPage_ = buildAberrations();
+    aberPage_->setProperty("key", "kAberrations");
     contentLayout()->addWidget(tabPWCurve_);
     loadSettings();
     fillAnalysisTabs();
@@ -115,6 +128,8 @@ frmProcessWindow::~frmProcessWindow() {
         p->view->setGraphic(nullptr);
         p->dofView->setGraphic(nullptr);
     }
+    chtPWselection_->setGraphic(nullptr);
+    chtAberrations_->setGraphic(nullptr);
 }
 
 WindowPlace frmProcessWindow::place() const { return {"PWformSize", ""}; }
@@ -128,6 +143,8 @@ void frmProcessWindow::formUnload() {
         p->view->setGraphic(nullptr);
         p->dofView->setGraphic(nullptr);
     }
+    chtPWselection_->setGraphic(nullptr);
+    chtAberrations_->setGraphic(nullptr);
 }
 
 // ------------------------------------------------------------------ setup
@@ -226,6 +243,9 @@ QWidget* frmProcessWindow::buildSetup() {
     chkPWGraphics_ = check("chkPWGraphics", "Graphics");
     chkShowLimits_ = check("chkShowLimits", "Draw target, max and min lines");
     chkPWvarSettings_ = check("chkPWvarSettings", "Keep variable settings");
+    chkPWconfidence_ = check("chkPWconfidence", "Confidence intervals (bootstrap, 95%)");
+    chkPWconfidence_->setToolTip(tr("Resample the response surfaces' residuals 100 times and show how far the "
+                                    "isofocal dose and the window found may move"));
     chkPWvarSettings_->setToolTip(tr("Restore the saved targets of features of the same name with the next lot"));
     auto* of = new QFormLayout;
     cmbPWprecision_ = new QComboBox(opts);
@@ -256,6 +276,7 @@ QWidget* frmProcessWindow::buildSetup() {
     saveCheck(chkPWGraphics_, "chkPWGraphics");
     saveCheck(chkShowLimits_, "chkShowLimits");
     saveCheck(chkPWvarSettings_, "chkPWvarSettings");
+    saveCheck(chkPWconfidence_, "chkPWconfidence");
     connect(cmbPWprecision_, &QComboBox::currentTextChanged, this,
             [this](const QString& t) { saveSetting("cmbPWprecision", S(t)); });
     connect(optFocusResponse_, &QComboBox::currentIndexChanged, this,
@@ -275,6 +296,7 @@ void frmProcessWindow::loadSettings() {
     chkPWGraphics_->setChecked(Setting("chkPWGraphics", "1") == "1");
     chkShowLimits_->setChecked(Setting("chkShowLimits", "1") == "1");
     chkPWvarSettings_->setChecked(Setting("chkPWvarSettings", "0") == "1");
+    chkPWconfidence_->setChecked(Setting("chkPWconfidence", "0") == "1");
     const int at = cmbPWprecision_->findText(Q(Trim(Setting("cmbPWprecision", "10"))));
     cmbPWprecision_->setCurrentIndex(at >= 0 ? at : cmbPWprecision_->findText("10"));
     optFocusResponse_->setCurrentIndex(std::clamp(std::atoi(Setting("optFocusResponse", "0").c_str()), 0, 1));
@@ -311,6 +333,18 @@ void frmProcessWindow::setLot(std::shared_ptr<cLot> lot, Workbook* workbook) {
     }
     state_ = PWState();
     pwLot_.reset();
+    figures_.Kill();
+    shown_ = figureSeries_ = scanAt_ = 0;
+    scan_ = Datam();
+    intervals_.clear();
+    chtPWselection_->setGraphic(nullptr);
+    selectionChart_.reset();
+    chtAberrations_->setGraphic(nullptr);
+    aberChart_.reset();
+    aberRows_ = aberColumns_ = Datam();
+    grdAberrations_->clear();
+    grdAberrations_->setRowCount(0);
+    lblPWcull_->clear();
     source_ = std::move(lot);
     // A lot with nothing left after its culls is kept as it is (a clone
     // refuses it): the analyses then say so.
@@ -330,6 +364,9 @@ void frmProcessWindow::fillSetup() {
     lstPWfocus_->clear();
     lstPWDose_->clear();
     lstPWsites_->clear();
+    cmbPWDataCull_->clear();
+    cmbPWDataCull_->addItem("NONE");
+    cmbPWSelWafer_->clear();
     if (!lot_) {
         lblPWlot_->setText(tr("No lot loaded. Load a data workbook to set up a process window analysis."));
         filling_ = false;
@@ -382,6 +419,10 @@ void frmProcessWindow::fillSetup() {
         rows_.push_back(row);
     }
     grid->setRowStretch(static_cast<int>(rows_.size()) + 1, 1);
+    fillCullVariables();
+    cmbPWSelWafer_->clear();
+    cmbPWSelWafer_->addItem(tr("All wafers"), QString());
+    for (cWafer* w : lot_->Wafers()) cmbPWSelWafer_->addItem(Q(w->KeyName), Q(w->KeyName));
     filling_ = false;
 
     // The targets of the last session, where the feature is the same.
@@ -399,6 +440,8 @@ void frmProcessWindow::fillSetup() {
 void frmProcessWindow::fillAnalysisTabs() {
     filling_ = true;
     while (tabPWCurve_->count() > 1) tabPWCurve_->removeTab(1);
+    tabPWCurve_->addTab(selectionPage_, tr("Data Selection"));
+    tabPWCurve_->setTabEnabled(1, lot_ != nullptr);
     // The dose at best focus needs more than one dose.
     for (const Analysis& a : kAnalyses) {
         Page* p = page(a.key);
@@ -409,6 +452,8 @@ void frmProcessWindow::fillAnalysisTabs() {
         tabPWCurve_->addTab(p->page, tr(a.caption));
         tabPWCurve_->setTabEnabled(tabPWCurve_->count() - 1, lot_ != nullptr);
     }
+    tabPWCurve_->addTab(aberPage_, tr("Aberrations"));
+    tabPWCurve_->setTabEnabled(tabPWCurve_->count() - 1, lot_ != nullptr);
     tabPWCurve_->setCurrentIndex(0);
     filling_ = false;
 }
@@ -518,7 +563,17 @@ frmProcessWindow::Page* frmProcessWindow::buildPage(const QString& key, const QS
     p->title->hide();
     v->addWidget(p->title);
     auto* split = new QSplitter(Qt::Horizontal, p->page);
-    p->view = new ChartView(split);
+    if (key == kPW) {
+        // The window chart with its figure controls under it.
+        auto* box = new QWidget(split);
+        auto* bl = new QVBoxLayout(box);
+        bl->setContentsMargins(0, 0, 0, 0);
+        p->view = new ChartView(box);
+        bl->addWidget(p->view, 1);
+        bl->addWidget(buildFigureBar(*p));
+    } else {
+        p->view = new ChartView(split);
+    }
     p->view->setObjectName("chtPW" + key.mid(1));
     auto* side = new QSplitter(Qt::Vertical, split);
     p->text = new QPlainTextEdit(side);
@@ -536,7 +591,7 @@ frmProcessWindow::Page* frmProcessWindow::buildPage(const QString& key, const QS
     p->dofView = new ChartView(side);
     p->dofView->setObjectName("chtPWdof");
     p->dofView->hide();
-    split->addWidget(p->view);
+    split->addWidget(key == kPW ? p->view->parentWidget() : p->view);
     split->addWidget(side);
     split->setSizes({840, 420});
     side->setSizes({160, 340, 340});
@@ -553,6 +608,8 @@ frmProcessWindow::Page* frmProcessWindow::page(const QString& key) const {
 
 int frmProcessWindow::tabIndex(const QString& key) const {
     if (key == "kSetup") return 0;
+    if (key == "kDataSelection") return tabPWCurve_->indexOf(selectionPage_);
+    if (key == "kAberrations") return tabPWCurve_->indexOf(aberPage_);
     const Page* p = page(key);
     return p ? tabPWCurve_->indexOf(p->page) : -1;
 }
@@ -576,6 +633,14 @@ const PWReport* frmProcessWindow::report(const QString& key) const {
 void frmProcessWindow::tabPWCurve_Click(int index) {
     if (filling_ || index < 1) return;
     const QString key = tabPWCurve_->widget(index)->property("key").toString();
+    if (key == "kDataSelection") {
+        Draw_Selection();
+        return;
+    }
+    if (key == "kAberrations") {
+        cmdModelField();
+        return;
+    }
     runAnalysis(key);
 }
 
@@ -615,6 +680,10 @@ PWSetup frmProcessWindow::LoadPWanalysis(const QString& key) {
     c.chkPWStatistics = chkPWstatistics_->isChecked();
     c.chkPWGraphics = chkPWGraphics_->isChecked();
     c.cmbPWprecision = S(cmbPWprecision_->currentText());
+    c.cmbPWDataCull = S(cmbPWDataCull_->currentText());
+    c.cmbPWDataCullItemData = cmbPWDataCull_->currentIndex();
+    c.txtPWDataMax = S(txtPWDataMax_->text().trimmed());
+    c.txtPWDataMin = S(txtPWDataMin_->text().trimmed());
     PWSetup s = zorv::LoadPWanalysis(c);
     s.workbook = workbook_;
     return s;
@@ -647,6 +716,12 @@ bool frmProcessWindow::runAnalysis(const QString& key) {
     pg->text->clear();
     pg->statsMoved = Datam();
     pg->ran = false;
+    if (key == kPW) {
+        figures_.Kill();
+        shown_ = figureSeries_ = scanAt_ = 0;
+        scan_ = Datam();
+        lblPWfigure_->clear();
+    }
     long points = 0;
     if (lot_ && lot_->TotalWafers() > 0) points = lot_->TotalPoints();
     if (points < 1) {
@@ -687,6 +762,9 @@ bool frmProcessWindow::runAnalysis(const QString& key) {
         }
     }
     showReport(*pg);
+    // The setup's data cull, told beside its controls.
+    lblPWcull_->setText(pg->report.removed > 0 ? QString("Removed: %1").arg(pg->report.removed) : QString());
+    if (chkPWconfidence_->isChecked()) showIntervals(*pg);
     if (pg->chart) {
         // A long title (the isofocal fits, a line per focus and site) would
         // crowd out the plot: the chart keeps its head, the text box has all.
@@ -696,6 +774,7 @@ bool frmProcessWindow::runAnalysis(const QString& key) {
             head.push_back("(" + std::to_string(pg->report.titleLines.size() - 2) + " more lines beside the chart)");
             pg->chart->TitleObj.TitleString = PWJoinTitle(head);
         }
+        if (key == kPW) afterKPW(*pg);
         pg->view->setGraphic(pg->chart.get());
         if (pg->view->isVisible()) pg->view->render();
     }
@@ -754,6 +833,653 @@ void frmProcessWindow::showReport(Page& pg) {
     // The report's title row would make its column as wide as the pane.
     tab->resizeColumnsToContents();
     for (int c = 0; c < tab->columnCount(); ++c) tab->setColumnWidth(c, std::min(tab->columnWidth(c), 150));
+}
+
+// ------------------------------------------------------------ kPW figures
+
+QWidget* frmProcessWindow::buildFigureBar(Page& pg) {
+    auto* bar = new QGroupBox(tr("Window figures"), pg.page);
+    bar->setObjectName("fraPWfigures");
+    auto* g = new QGridLayout(bar);
+    g->setContentsMargins(6, 4, 6, 4);
+    g->setVerticalSpacing(2);
+    auto* fmt = new QHBoxLayout;
+    const char* shapes[] = {"Rectangle", "Ellipse", "Off"};
+    for (int i = 0; i < 3; ++i) {
+        optPWformat_[i] = new QRadioButton(tr(shapes[i]), bar);
+        optPWformat_[i]->setObjectName(QString("optPWformat%1").arg(i));
+        fmt->addWidget(optPWformat_[i]);
+        connect(optPWformat_[i], &QRadioButton::toggled, this, [this, i](bool on) {
+            if (on && !filling_) setFigureFormat(i);
+        });
+    }
+    optPWformat_[0]->setChecked(true);
+    fmt->addStretch(1);
+    auto button = [&](const char* name, const QString& caption, const QString& tip) {
+        auto* b = new QPushButton(caption, bar);
+        b->setObjectName(name);
+        b->setToolTip(tip);
+        fmt->addWidget(b);
+        return b;
+    };
+    QPushButton* scan = button("cmdPWdoScan", tr("Scan"), tr("Step through the figures whose dose lies on the chart"));
+    QPushButton* minus = button("cmdPWadjMinus", "<", tr("Previous figure"));
+    QPushButton* plus = button("cmdPWadjPlus", ">", tr("Next figure"));
+    minus->setMaximumWidth(32);
+    plus->setMaximumWidth(32);
+    connect(scan, &QPushButton::clicked, this, [this] { cmdPWdoScan(); });
+    connect(minus, &QPushButton::clicked, this, [this] { cmdPWadjMinus(); });
+    connect(plus, &QPushButton::clicked, this, [this] { cmdPWadjPlus(); });
+    g->addLayout(fmt, 0, 0, 1, 3);
+    const char* captions[] = {"Dose", "DoF", "ExpoLat%"};
+    for (int n = 0; n < 3; ++n) {
+        g->addWidget(new QLabel(tr(captions[n]), bar), n + 1, 0);
+        sldPW_[n] = new QSlider(Qt::Horizontal, bar);
+        sldPW_[n]->setObjectName(QString("sldPW%1").arg(n));
+        sldPW_[n]->setRange(0, 1000);
+        sldPW_[n]->setEnabled(false);
+        g->addWidget(sldPW_[n], n + 1, 1);
+        txtPW_[n] = new QLineEdit(bar);
+        txtPW_[n]->setObjectName(QString("txtPW%1").arg(n));
+        txtPW_[n]->setReadOnly(true);
+        txtPW_[n]->setMaximumWidth(90);
+        txtPW_[n]->setAlignment(Qt::AlignRight);
+        g->addWidget(txtPW_[n], n + 1, 2);
+        connect(sldPW_[n], &QSlider::valueChanged, this, [this, n] {
+            if (!filling_) sliderMoved(n);
+        });
+    }
+    g->setColumnStretch(1, 1);
+    lblPWfigure_ = new QLabel(bar);
+    lblPWfigure_->setObjectName("lblPWfigure");
+    g->addWidget(lblPWfigure_, 4, 0, 1, 3);
+    return bar;
+}
+
+void frmProcessWindow::afterKPW(Page& pg) {
+    figures_ = PWobjectsFromSpace(state_.processWindowSpace, shape_ == 1 ? 1 : 0);
+    baseTitle_ = pg.report.titleLines;
+    // The figure the sliders pick: its own curve over the others.
+    cSeries& s = pg.chart->Series.Add("");
+    s.Xcol = 1, s.Ycol = 2;
+    // Magenta and heavier: the limit curves already use red and blue.
+    s.ColorFore = RGB(220, 0, 220);
+    s.nPenWidth = 3;
+    s.SymbolDisplay = false;
+    s.Connect = true;
+    s.Hide = true;
+    figureSeries_ = pg.chart->Series.Count();
+    filling_ = true;
+    for (int n = 0; n < 3; ++n) {
+        double lo = 0, hi = 0;
+        for (int i = 1; i <= figures_.Count(); ++i) {
+            const double v = PWsliderValue(*figures_.Item(i), static_cast<PWSlider>(n));
+            if (i == 1 || v < lo) lo = v;
+            if (i == 1 || v > hi) hi = v;
+        }
+        sldLow_[n] = lo, sldHigh_[n] = hi;
+        sldPW_[n]->setEnabled(figures_.Count() > 0 && shape_ != 2);
+        txtPW_[n]->clear();
+    }
+    filling_ = false;
+    if (figures_.Count() == 0) {
+        lblPWfigure_->setText(tr("No window figures were found."));
+        return;
+    }
+    // Start at the best figure of the shape.
+    const double dose = shape_ == 1 ? pg.report.ellipseDose : pg.report.rectDose;
+    showFigure(std::max(1, PWnearestFigure(figures_, PWSlider::Dose, dose)));
+}
+
+void frmProcessWindow::setFigureFormat(int shape) {
+    shape = std::clamp(shape, 0, 2);
+    if (shape_ == shape) return;
+    shape_ = shape;
+    filling_ = true;
+    optPWformat_[shape]->setChecked(true);
+    filling_ = false;
+    Page* pg = page(kPW);
+    if (!pg || !pg->ran || !pg->chart) return;
+    scan_ = Datam();
+    scanAt_ = 0;
+    if (shape == 2) {
+        if (cSeries* s = pg->chart->Series.Item(figureSeries_)) s->Hide = true;
+        shown_ = 0;
+        pg->chart->TitleObj.TitleString = PWJoinTitle(baseTitle_);
+        for (QSlider* s : sldPW_) s->setEnabled(false);
+        lblPWfigure_->setText(tr("Rectange/Ellipse display formats turned off."));
+        pg->view->invalidate();
+        if (pg->view->isVisible()) pg->view->render();
+        return;
+    }
+    // The series of the old shape goes; afterKPW adds it for the new one.
+    if (figureSeries_ > 0 && figureSeries_ == pg->chart->Series.Count()) pg->chart->Series.Remove(figureSeries_);
+    afterKPW(*pg);
+    pg->view->invalidate();
+    if (pg->view->isVisible()) pg->view->render();
+}
+
+const clsPWobject* frmProcessWindow::shownFigure() const { return shown_ > 0 ? figures_.Item(shown_) : nullptr; }
+
+void frmProcessWindow::sliderMoved(int n) {
+    if (shape_ == 2) {
+        SetStatusText("Rectange/Ellipse display formats turned off.");
+        lblPWfigure_->setText(tr("Rectange/Ellipse display formats turned off."));
+        return;
+    }
+    if (figures_.Count() == 0) return;
+    const double v = sldLow_[n] + (sldHigh_[n] - sldLow_[n]) * sldPW_[n]->value() / 1000.0;
+    const int i = PWnearestFigure(figures_, static_cast<PWSlider>(n), v);
+    if (i > 0) showFigure(i);
+}
+
+void frmProcessWindow::showFigure(int index) {
+    Page* pg = page(kPW);
+    const clsPWobject* f = figures_.Item(index);
+    if (!pg || !pg->chart || !f) return;
+    const int shape = shape_ == 1 ? 1 : 0;
+    if (cSeries* s = pg->chart->Series.Item(figureSeries_)) {
+        s->PlotData = PWfigureOutline(*f, shape);
+        s->Hide = false;
+    }
+    shown_ = index;
+    std::vector<std::string> title = baseTitle_;
+    for (std::string& l : PWfigureTitle(*f, shape)) title.push_back(std::move(l));
+    pg->chart->TitleObj.TitleString = PWJoinTitle(title);
+    // The sliders follow the figure, without moving it again.
+    filling_ = true;
+    const char* formats[] = {"#0.00", "#0.000", "#0.00"};
+    for (int n = 0; n < 3; ++n) {
+        const double v = PWsliderValue(*f, static_cast<PWSlider>(n));
+        const double span = sldHigh_[n] - sldLow_[n];
+        sldPW_[n]->setValue(span > 0 ? static_cast<int>(std::lround((v - sldLow_[n]) / span * 1000)) : 0);
+        txtPW_[n]->setText(Q(Format(v, formats[n])));
+    }
+    filling_ = false;
+    QString where = tr("%1 %2 of %3").arg(shape == 0 ? tr("Rectangle") : tr("Ellipse")).arg(index).arg(figures_.Count());
+    if (scanAt_ > 0 && scan_.isArray()) where = tr("Scan %1 of %2").arg(scanAt_).arg(scan_.rowUb());
+    lblPWfigure_->setText(where + "    " + Q(f->Key));
+    pg->view->invalidate();
+    if (pg->view->isVisible()) pg->view->render();
+}
+
+int frmProcessWindow::cmdPWdoScan() {
+    Page* pg = page(kPW);
+    if (!pg || !pg->ran || !pg->chart) {
+        SetStatusText("Run the process window first.");
+        return 0;
+    }
+    if (shape_ == 2) {
+        SetStatusText("Rectange/Ellipse display formats turned off.");
+        lblPWfigure_->setText(tr("Rectange/Ellipse display formats turned off."));
+        return 0;
+    }
+    double lo = -1e300, hi = 1e300;
+    if (const cAxis* y = pg->chart->Axes.Item("Y")) lo = y->LowValue, hi = y->HighValue;
+    scan_ = PWscanTable(pg->report.windowSeries, shape_, lo, hi);
+    scanAt_ = scan_.rowUb() >= 1 ? 1 : 0;
+    if (scanAt_ == 0) {
+        lblPWfigure_->setText(tr("No figure lies within the dose axis."));
+        return 0;
+    }
+    pwDoNext(0);
+    return scan_.rowUb();
+}
+
+void frmProcessWindow::pwDoNext(int step) {
+    if (scanAt_ < 1 || !scan_.isArray() || scan_.rowUb() < 1) {
+        if (cmdPWdoScan() == 0) return;
+    }
+    scanAt_ = std::clamp(scanAt_ + step, 1, scan_.rowUb());
+    const std::string key = scan_.get(scanAt_, 2).toString();
+    for (int i = 1; i <= figures_.Count(); ++i)
+        if (figures_.Item(i)->Key == key) {
+            showFigure(i);
+            return;
+        }
+}
+
+// -------------------------------------------------- selection and culls
+
+QWidget* frmProcessWindow::buildSelection() {
+    auto* page = new QWidget(tabPWCurve_);
+    page->setObjectName("kDataSelectionPage");
+    page->hide();
+    auto* h = new QHBoxLayout(page);
+    auto* left = new QVBoxLayout;
+    auto* top = new QHBoxLayout;
+    lblPWselection_ = new QLabel(page);
+    lblPWselection_->setObjectName("lblPWselection");
+    lblPWselection_->setStyleSheet("QLabel { font-weight: bold; }");
+    top->addWidget(lblPWselection_, 1);
+    top->addWidget(new QLabel(tr("Wafer"), page));
+    cmbPWSelWafer_ = new QComboBox(page);
+    cmbPWSelWafer_->setObjectName("cmbPWSelWafer");
+    cmbPWSelWafer_->setMinimumWidth(110);
+    top->addWidget(cmbPWSelWafer_);
+    left->addLayout(top);
+    chtPWselection_ = new ChartView(page);
+    chtPWselection_->setObjectName("chtPWselection");
+    chtPWselection_->setSelectMode(true);
+    chtPWselection_->setToolTip(tr("Drag a box, then right-click to cull or restore the points in it"));
+    left->addWidget(chtPWselection_, 1);
+    h->addLayout(left, 1);
+    connect(cmbPWSelWafer_, &QComboBox::currentIndexChanged, this, [this] {
+        if (!filling_ && tabPWCurve_->currentWidget() == selectionPage_) Draw_Selection();
+    });
+
+    auto action = [&](const char* name, const char* caption) {
+        auto* a = new QAction(tr(caption), page);
+        a->setObjectName(name);
+        return a;
+    };
+    QAction* remove = action("mnuPopUpCullRemove", "Cull Selected Points");
+    QAction* all = action("mnuPopUpCullAll", "Restore Selected Points");
+    QAction* wafer = action("mnuPopUpCullWafer", "Cull Wafer");
+    QAction* reset = action("mnuPopUpCullReset", "Restore All Culls");
+    chtPWselection_->addMenuActions({remove, all, wafer, reset});
+    connect(remove, &QAction::triggered, this, [this] { mnuPopUpCullRemove(); });
+    connect(all, &QAction::triggered, this, [this] { mnuPopUpCullAll(); });
+    connect(wafer, &QAction::triggered, this, [this] { mnuPopUpCullWafer(); });
+    connect(reset, &QAction::triggered, this, [this] { mnuPopUpCullReset(); });
+
+    auto* side = new QVBoxLayout;
+    auto* data = new QGroupBox(tr("Data Cull"), page);
+    data->setObjectName("fraPWDataCull");
+    auto* df = new QFormLayout(data);
+    cmbPWDataCull_ = new QComboBox(data);
+    cmbPWDataCull_->setObjectName("cmbPWDataCull");
+    cmbPWDataCull_->setToolTip(tr("Points of this variable outside max and min are left out of each analysis"));
+    df->addRow(tr("Variable"), cmbPWDataCull_);
+    txtPWDataMax_ = new QLineEdit("0", data);
+    txtPWDataMax_->setObjectName("txtPWDataMax");
+    df->addRow(tr("Max"), txtPWDataMax_);
+    txtPWDataMin_ = new QLineEdit("0", data);
+    txtPWDataMin_->setObjectName("txtPWDataMin");
+    df->addRow(tr("Min"), txtPWDataMin_);
+    lblPWcull_ = new QLabel(data);
+    lblPWcull_->setObjectName("lblPWcull");
+    df->addRow(lblPWcull_);
+    side->addWidget(data);
+    for (QLineEdit* box : {txtPWDataMax_, txtPWDataMin_})
+        connect(box, &QLineEdit::editingFinished, this, [this, box] {
+            double v = 0;
+            if (ParseBox(box->text(), v)) return;
+            std::string m = "Entered value of '";
+            m.append(S(box->text().trimmed())).append("' is not valid.");
+            box->setText("0");
+            MsgBox(m, vbOKOnly | vbExclamation, kSetupErrorTitle);
+        });
+
+    auto* sites = new QGroupBox(tr("Site Cull"), page);
+    sites->setObjectName("fraPWSiteCull");
+    auto* sf = new QGridLayout(sites);
+    sf->addWidget(new QLabel(tr("Radius (mm)"), sites), 0, 0);
+    txtCullRadius_ = new QLineEdit(sites);
+    txtCullRadius_->setObjectName("txtCullRadius");
+    txtCullRadius_->setToolTip(tr("Cull the points of sites farther than this from the wafer centre"));
+    sf->addWidget(txtCullRadius_, 0, 1);
+    auto* radius = new QPushButton(tr("Cull"), sites);
+    radius->setObjectName("cmdCullRadius");
+    sf->addWidget(radius, 0, 2);
+    auto* restore = new QPushButton(tr("Restore All Culls"), sites);
+    restore->setObjectName("cmdPWResetCulls");
+    sf->addWidget(restore, 1, 0, 1, 3);
+    side->addWidget(sites);
+    connect(radius, &QPushButton::clicked, this, [this] { cmdCullRadius(); });
+    connect(txtCullRadius_, &QLineEdit::returnPressed, this, [this] { cmdCullRadius(); });
+    connect(restore, &QPushButton::clicked, this, [this] { mnuPopUpCullReset(); });
+
+    auto* sigma = new QPushButton(tr("Distribution && Cull Analysis..."), page);
+    sigma->setObjectName("cmdSigmaTest");
+    sigma->setToolTip(tr("How many points each range or sigma limit would cull, without culling"));
+    side->addWidget(sigma);
+    connect(sigma, &QPushButton::clicked, this, [this] { cmdSigmaTest(); });
+    auto* hint = new QLabel(tr("Culls here stay with the window's lot for every analysis; the focus, dose and site "
+                               "lists of the setup apply on top of them."),
+                            page);
+    hint->setWordWrap(true);
+    hint->setStyleSheet("QLabel { color: palette(mid); }");
+    side->addWidget(hint);
+    side->addStretch(1);
+    h->addLayout(side);
+    return page;
+}
+
+void frmProcessWindow::fillCullVariables() {
+    cmbPWDataCull_->clear();
+    cmbPWDataCull_->addItem("NONE");
+    for (const Row& r : rows_) cmbPWDataCull_->addItem(r.chk->text());
+}
+
+bool frmProcessWindow::Draw_Selection() {
+    Proc p("frmProcessWindow(Draw_Selection): ");
+    if (!lot_) {
+        std::string m = "Data not loaded. ";
+        m.append(kCrLf).append("Please load a data file.");
+        MsgBox(m, vbOKOnly | vbExclamation);
+        return false;
+    }
+    SetStatusText("Lot setup for display ...");
+    long culled = 0;
+    const long n = lot_->TotalWafers() > 0 ? lot_->TotalPoints(&culled, true) : 0;
+    std::string title = culled > 0 ? "Selected Data ... " : "Raw Data ... ";
+    title.append(":  ").append(std::to_string(n)).append(" Points");
+    lblPWselection_->setText(Q(title));
+    chtPWselection_->setGraphic(nullptr);
+    chtPWselection_->clearSelection();
+    selectionChart_ = std::make_shared<cGraphic>();
+    if (n < 1) {
+        MsgBox("No data in selection.", vbOKOnly | vbExclamation);
+        return false;
+    }
+    SetStatusText("Draw vector plot ...");
+    cGraphic& g = *selectionChart_;
+    g.Kind = GraphKind::WaferVector;
+    g.WaferKey = S(cmbPWSelWafer_->currentData().toString());
+    g.MapAllWafers = g.WaferKey.empty();
+    g.TitleObj.TitleString = lot_->LotName + ": " + title;
+    if (Status st = g.LotData(lot_); !st) {
+        Report(st.failure());
+        return false;
+    }
+    chtPWselection_->setGraphic(&g);
+    if (chtPWselection_->isVisible()) chtPWselection_->render();
+    SetStatusText("Update process window values ...");
+    SetStatusText("Load PW models ...");
+    SetStatusText("Ready");
+    return chtPWselection_->failureText().isEmpty();
+}
+
+void frmProcessWindow::afterCull(const std::string& message) {
+    SetStatusText(message);
+    if (tabPWCurve_->currentWidget() == selectionPage_) Draw_Selection();
+}
+
+void frmProcessWindow::cullBox(bool restore) {
+    if (!lot_) return;
+    const QRectF box = chtPWselection_->selectedValues();
+    if (box.isNull()) {
+        SetStatusText("Drag a box on the map first.");
+        return;
+    }
+    const long n = CullPointsInWaferRect(*lot_, box.left(), box.top(), box.right(), box.bottom(), restore,
+                                         S(cmbPWSelWafer_->currentData().toString()));
+    std::string m = restore ? "Culls restored: " : "Points culled: ";
+    afterCull(m.append(std::to_string(n)));
+}
+
+void frmProcessWindow::mnuPopUpCullWafer() {
+    if (!lot_) return;
+    const std::string key = S(cmbPWSelWafer_->currentData().toString());
+    if (key.empty()) {
+        MsgBox("Choose a wafer in the list to cull it.", vbOKOnly | vbInformation, "Cull Wafer");
+        return;
+    }
+    CullWaferSites(*lot_, key);
+    std::string m = "Points culled: ";
+    afterCull(m.append(std::to_string(SiteCullsToPoints(*lot_))));
+}
+
+void frmProcessWindow::mnuPopUpCullReset() {
+    if (!lot_) return;
+    std::string m = "Culls restored: ";
+    afterCull(m.append(std::to_string(ResetCulls(*lot_))));
+}
+
+bool frmProcessWindow::cmdCullRadius() {
+    if (!lot_) return false;
+    double r = 0;
+    if (!ParseBox(txtCullRadius_->text(), r) || r <= 0) {
+        std::string m = "Entered value of '";
+        m.append(S(txtCullRadius_->text().trimmed())).append("' is not valid.");
+        MsgBox(m, vbOKOnly | vbExclamation, kSetupErrorTitle);
+        return false;
+    }
+    std::string message;
+    Result<long> n = CullRadius(*lot_, r, 0, 0, &message);
+    if (!n) {
+        Report(n.failure());
+        return false;
+    }
+    SiteCullsToPoints(*lot_);
+    afterCull("Sites culled: " + message);
+    return true;
+}
+
+namespace {
+
+// The distribution analysis beside the workbench: its two graphs and table.
+class SigmaTestWindow : public QWidget {
+public:
+    SigmaTestWindow(const SigmaTestResult& r, QWidget* parent) : QWidget(parent, Qt::Window) {
+        setAttribute(Qt::WA_DeleteOnClose);
+        setObjectName("frmSigmaTest");
+        setWindowTitle(Q(r.heading));
+        resize(1000, 640);
+        auto* v = new QVBoxLayout(this);
+        auto* charts = new QHBoxLayout;
+        range_ = std::make_unique<cGraphic>();
+        sigma_ = std::make_unique<cGraphic>();
+        status_ = SigmaTestGraphs(r, *range_, *sigma_);
+        for (cGraphic* g : {range_.get(), sigma_.get()}) {
+            auto* view = new ChartView(this);
+            view->setObjectName(g == range_.get() ? "chtRangeCull" : "chtSigmaCull");
+            if (status_) view->setGraphic(g);
+            views_.push_back(view);
+            charts->addWidget(view);
+        }
+        v->addLayout(charts, 3);
+        auto* table = new QTableWidget(this);
+        table->setObjectName("grdSigmaTest");
+        table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+        const Datam& d = r.distribution;
+        if (d.isArray() && d.dims() == 2) {
+            table->setColumnCount(d.colUb() - d.colLb() + 1);
+            table->setRowCount(std::max(0, d.rowUb()));
+            for (int c = d.colLb(); c <= d.colUb(); ++c)
+                table->setHorizontalHeaderItem(c - d.colLb(), new QTableWidgetItem(Q(CellText(d.get(0, c)))));
+            for (int row = 1; row <= d.rowUb(); ++row)
+                for (int c = d.colLb(); c <= d.colUb(); ++c)
+                    table->setItem(row - 1, c - d.colLb(), new QTableWidgetItem(Q(CellText(d.get(row, c)))));
+        }
+        table->verticalHeader()->hide();
+        v->addWidget(table, 2);
+    }
+    ~SigmaTestWindow() override {
+        for (ChartView* view : views_) view->setGraphic(nullptr);
+    }
+    bool ok() const { return static_cast<bool>(status_); }
+    const Failure& failure() const { return status_.failure(); }
+
+private:
+    std::unique_ptr<cGraphic> range_, sigma_;
+    std::vector<ChartView*> views_;
+    Status status_ = StatusOk();
+};
+
+}  // namespace
+
+QWidget* frmProcessWindow::cmdSigmaTest() {
+    if (!lot_ || lot_->TotalWafers() < 1) {
+        std::string m = "Data not loaded. ";
+        MsgBox(m.append(kCrLf).append("Please load a data file."), vbOKOnly | vbExclamation);
+        return nullptr;
+    }
+    SigmaTestSetup setup;
+    for (const Row& r : rows_)
+        if (r.chk->isChecked()) {
+            setup.feature = lot_->GetPlotFeature(S(r.chk->text()));
+            break;
+        }
+    const BusyPointer busy;
+    Result<SigmaTestResult> r = SigmaTest(*lot_, setup);
+    if (!r) {
+        Report(r.failure());
+        return nullptr;
+    }
+    auto* w = new SigmaTestWindow(*r, this);
+    if (!w->ok()) {
+        Report(w->failure());
+        delete w;
+        return nullptr;
+    }
+    w->show();
+    return w;
+}
+
+void frmProcessWindow::showIntervals(Page& pg) {
+    intervals_.clear();
+    const PWSetup setup = LoadPWanalysis(pg.key);
+    SetStatusText("Bootstrap intervals ...");
+    auto b = PWconfidence(setup, pg.report, kResamples, 1, 0.95);
+    if (!b) {
+        SetStatusText(b.failure().text);
+        return;
+    }
+    intervals_ = std::move(b.value());
+    std::string lines = S(pg.text->toPlainText());
+    lines.append("\n\nBootstrap intervals (95%, ").append(std::to_string(kResamples));
+    lines.append(" resamples, surfaces pooled over the sites):");
+    for (const PWInterval& i : intervals_) {
+        lines.append("\n").append(i.name).append("\t").append(Format(i.estimate, "0.0000"));
+        lines.append("\t[").append(Format(i.low, "0.0000")).append(", ").append(Format(i.high, "0.0000")).append("]");
+    }
+    pg.text->setPlainText(Q(lines));
+}
+
+// ---------------------------------------------------------- aberrations
+
+QWidget* frmProcessWindow::buildAberrations() {
+    auto* page = new QWidget(tabPWCurve_);
+    page->setObjectName("tabAberrations");
+    page->hide();
+    auto* v = new QVBoxLayout(page);
+    auto* top = new QHBoxLayout;
+    auto* run = new QPushButton(tr("Model Field"), page);
+    run->setObjectName("cmdModelField");
+    run->setToolTip(tr("Tilt and curvature of the best focus along the field's rows and columns"));
+    top->addWidget(run);
+    top->addWidget(new QLabel(tr("Feature"), page));
+    cmbAberFeature_ = new QComboBox(page);
+    cmbAberFeature_->setObjectName("cmbAberFeature");
+    cmbAberFeature_->setMinimumWidth(140);
+    top->addWidget(cmbAberFeature_);
+    auto* hint = new QLabel(tr("From the best focus of each site of the Focus Response analysis."), page);
+    hint->setStyleSheet("QLabel { color: palette(mid); }");
+    top->addWidget(hint, 1);
+    v->addLayout(top);
+    auto* split = new QSplitter(Qt::Horizontal, page);
+    chtAberrations_ = new ChartView(split);
+    chtAberrations_->setObjectName("chtAberrations");
+    grdAberrations_ = new QTableWidget(split);
+    grdAberrations_->setObjectName("grdAberrations");
+    grdAberrations_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    grdAberrations_->horizontalHeader()->hide();
+    grdAberrations_->verticalHeader()->hide();
+    split->addWidget(chtAberrations_);
+    split->addWidget(grdAberrations_);
+    split->setSizes({700, 560});
+    v->addWidget(split, 1);
+    connect(run, &QPushButton::clicked, this, [this] { cmdModelField(); });
+    connect(cmbAberFeature_, &QComboBox::currentIndexChanged, this, [this] {
+        if (!filling_) cmdModelField();
+    });
+    return page;
+}
+
+bool frmProcessWindow::cmdModelField() {
+    Proc p("frmProcessWindow(cmdModelField): ");
+    Page* focus = page(kFocus);
+    if (!focus->ran || focus->report.best.empty()) {
+        // The lens needs the best focus of every site: run that first.
+        const int back = tabPWCurve_->currentIndex();
+        if (!runAnalysis(kFocus)) return false;
+        filling_ = true;
+        tabPWCurve_->setCurrentIndex(back);
+        filling_ = false;
+    }
+    const std::vector<PWSiteBest>& best = focus->report.best;
+    filling_ = true;
+    const QString chosen = cmbAberFeature_->currentText();
+    cmbAberFeature_->clear();
+    for (const PWSiteBest& b : best)
+        if (cmbAberFeature_->findText(Q(b.feature)) < 0) cmbAberFeature_->addItem(Q(b.feature));
+    cmbAberFeature_->setCurrentIndex(std::max(0, cmbAberFeature_->findText(chosen)));
+    filling_ = false;
+    const std::string feature = S(cmbAberFeature_->currentText());
+    std::vector<double> x, y, f;
+    for (const PWSiteBest& b : best)
+        if (b.feature == feature) x.push_back(b.x), y.push_back(b.y), f.push_back(b.bestFocus);
+    SetStatusText("Lens tilt and curvature ...");
+    const LensTiltCurvature lens = CalculateLensTiltCurvature(x, y, f);
+    aberRows_ = lens.rows;
+    aberColumns_ = lens.columns;
+
+    // The two tables one under the other.
+    grdAberrations_->clear();
+    int rows = 0, cols = 0;
+    for (const Datam* t : {&aberRows_, &aberColumns_})
+        if (t->isArray() && t->dims() == 2) rows += t->rowUb() - t->rowLb() + 2, cols = std::max(cols, t->colUb() - t->colLb() + 1);
+    grdAberrations_->setRowCount(rows);
+    grdAberrations_->setColumnCount(cols);
+    int at = 0;
+    for (const Datam* t : {&aberRows_, &aberColumns_}) {
+        if (!t->isArray() || t->dims() != 2) continue;
+        for (int r = t->rowLb(); r <= t->rowUb(); ++r, ++at)
+            for (int c = t->colLb(); c <= t->colUb(); ++c) {
+                const Value& v = t->get(r, c);
+                const std::string s = v.isNumberType() ? Format(v.toDouble(), "###0.0000") : CellText(v);
+                if (s.empty()) continue;
+                auto* it = new QTableWidgetItem(Q(s));
+                if (r == 0) it->setFont([&] { QFont b = font(); b.setBold(true); return b; }());
+                if (v.isNumberType()) it->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+                grdAberrations_->setItem(at, c - t->colLb(), it);
+            }
+        ++at;
+    }
+    grdAberrations_->resizeColumnsToContents();
+
+    // Best focus across the field, a curve per row of sites.
+    std::vector<double> rowsAt;
+    for (double v : y) {
+        const double r = std::round(v * 10) / 10;
+        if (std::none_of(rowsAt.begin(), rowsAt.end(), [&](double w) { return std::fabs(w - r) <= 0.5; })) rowsAt.push_back(r);
+    }
+    std::sort(rowsAt.begin(), rowsAt.end());
+    Datam t(static_cast<int>(x.size()), static_cast<int>(rowsAt.size()) + 1, 0, 1);
+    t(0, 1) = Value("Column(mm)");
+    for (size_t k = 0; k < rowsAt.size(); ++k) t(0, static_cast<int>(k) + 2) = Value("Row " + Format(rowsAt[k], "#0.0") + " mm");
+    // Sorted along x so each row's curve runs left to right.
+    std::vector<size_t> order(x.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return x[a] < x[b]; });
+    for (size_t k = 0; k < order.size(); ++k) {
+        const size_t i = order[k];
+        const int r = static_cast<int>(k) + 1;
+        t(r, 1) = Value(x[i]);
+        for (size_t j = 0; j < rowsAt.size(); ++j)
+            if (std::fabs(std::round(y[i] * 10) / 10 - rowsAt[j]) <= 0.5) t(r, static_cast<int>(j) + 2) = Value(f[i]);
+    }
+    chtAberrations_->setGraphic(nullptr);
+    aberChart_ = std::make_shared<cGraphic>();
+    cGraphic& g = *aberChart_;
+    g.TitleObj.TitleString = feature + ": best focus across the field";
+    if (Status st = g.RegisterData(t); !st) {
+        Report(st.failure());
+        return false;
+    }
+    g.Axes.Add("X").Label = "Column (mm)";
+    g.Axes.Add("Y").Label = "Best Focus (um)";
+    for (size_t j = 0; j < rowsAt.size(); ++j) {
+        cSeries& s = g.Series.Add(t.get(0, static_cast<int>(j) + 2).toString());
+        s.Xcol = 1, s.Ycol = static_cast<int>(j) + 2;
+        s.Connect = true;
+    }
+    chtAberrations_->setGraphic(&g);
+    if (chtAberrations_->isVisible()) chtAberrations_->render();
+    SetStatusText("Ready");
+    return aberRows_.isArray() || aberColumns_.isArray();
 }
 
 }  // namespace zorv::ui

@@ -9,6 +9,10 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QMouseEvent>
+#include <QSlider>
+#include <QLabel>
+#include <QAction>
 #include <QTabWidget>
 #include <QTableWidget>
 #include <cmath>
@@ -19,11 +23,13 @@
 #include <sstream>
 
 #include "app/settings.h"
+#include "base/format.h"
 #include "base/identity.h"
 #include "import/import.h"
 #include "import/simulate.h"
 #include "lot/lot.h"
 #include "procwin/pw_calculate.h"
+#include "graphics/chart.h"
 #include "ui/chart_view.h"
 #include "ui/frm_process_window.h"
 #include "ui_fixture.h"
@@ -116,6 +122,34 @@ protected:
         box->setText(text);
         emit box->editingFinished();
         QApplication::processEvents();
+    }
+    // The window with a lot and a target of about 90 nm, the size the
+    // simulator prints at 24 mJ/cm2 and best focus.
+    void loadWithTarget() {
+        Current().lot = lot_;
+        Current().workbook = tables_.workbook;
+        win_->Load();
+        enter(win_->txtPWTarget(0), "0.09");
+    }
+    // A left drag from a to b, as the hand does it.
+    static void drag(ChartView* v, QPoint a, QPoint b) {
+        auto send = [&](QEvent::Type t, QPoint p, Qt::MouseButton button, Qt::MouseButtons held) {
+            QMouseEvent e(t, QPointF(p), v->mapToGlobal(QPointF(p)), button, held, Qt::NoModifier);
+            QApplication::sendEvent(v, &e);
+        };
+        send(QEvent::MouseButtonPress, a, Qt::LeftButton, Qt::LeftButton);
+        send(QEvent::MouseMove, (a + b) / 2, Qt::NoButton, Qt::LeftButton);
+        send(QEvent::MouseMove, b, Qt::NoButton, Qt::LeftButton);
+        send(QEvent::MouseButtonRelease, b, Qt::LeftButton, Qt::NoButton);
+    }
+    // Live points of the window's lot whose site lies in a box (mm) or
+    // within a radius (mm) of the wafer centre, counted here from the tree.
+    long livePoints(const std::function<bool(double, double)>& in) const {
+        long n = 0;
+        win_->lot()->forEachLive([&](cWafer&, cField&, cSite& s, cPoint&) {
+            if (in(s.LocationXabs / 1000.0, s.LocationYabs / 1000.0)) ++n;
+        });
+        return n;
     }
     void shoot(const std::string& name) {
         const fs::path shots = "/tmp/hC/shots";
@@ -338,4 +372,314 @@ TEST_F(ProcessWindowUi, NothingLeftAfterCullingIsReported) {
     EXPECT_TRUE(SawBoxWith(rec, "No data points after culling."));
     EXPECT_FALSE(win_->runAnalysis("kSomething"));
     EXPECT_TRUE(FileBytes(workbookPath_) == fileBefore_);
+}
+
+TEST_F(ProcessWindowUi, SlidersAndScanPickTheWindowFigures) {
+    loadWithTarget();
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex(kPW));
+    QApplication::processEvents();
+    const PWReport* r = win_->report(kPW);
+    ASSERT_TRUE(r && r->haveWindow);
+    ChartView* v = win_->chartView(kPW);
+
+    // The rectangles, read straight from the ProcessWindowSpace table.
+    const Datam& pws = r->processWindowSpace;
+    double lowDose = 1e300, highDoF = -1;
+    int rects = 0;
+    for (int i = 1; i <= pws.rowUb(); ++i) {
+        if (pws(i, 2).isEmpty() || pws(i, 10).isEmpty()) continue;
+        ++rects;
+        lowDose = std::min(lowDose, pws(i, 2).toDouble());
+        highDoF = std::max(highDoF, pws(i, 10).toDouble());
+    }
+    ASSERT_GT(rects, 1);
+    // It starts at the best rectangle.
+    ASSERT_TRUE(win_->shownFigure());
+    EXPECT_NEAR(win_->shownFigure()->Ydose, r->rectDose, 1e-9);
+
+    // Dose slider to its low end: the rectangle of the lowest dose, its DoF
+    // and latitude in the other boxes, and its outline and title on the chart.
+    win_->sldPW(0)->setValue(0);
+    const clsPWobject* f = win_->shownFigure();
+    ASSERT_TRUE(f);
+    EXPECT_NEAR(f->Ydose, lowDose, 1e-9);
+    EXPECT_EQ(win_->txtPW(0)->text(), QString::fromStdString(Format(lowDose, "#0.00")));
+    EXPECT_EQ(win_->txtPW(1)->text(), QString::fromStdString(Format(f->DoF, "#0.000")));
+    EXPECT_EQ(win_->txtPW(2)->text(), QString::fromStdString(Format(f->EL, "#0.00")));
+    const cGraphic* g = v->graphic();
+    const cSeries* outline = g->Series.Item(g->Series.Count());
+    ASSERT_TRUE(outline && !outline->Hide);
+    EXPECT_EQ(outline->PlotData(0, 1).toString(), "PWrectX");
+    EXPECT_DOUBLE_EQ(outline->PlotData(2, 1).toDouble() - outline->PlotData(1, 1).toDouble(), f->X1 - f->Xo);
+    EXPECT_NEAR(f->X1 - f->Xo, f->DoF, 1e-9);
+    EXPECT_NE(g->TitleObj.TitleString.find("Rectangle  Focus:"), std::string::npos);
+    v->repaint();
+    EXPECT_TRUE(v->failureText().isEmpty());
+
+    // DoF slider to its top: the widest rectangle; the dose slider follows.
+    win_->sldPW(1)->setValue(1000);
+    EXPECT_NEAR(win_->shownFigure()->DoF, highDoF, 1e-9);
+    EXPECT_GT(win_->sldPW(0)->value(), 0);
+    shoot("pw_kPW_rectangle");
+
+    // Ellipses: the centre and radii of the table's right block.
+    win_->setFigureFormat(1);
+    ASSERT_TRUE(win_->shownFigure());
+    win_->sldPW(2)->setValue(1000);
+    f = win_->shownFigure();
+    bool inTable = false;
+    for (int i = 1; i <= pws.rowUb(); ++i)
+        if (!pws(i, 14).isEmpty() && std::fabs(pws(i, 14).toDouble() - f->Xo) < 1e-9 &&
+            std::fabs(pws(i, 15).toDouble() - f->Yo) < 1e-9 && std::fabs(2 * pws(i, 16).toDouble() - f->DoF) < 1e-9)
+            inTable = true;
+    EXPECT_TRUE(inTable);
+    g = v->graphic();
+    outline = g->Series.Item(g->Series.Count());
+    EXPECT_EQ(outline->PlotData.rowUb(), 37);
+    EXPECT_EQ(outline->PlotData(0, 1).toString(), "PWelspX");
+    EXPECT_NE(g->TitleObj.TitleString.find("Ellipse  Focus:"), std::string::npos);
+    shoot("pw_kPW_ellipse");
+
+    // Off: the figure goes and the sliders say why.
+    win_->setFigureFormat(2);
+    EXPECT_FALSE(win_->shownFigure());
+    win_->setFigureFormat(0);
+    win_->setFigureFormat(2);
+    rec.statuses.clear();
+    emit win_->sldPW(0)->valueChanged(5);
+    EXPECT_TRUE(rec.sawStatus("Rectange/Ellipse display formats turned off."));
+
+    // The scan steps through the rectangles within the dose axis, in order.
+    win_->setFigureFormat(0);
+    const int n = win_->cmdPWdoScan();
+    ASSERT_GT(n, 1);
+    const Datam& scan = win_->scanTable();
+    EXPECT_EQ(scan(0, 1).toString(), "Figure");
+    EXPECT_EQ(scan(0, 2).toString(), "Keys");
+    EXPECT_EQ(scan(0, 3).toString(), "SeriesNumber");
+    EXPECT_EQ(win_->shownFigure()->Key, scan(1, 2).toString());
+    win_->cmdPWadjMinus();  // already first
+    EXPECT_EQ(win_->scanPosition(), 1);
+    win_->cmdPWadjPlus();
+    EXPECT_EQ(win_->scanPosition(), 2);
+    EXPECT_EQ(win_->shownFigure()->Key, scan(2, 2).toString());
+    const cAxis* y = g->Axes.Item("Y");
+    ASSERT_TRUE(y);
+    for (int i = 1; i <= scan.rowUb(); ++i) {
+        // Each names a rectangle curve of the chart whose dose is on the axis.
+        const cSeries* s = g->Series.Item(static_cast<int>(scan(i, 3).toLong()));
+        ASSERT_TRUE(s && s->PlotData.isArray()) << i;
+        EXPECT_EQ(s->PlotData(0, 1).toString(), "Rectangle Focus") << i;
+        const clsPWobject* fig = win_->figures().Item(scan(i, 2).toString());
+        ASSERT_TRUE(fig) << i;
+        EXPECT_GE(fig->Ydose, std::min(y->LowValue, y->HighValue) - 1e-4) << i;
+        EXPECT_LE(fig->Ydose, std::max(y->LowValue, y->HighValue) + 1e-4) << i;
+    }
+
+    // A narrower limit, re-run: the window cannot grow.
+    const double dof = r->rectDoF;
+    enter(win_->txtPWmax(0), "0.094");
+    enter(win_->txtPWmin(0), "0.086");
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex(kDose));
+    QApplication::processEvents();
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex(kPW));
+    QApplication::processEvents();
+    r = win_->report(kPW);
+    ASSERT_TRUE(r && r->haveWindow);
+    EXPECT_LE(r->rectDoF, dof + 1e-9);
+    EXPECT_EQ(win_->figureFormat(), 0);
+    EXPECT_TRUE(win_->shownFigure());
+}
+
+TEST_F(ProcessWindowUi, CullsByRadiusBoxAndDataStayWithTheWindowsLot) {
+    loadWithTarget();
+    const long all = win_->lot()->TotalPoints(nullptr, true);
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex("kDataSelection"));
+    QApplication::processEvents();
+    EXPECT_EQ(win_->lblPWselection()->text(), QString("Raw Data ... :  %1 Points").arg(all));
+    ChartView* map = win_->selectionView();
+    ASSERT_TRUE(map->graphic());
+
+    // By radius: what is left is what lies within it, counted here.
+    const double radius = 60;
+    const long inside = livePoints([&](double x, double y) { return std::hypot(x, y) <= radius; });
+    ASSERT_GT(inside, 0);
+    ASSERT_LT(inside, all);
+    win_->txtCullRadius()->setText("60");
+    ASSERT_TRUE(win_->cmdCullRadius());
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), inside);
+    EXPECT_EQ(win_->lblPWselection()->text(), QString("Selected Data ... :  %1 Points").arg(inside));
+    shoot("pw_selection_radius");
+
+    // The culls hold through an analysis, which resets site culls of its own.
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex(kDose));
+    QApplication::processEvents();
+    ASSERT_TRUE(win_->report(kDose));
+    EXPECT_LE(win_->report(kDose)->points, inside);
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), inside);
+
+    // Restore all, then a box from the pop-up menu.
+    win_->mnuPopUpCullReset();
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all);
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex("kDataSelection"));
+    QApplication::processEvents();
+    drag(map, QPoint(map->width() * 30 / 100, map->height() * 25 / 100),
+         QPoint(map->width() * 60 / 100, map->height() * 65 / 100));
+    const QRectF box = map->selectedValues();
+    ASSERT_FALSE(box.isNull());
+    auto inBox = [&](double x, double y) { return x >= box.left() && x <= box.right() && y >= box.top() && y <= box.bottom(); };
+    const long boxed = livePoints(inBox);
+    ASSERT_GT(boxed, 0);
+    QAction* remove = win_->findChild<QAction*>("mnuPopUpCullRemove");
+    ASSERT_TRUE(remove);
+    remove->trigger();
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all - boxed);
+    EXPECT_EQ(livePoints(inBox), 0);
+    shoot("pw_selection_box");
+
+    // A wafer: the menu asks for one first, then takes its points.
+    rec.boxes.clear();
+    win_->mnuPopUpCullWafer();
+    EXPECT_TRUE(SawBoxWith(rec, "Choose a wafer in the list to cull it."));
+    win_->mnuPopUpCullReset();
+    win_->cmbPWSelWafer()->setCurrentIndex(1);
+    const std::string wafer = win_->cmbPWSelWafer()->currentText().toStdString();
+    long onWafer = 0;
+    win_->lot()->forEachLive([&](cWafer& w, cField&, cSite&, cPoint&) { onWafer += w.KeyName == wafer; });
+    win_->mnuPopUpCullWafer();
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all - onWafer);
+    win_->mnuPopUpCullReset();
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all);
+
+    // The data cull: the points outside max and min, counted here, are the
+    // ones the run says it removed.
+    const int feature = win_->lot()->GetPlotFeature("MEAS_1");
+    std::vector<double> values;
+    win_->lot()->forEachLive([&](cWafer&, cField&, cSite&, cPoint& p) {
+        values.push_back(*p.FeatureSlot(feature, win_->lot()->PLotDataType) / 1000.0);
+    });
+    std::sort(values.begin(), values.end());
+    // Limits at the quartiles, on three decimals as typed.
+    const double hi = std::round(values[values.size() * 3 / 4] * 1000) / 1000;
+    const double lo = std::round(values[values.size() / 4] * 1000) / 1000;
+    const long outside = std::count_if(values.begin(), values.end(), [&](double v) { return v > hi || v < lo; });
+    ASSERT_GT(outside, 0);
+    win_->cmbPWDataCull()->setCurrentIndex(win_->cmbPWDataCull()->findText("MEAS_1"));
+    enter(win_->txtPWDataMax(), QString::number(hi));
+    enter(win_->txtPWDataMin(), QString::number(lo));
+    EXPECT_TRUE(win_->runAnalysis(kDose));
+    EXPECT_EQ(win_->report(kDose)->removed, outside);
+    EXPECT_EQ(win_->lblPWcull()->text(), QString("Removed: %1").arg(outside));
+    // The data cull belongs to the run: the window's lot keeps every point.
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all);
+
+    // Bad entries: the box, and the fields back to what they were.
+    rec.boxes.clear();
+    enter(win_->txtPWDataMax(), "lots");
+    EXPECT_TRUE(SawBoxWith(rec, "Entered value of 'lots' is not valid."));
+    EXPECT_EQ(win_->txtPWDataMax()->text(), "0");
+    win_->txtCullRadius()->setText("-");
+    EXPECT_FALSE(win_->cmdCullRadius());
+    EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all);
+    EXPECT_TRUE(FileBytes(workbookPath_) == fileBefore_);
+
+    // The distribution analysis opens with its two graphs drawn.
+    QWidget* sigma = win_->cmdSigmaTest();
+    ASSERT_TRUE(sigma);
+    for (const char* name : {"chtRangeCull", "chtSigmaCull"}) {
+        auto* cv = sigma->findChild<ChartView*>(name);
+        ASSERT_TRUE(cv && cv->graphic()) << name;
+        EXPECT_TRUE(cv->render()) << name << ": " << cv->failureText().toStdString();
+    }
+    sigma->close();
+}
+
+TEST_F(ProcessWindowUi, AberrationsFitTheBestFocusAcrossTheField) {
+    // Nine sites, three to a row: enough for a line through each row.
+    SimulateOptions o;
+    o.outDir = (dir_ / "fem9").string();
+    o.sites = 9;
+    o.noise = 0.2;
+    o.outliers = 0;
+    o.failed = 0;
+    o.seed = 11;
+    auto sim = Simulate("fem", o);
+    ASSERT_TRUE(sim.ok()) << sim.failure().message();
+    auto req = GetDataFile((fs::path(o.outDir) / sim->file).string());
+    ASSERT_TRUE(req.ok());
+    req->workbookPath = (dir_ / "fem9.xlsx").string();
+    auto wb = ImportCall(*req);
+    ASSERT_TRUE(wb.ok()) << wb.failure().message();
+    LoadOptions lo;
+    lo.quiet = true;
+    std::shared_ptr<cLot> lot9;
+    WBLotTables tables9;
+    ASSERT_TRUE(GetExcelWBLot(*wb, lo, lot9, &tables9).ok());
+    win_->setLot(lot9, tables9.workbook.get());
+    enter(win_->txtPWTarget(0), "0.09");
+    win_->tabPWCurve()->setCurrentIndex(win_->tabIndex("kAberrations"));
+    QApplication::processEvents();
+    // Reached straight away, it runs the focus response first.
+    const PWReport* focus = win_->report(kFocus);
+    ASSERT_TRUE(focus);
+    const Datam& rows = win_->aberrationRows();
+    const Datam& cols = win_->aberrationColumns();
+    ASSERT_TRUE(rows.isArray() || cols.isArray());
+    const Datam& t = rows.isArray() && rows.rowUb() >= 1 ? rows : cols;
+    EXPECT_EQ(t(0, 8).toString(), "IFDresidsualsSE(um)");
+    EXPECT_EQ(t(0, 4).toString(), "Tilt(urad)");
+    ASSERT_GE(t.rowUb(), 1);
+    // The first line's tilt by hand: the slope of best focus along it by
+    // least squares of a parabola (the model has a curvature term).
+    const bool byRows = &t == &rows;
+    const double at = t(1, 1).toDouble();
+    std::vector<double> s, f;
+    for (const PWSiteBest& b : focus->best)
+        if (b.feature == focus->best.front().feature && std::fabs(std::round((byRows ? b.y : b.x) * 10) / 10 - at) <= 0.5)
+            s.push_back(byRows ? b.x : b.y), f.push_back(b.bestFocus);
+    ASSERT_GE(s.size(), 3u);
+    // Normal equations of f = a + b s + c s^2, solved by Cramer's rule.
+    double S[5] = {}, T[3] = {};
+    for (size_t i = 0; i < s.size(); ++i)
+        for (int k = 0; k < 5; ++k) {
+            S[k] += std::pow(s[i], k);
+            if (k < 3) T[k] += f[i] * std::pow(s[i], k);
+        }
+    auto det = [](double a, double b, double c, double d, double e, double f2, double g, double h, double i) {
+        return a * (e * i - f2 * h) - b * (d * i - f2 * g) + c * (d * h - e * g);
+    };
+    const double D = det(S[0], S[1], S[2], S[1], S[2], S[3], S[2], S[3], S[4]);
+    const double Db = det(S[0], T[0], S[2], S[1], T[1], S[3], S[2], T[2], S[4]);
+    ASSERT_GT(std::fabs(D), 1e-12);
+    EXPECT_NEAR(t(1, 4).toDouble(), Db / D * 1000, 1e-3 + 1e-4 * std::fabs(Db / D * 1000));
+    ChartView* v = win_->findChild<ChartView*>("chtAberrations");
+    ASSERT_TRUE(v && v->graphic());
+    v->repaint();
+    EXPECT_TRUE(v->failureText().isEmpty());
+    shoot("pw_aberrations");
+}
+
+TEST_F(ProcessWindowUi, ConfidenceIntervalsStandBesideTheWindow) {
+    loadWithTarget();
+    win_->chkPWconfidence()->setChecked(true);
+    ASSERT_TRUE(win_->runAnalysis(kPW));
+    const PWReport* r = win_->report(kPW);
+    ASSERT_TRUE(r && r->haveWindow);
+    const auto& iv = win_->intervals();
+    ASSERT_FALSE(iv.empty());
+    bool dof = false;
+    bool iso = false;
+    for (const PWInterval& i : iv) {
+        EXPECT_LE(i.low, i.high) << i.name;
+        EXPECT_GT(i.samples, 0) << i.name;
+        iso = iso || i.name == "IsoFocal_MEAS_1";
+        if (i.name != "RectangleDoF") continue;
+        dof = true;
+        // The surfaces pooled over the sites give about the window the run
+        // found site by site.
+        EXPECT_NEAR(i.estimate, r->rectDoF, 0.1 * r->rectDoF);
+    }
+    EXPECT_TRUE(dof);
+    EXPECT_TRUE(iso);
+    EXPECT_TRUE(win_->resultText(kPW)->toPlainText().contains("Bootstrap intervals (95%"));
 }

@@ -63,6 +63,16 @@ Datam ColumnModels(const FieldPoints& pts, const std::string& lastHeader = "SEre
 // The one-row table of a whole field model ("Focus (um)" .. "SEresiduals(um)").
 Datam WholeFieldTable(const FocusModel& m);
 
+// CalculateLensTiltCurvature: the lens tilt and curvature of a best focus
+// map, one focus (um) per site at x, y (mm): the row and column models with
+// the last header "IFDresidsualsSE(um)". Lines of fewer than 3 sites fit
+// nothing and are left out.
+struct LensTiltCurvature {
+    Datam rows, columns;
+};
+LensTiltCurvature CalculateLensTiltCurvature(const std::vector<double>& x, const std::vector<double>& y,
+                                             const std::vector<double>& focus);
+
 // Live points of the lot's fields that pass `field` (number; 0 all) and the
 // exposure set (all four values at 3 decimals) when `exposure` is given.
 FieldPoints GatherFieldPoints(const cLot& lot, long field = 0, const double* exposure = nullptr);

@@ -123,6 +123,17 @@ long RestoreSites(cLot& lot, const Datam& table);
 // serial numbers of the points culled, for the workbench to give them back.
 [[nodiscard]] Result<long> CullAstigmatism(cLot& lot, double range, std::vector<int32_t>* serials = nullptr);
 
+// A workbench's own culls kept at point level, so that a selection that
+// resets wafers, fields and sites (UpdatePWLotCulls) leaves them standing.
+// SiteCullsToPoints: every culled site of a live field passes its cull to its
+// points and is live again; answers the points newly culled.
+long SiteCullsToPoints(cLot& lot);
+// The points of the sites inside a wafer rectangle (mm, any corners; the
+// sites' wafer positions), of one wafer when a key is given: culled, or
+// restored. Answers the points changed.
+long CullPointsInWaferRect(cLot& lot, double x1, double y1, double x2, double y2, bool restore,
+                           const std::string& waferKey = {});
+
 // ---- culls of a setup -----------------------------------------------------------
 
 // The focus, dose, site and data culls of a process window setup (or of a
@@ -139,8 +150,9 @@ struct CullSetup {
 // UpdatePWLotCulls: reset wafers, fields and sites, cull fields outside the
 // limits or lists (focus and dose rounded to 3 decimals), cull the listed
 // sites, then the data cull ("Cull: <variable> Points removed: <n>" to the
-// status line). Answers 1.
-[[nodiscard]] Result<int> UpdatePWLotCulls(cLot& lot, const CullSetup& setup);
+// status line). Answers 1; the points the data cull removed go to
+// *dataCulled when asked.
+[[nodiscard]] Result<int> UpdatePWLotCulls(cLot& lot, const CullSetup& setup, long* dataCulled = nullptr);
 
 // A workbench's selections: the setup plus the wafer, exposure and scan lists
 // ("ALL" or empty: all).

@@ -13,6 +13,7 @@
 
 #include "procwin/pw_calculate.h"
 #include "procwin/pw_setup.h"
+#include "procwin/pw_workbench.h"
 #include "ui/forms.h"
 
 class QCheckBox;
@@ -21,6 +22,9 @@ class QLabel;
 class QLineEdit;
 class QListWidget;
 class QPlainTextEdit;
+class QPushButton;
+class QRadioButton;
+class QSlider;
 class QTabWidget;
 class QTableWidget;
 
@@ -89,6 +93,56 @@ public:
     // The lot the last analysis used (its culls reset), kept for the charts.
     std::shared_ptr<zorv::cLot> analysisLot() const { return pwLot_; }
 
+    // ---- the window figures of "kPW"
+    // optPWformat: 0 rectangles, 1 ellipses, 2 off.
+    void setFigureFormat(int shape);
+    int figureFormat() const { return shape_; }
+    QSlider* sldPW(int n) const { return n >= 0 && n < 3 ? sldPW_[n] : nullptr; }
+    QLineEdit* txtPW(int n) const { return n >= 0 && n < 3 ? txtPW_[n] : nullptr; }
+    // The figure the sliders or the scan show; null when none.
+    const zorv::clsPWobject* shownFigure() const;
+    const zorv::PWobjects& figures() const { return figures_; }
+    // cmdPWdoScan: the figures within the chart's dose axis, the first shown;
+    // answers how many. cmdPWadjMinus / cmdPWadjPlus step through them.
+    int cmdPWdoScan();
+    void cmdPWadjMinus() { pwDoNext(-1); }
+    void cmdPWadjPlus() { pwDoNext(1); }
+    const zorv::Datam& scanTable() const { return scan_; }
+    int scanPosition() const { return scanAt_; }
+    QLabel* lblPWfigure() const { return lblPWfigure_; }
+
+    // ---- the selection and its culls
+    // Draw_Selection: the lot's wafer map on "kDataSelection" with its count.
+    bool Draw_Selection();
+    ChartView* selectionView() const { return chtPWselection_; }
+    QLabel* lblPWselection() const { return lblPWselection_; }
+    QComboBox* cmbPWDataCull() const { return cmbPWDataCull_; }
+    QLineEdit* txtPWDataMax() const { return txtPWDataMax_; }
+    QLineEdit* txtPWDataMin() const { return txtPWDataMin_; }
+    QLabel* lblPWcull() const { return lblPWcull_; }
+    QLineEdit* txtCullRadius() const { return txtCullRadius_; }
+    // cmdCullRadius: culls the window's lot beyond the radius (mm).
+    bool cmdCullRadius();
+    // The pop-up culls of the selection map, on its dragged box.
+    void mnuPopUpCullRemove() { cullBox(false); }
+    void mnuPopUpCullAll() { cullBox(true); }
+    void mnuPopUpCullWafer();
+    void mnuPopUpCullReset();
+    QComboBox* cmbPWSelWafer() const { return cmbPWSelWafer_; }
+    // cmdSigmaTest: the distribution analysis of the first checked feature in
+    // a window of its own with its two graphs; the window answered.
+    QWidget* cmdSigmaTest();
+    QCheckBox* chkPWconfidence() const { return chkPWconfidence_; }
+    const std::vector<zorv::PWInterval>& intervals() const { return intervals_; }
+
+    // ---- tabAberrations
+    // cmdModelField: the lens tilt and curvature of the last focus run's best
+    // focus, row and column models per feature. False without one.
+    bool cmdModelField();
+    QTableWidget* aberrationTable() const { return grdAberrations_; }
+    const zorv::Datam& aberrationRows() const { return aberRows_; }
+    const zorv::Datam& aberrationColumns() const { return aberColumns_; }
+
 protected:
     void formLoad() override;
     void formUnload() override;
@@ -128,6 +182,17 @@ private:
     void saveSetting(const char* key, const std::string& value);
     void tabPWCurve_Click(int index);
     void showReport(Page& page);
+    QWidget* buildSelection();
+    QWidget* buildAberrations();
+    QWidget* buildFigureBar(Page& page);
+    void afterKPW(Page& page);
+    void sliderMoved(int n);
+    void showFigure(int index);
+    void pwDoNext(int step);
+    void cullBox(bool restore);
+    void afterCull(const std::string& message);
+    void fillCullVariables();
+    void showIntervals(Page& page);
     Page* page(const QString& key) const;
 
     std::shared_ptr<zorv::cLot> source_;  // the lot handed over
@@ -160,6 +225,40 @@ private:
     QComboBox* optFocusResponse_ = nullptr;
     QComboBox* optDoseResponse_ = nullptr;
     std::vector<std::unique_ptr<Page>> pages_;
+
+    // kPW's figures: the slider figure is one series of the chart.
+    int shape_ = 0;
+    zorv::PWobjects figures_;
+    int shown_ = 0;          // 1-based in figures_, 0 none
+    int figureSeries_ = 0;   // the chart's series of the shown figure
+    std::vector<std::string> baseTitle_;
+    zorv::Datam scan_;
+    int scanAt_ = 0;
+    QRadioButton* optPWformat_[3] = {};
+    QSlider* sldPW_[3] = {};
+    QLineEdit* txtPW_[3] = {};
+    double sldLow_[3] = {}, sldHigh_[3] = {};
+    QLabel* lblPWfigure_ = nullptr;
+
+    QWidget* selectionPage_ = nullptr;
+    ChartView* chtPWselection_ = nullptr;
+    std::shared_ptr<zorv::cGraphic> selectionChart_;
+    QLabel* lblPWselection_ = nullptr;
+    QComboBox* cmbPWSelWafer_ = nullptr;
+    QComboBox* cmbPWDataCull_ = nullptr;
+    QLineEdit* txtPWDataMax_ = nullptr;
+    QLineEdit* txtPWDataMin_ = nullptr;
+    QLabel* lblPWcull_ = nullptr;
+    QLineEdit* txtCullRadius_ = nullptr;
+    QCheckBox* chkPWconfidence_ = nullptr;
+    std::vector<zorv::PWInterval> intervals_;
+
+    QWidget* aberPage_ = nullptr;
+    QTableWidget* grdAberrations_ = nullptr;
+    QComboBox* cmbAberFeature_ = nullptr;
+    ChartView* chtAberrations_ = nullptr;
+    std::shared_ptr<zorv::cGraphic> aberChart_;
+    zorv::Datam aberRows_, aberColumns_;
 };
 
 }  // namespace zorv::ui
