@@ -16,67 +16,12 @@
 #include "procwin/pw_calculate.h"
 #include "procwin/pw_fit.h"
 #include "procwin/pw_geometry.h"
+#include "pw_matrix.h"
 
 using namespace zorv;
+using namespace zorv::bench;
 
 namespace {
-
-constexpr int kFocus = 15, kDose = 13, kSites = 9;
-
-double Cd(double d, double f) { return 0.20 - 0.004 * d + 0.01 * f - 0.30 * f * f + 0.0005 * d * f + 0.02 * f * f * f + 0.004 * d * f * f; }
-double Swa(double d, double f) { return 92 - 0.25 * d + 2 * f - 20 * f * f; }
-
-// One wafer, a field per (focus, dose), 9 sites each with a little noise.
-std::shared_ptr<cLot> FemLot() {
-    auto lot = cLot::create();
-    lot->LotName = "FEM";
-    lot->DataSource(eDataSourceCDSEM);
-    lot->ValueV_Name = "CD";
-    lot->ValueH_Name = "SWA";
-    bool isNew = false;
-    cWafer* w = lot->AddWafer("W1", isNew);
-    unsigned seed = 5;
-    auto noise = [&] {
-        seed = seed * 1103515245u + 12345u;
-        return ((seed >> 8) & 0xffff) / 65536.0 - 0.5;
-    };
-    for (int i = 0; i < kFocus; ++i)
-        for (int j = 0; j < kDose; ++j) {
-            cField* f = w->AddField(float(i), float(j), isNew, false);
-            f->Focus = float(-0.35 + 0.05 * i);
-            f->Dose = float(18 + 1.0 * j);
-            for (int k = 1; k <= kSites; ++k) {
-                Ref<cSite> s = cSite::New();
-                s->setNumberKey(k);
-                s->LocationX = float((k - 1) % 3 - 1) * 8000;
-                s->LocationY = float((k - 1) / 3 - 1) * 8000;
-                auto p = std::make_unique<cPoint>();
-                p->ValueV = float((Cd(f->Dose, f->Focus) + 0.0005 * noise()) * 1000);
-                p->ValueH = float((Swa(f->Dose, f->Focus) + 0.05 * noise()) * 1000);
-                f->AddPoint(s, std::move(p));
-            }
-        }
-    lot->CalcWaferPositions();
-    return lot;
-}
-
-PWSetup Setup(int precision) {
-    PWSetup s;
-    s.key = kPW;
-    s.precision = precision;
-    s.variables = Datam(2, 4, 0, 0);
-    const char* heads[] = {"Variable", "Target", "Max", "Min"};
-    for (int c = 0; c < 4; ++c) s.variables(0, c + 1) = Value(heads[c]);
-    const double cd = Cd(24, 0), swa = Swa(24, 0);
-    s.variables(1, 1) = Value("CD"), s.variables(1, 2) = Value(cd), s.variables(1, 3) = Value(cd * 1.1),
-    s.variables(1, 4) = Value(cd * 0.9);
-    s.variables(2, 1) = Value("SWA"), s.variables(2, 2) = Value(swa), s.variables(2, 3) = Value(swa + 1),
-    s.variables(2, 4) = Value(swa - 1);
-    s.title = "CD, SWA";
-    s.focusLow = -0.35f, s.focusHigh = 0.35f, s.focusStep = 0.05f;
-    s.doseLow = 18, s.doseHigh = 30, s.doseStep = 1;
-    return s;
-}
 
 void BM_ProcessWindow(benchmark::State& state) {
     static auto lot = FemLot();
@@ -126,13 +71,13 @@ BENCHMARK(BM_WindowGeometry)->Arg(10)->Arg(20)->Unit(benchmark::kMillisecond)->I
 
 // 200 resamples of both surfaces over every site's points, isofocal doses measured.
 void BM_Bootstrap(benchmark::State& state) {
-    Datam t(kFocus * kDose * kSites, 4, 0, 0);
+    Datam t(kFemFocus * kFemDose * kFemSites, 4, 0, 0);
     t(0, 1) = Value("Focus"), t(0, 2) = Value("Dose"), t(0, 3) = Value("CD"), t(0, 4) = Value("SWA");
     int r = 0;
     unsigned seed = 9;
-    for (int i = 0; i < kFocus; ++i)
-        for (int j = 0; j < kDose; ++j)
-            for (int k = 0; k < kSites; ++k) {
+    for (int i = 0; i < kFemFocus; ++i)
+        for (int j = 0; j < kFemDose; ++j)
+            for (int k = 0; k < kFemSites; ++k) {
                 ++r;
                 seed = seed * 1103515245u + 12345u;
                 const double e = ((seed >> 8) & 0xffff) / 65536.0 - 0.5, f = -0.35 + 0.05 * i, d = 18.0 + j;

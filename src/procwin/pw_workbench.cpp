@@ -26,7 +26,7 @@ bool Cell(const Datam& t, int r, int c, double& v) {
 bool PWobjects::Add(const clsPWobject& figure, const std::string& key) {
     clsPWobject f = figure;
     if (!key.empty()) f.Key = key;
-    if (Item(f.Key)) return false;
+    if (!index_.emplace(f.Key, items_.size()).second) return false;
     items_.push_back(std::move(f));
     return true;
 }
@@ -36,13 +36,16 @@ const clsPWobject* PWobjects::Item(int i) const {
 }
 
 const clsPWobject* PWobjects::Item(const std::string& key) const {
-    for (const clsPWobject& f : items_)
-        if (f.Key == key) return &f;
-    return nullptr;
+    const auto it = index_.find(key);
+    return it == index_.end() ? nullptr : &items_[it->second];
 }
 
 void PWobjects::Remove(const std::string& key) {
-    std::erase_if(items_, [&](const clsPWobject& f) { return f.Key == key; });
+    const auto it = index_.find(key);
+    if (it == index_.end()) return;
+    items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(it->second));
+    index_.clear();
+    for (size_t i = 0; i < items_.size(); ++i) index_.emplace(items_[i].Key, i);
 }
 
 PWobjects PWobjectsFromSpace(const Datam& pws, int shape) {

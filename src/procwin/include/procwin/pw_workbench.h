@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "base/datam.h"
@@ -36,10 +37,15 @@ public:
     const clsPWobject* Item(const std::string& key) const;
     int Count() const { return static_cast<int>(items_.size()); }
     void Remove(const std::string& key);
-    void Kill() { items_.clear(); }
+    void Kill() {
+        items_.clear();
+        index_.clear();
+    }
 
 private:
     std::vector<clsPWobject> items_;
+    // Key to position: a window of precision 20 holds tens of thousands.
+    std::unordered_map<std::string, size_t> index_;
 };
 
 // The figures of a ProcessWindowSpace table: shape 0 the rectangle block
