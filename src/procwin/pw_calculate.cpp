@@ -223,6 +223,7 @@ class Run {
         : s_(setup), state_(state), out_(out), focusValues_(focusValues), doseValues_(doseValues) {}
 
     Result<std::shared_ptr<cLot>> go(cLot& lot, bool updateCulls);
+    bool escaped() const { return escaped_; }
 
   private:
     // ---- messages and status
@@ -514,6 +515,11 @@ Status Run::buildWorking() {
                             : mat_SheetSort(w, 2, false, nullptr, &notes);
     if (!work_.isArray())
         return notes.failure ? inner(*notes.failure) : fail({"Sort of the data failed."});
+    // Esc stops the sort's walk and leaves the rest in place: the table is
+    // then no basis for anything.
+    for (int r = 2; r <= work_.rowUb() && !escaped_; ++r)
+        if (work_(r, 2).toDouble() < work_(r - 1, 2).toDouble()) escaped_ = true;
+    if (escaped_) return fail({"Analysis stopped (Esc)."});
     sites_ = Runs(work_, 2);
     nFocus_ = DistinctCount(work_, 3);
     nDose_ = DistinctCount(work_, 4);
@@ -1558,8 +1564,14 @@ Result<std::shared_ptr<cLot>> PWcalculate(const PWSetup& setup, cLot& lot, const
                                           const Datam& doseValues, PWState& state, bool updateCulls,
                                           PWReport* report) {
     PWReport local;
-    Run run(setup, state, report ? *report : local, focusValues, doseValues);
-    return run.go(lot, updateCulls);
+    PWReport& out = report ? *report : local;
+    Run run(setup, state, out, focusValues, doseValues);
+    Result<std::shared_ptr<cLot>> r = run.go(lot, updateCulls);
+    out.escaped = run.escaped();
+    // Whatever failed after Esc failed for want of what Esc cut short.
+    if (!r && run.escaped() && r.failure().text.find("Analysis stopped (Esc).") == std::string::npos)
+        return Proc("PWcommon(PWcalculate): ").fail("Analysis stopped (Esc).");
+    return r;
 }
 
 }  // namespace zorv

@@ -113,6 +113,12 @@ Result<PWSurfaceFit> PWfit(const Datam& table, int column, const PWFitLimits& li
     p.chk = 2;
     Notes notes;
     const SvdFit fit = svdfit_std(mitp, vdtp, 1e-7f, true, true, limits.sigma, limits.range, false, &notes);
+    // Esc inside the fit's cull passes: a full set of coefficients, but of a
+    // fit cut short (the fit's other early ends leave fewer).
+    if (fit.result == -1 && fit.coef.isArray() && fit.coef.rowUb() >= 7) {
+        out.escaped = true;
+        return out;
+    }
     if (!fit.coef.isArray() || fit.coef.rowUb() < 7) return FitFailure(p, notes);
     out.c = fit.coef;
     double c[8];

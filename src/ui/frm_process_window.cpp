@@ -749,6 +749,10 @@ bool frmProcessWindow::runAnalysis(const QString& key) {
     }
     pwLot_ = *ran;
     pg->ran = true;
+    if (pg->report.escaped) {
+        pg->title->setText(tr("Stopped by Esc: the results hold what was done before it."));
+        pg->title->show();
+    }
     pg->chart = state_.chart;
     pg->dofChart = pg->report.expoLatChart;
     if (pg->chart) {

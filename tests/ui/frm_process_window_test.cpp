@@ -9,6 +9,8 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QKeyEvent>
+#include <QMessageBox>
 #include <QMouseEvent>
 #include <QSlider>
 #include <QLabel>
@@ -32,6 +34,7 @@
 #include "graphics/chart.h"
 #include "ui/chart_view.h"
 #include "ui/frm_process_window.h"
+#include "ui/gui_reporter.h"
 #include "ui_fixture.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
@@ -682,4 +685,33 @@ TEST_F(ProcessWindowUi, ConfidenceIntervalsStandBesideTheWindow) {
     EXPECT_TRUE(dof);
     EXPECT_TRUE(iso);
     EXPECT_TRUE(win_->resultText(kPW)->toPlainText().contains("Bootstrap intervals (95%"));
+}
+
+TEST_F(ProcessWindowUi, EscStopsTheWindowRunAndTheWindowGoesOn) {
+    // The real reporter: the status line runs events, so the key gets in.
+    GuiReporter gui;
+    gui.install();
+    loadWithTarget();
+    QCoreApplication::postEvent(win_, new QKeyEvent(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier));
+    QString boxText;
+    OnNextModal([&](QWidget* w) {
+        if (auto* box = qobject_cast<QMessageBox*>(w)) {
+            boxText = box->text();
+            box->accept();
+        }
+    });
+    // Stopped, it says so, or shows what it had with a note that it is partial.
+    if (win_->runAnalysis(kPW)) {
+        ASSERT_TRUE(win_->report(kPW));
+        EXPECT_TRUE(win_->report(kPW)->escaped);
+    } else {
+        EXPECT_NE(boxText.indexOf("Analysis stopped (Esc)."), -1) << boxText.toStdString();
+    }
+    EXPECT_TRUE(win_->tabPWCurve()->isEnabled());
+    // Without Esc the same run finds its window.
+    EXPECT_TRUE(win_->runAnalysis(kPW));
+    ASSERT_TRUE(win_->report(kPW));
+    EXPECT_TRUE(win_->report(kPW)->haveWindow);
+    gui.uninstall();
+    SetReporter(&rec);
 }

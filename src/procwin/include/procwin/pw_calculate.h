@@ -87,6 +87,7 @@ struct PWReport {
     // The run's selection and scan ranges (widened ones included).
     long points = 0;
     long removed = 0;  // points the setup's data cull removed
+    bool escaped = false;  // Esc cut the run short: what it holds is partial
     int focusCount = 0, doseCount = 0;
     double doseLow = 0, doseHigh = 0, doseStep = 0, focusLow = 0, focusHigh = 0, focusStep = 0;
     Datam working;  // "Serial", "Site", "Focus", "Dose", a column per variable; sorted by site
