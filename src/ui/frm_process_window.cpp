@@ -24,6 +24,7 @@
 #include <set>
 
 #include "app/settings.h"
+#include "app/strings.h"
 #include "calib/best_focus.h"
 #include "base/format.h"
 #include "base/identity.h"
@@ -46,6 +47,7 @@ namespace zorv::ui {
 namespace {
 
 constexpr const char* kSection = "ProcessWindow";
+constexpr const char* kSpatialSection = "PWSpatialModel";
 constexpr const char* kSetupErrorTitle = "Zorv Setup Error";
 constexpr const char* kValueFormat = "#####0.000#";
 constexpr const char* kRangeFormat = "#0.0";
@@ -255,13 +257,36 @@ QWidget* frmProcessWindow::buildSetup() {
     of->addRow(tr("Precision"), cmbPWprecision_);
     optFocusResponse_ = new QComboBox(opts);
     optFocusResponse_->setObjectName("optFocusResponse");
-    optFocusResponse_->addItems({tr("Process Window Algorithm"), tr("Focus polynomial")});
+    optFocusResponse_->addItems({tr("Process Window Algorithm"), Q(LoadResString(resFocusPolynomial))});
+    optFocusResponse_->setItemData(0, Q(LoadResString(resPWAlgorithmTip)), Qt::ToolTipRole);
     of->addRow(tr("Focus response"), optFocusResponse_);
     optDoseResponse_ = new QComboBox(opts);
     optDoseResponse_->setObjectName("optDoseResponse");
-    optDoseResponse_->addItems({tr("Process Window Algorithm"), tr("Dose polynomial")});
+    optDoseResponse_->addItems({tr("Process Window Algorithm"), Q(LoadResString(resDosePolynomial))});
+    optDoseResponse_->setItemData(0, Q(LoadResString(resPWAlgorithmTip)), Qt::ToolTipRole);
+    for (QComboBox* c : {optFocusResponse_, optDoseResponse_}) c->setToolTip(Q(LoadResString(resPWAlgorithmTip)));
     of->addRow(tr("Dose response"), optDoseResponse_);
     ol->addLayout(of);
+
+    // Signatures removed first, so the window is that of the process alone.
+    auto* sm = new QGroupBox(tr("Spatial Model"), opts);
+    sm->setObjectName("fraPWSpatialModel");
+    auto* sg = new QGridLayout(sm);
+    chkWValidate_ = new QCheckBox(tr("Remove wafer model"), sm);
+    chkWValidate_->setObjectName("chkWValidate");
+    cmbWaferTerms_ = new QComboBox(sm);
+    cmbWaferTerms_->setObjectName("cmbWaferTerms");
+    cmbWaferTerms_->addItems({tr("Term 1"), tr("Terms 1-3"), tr("All 10 terms")});
+    chkFValidate_ = new QCheckBox(tr("Remove field model"), sm);
+    chkFValidate_->setObjectName("chkFValidate");
+    cmbFieldTerms_ = new QComboBox(sm);
+    cmbFieldTerms_->setObjectName("cmbFieldTerms");
+    cmbFieldTerms_->addItems({tr("Piston"), tr("Piston, tilts"), tr("Piston, tilts, curvatures")});
+    sg->addWidget(chkWValidate_, 0, 0);
+    sg->addWidget(cmbWaferTerms_, 0, 1);
+    sg->addWidget(chkFValidate_, 1, 0);
+    sg->addWidget(cmbFieldTerms_, 1, 1);
+    ol->addWidget(sm);
     ol->addStretch(1);
     auto* run = new QLabel(tr("Choose an analysis tab above to run it on the checked variables."), opts);
     run->setWordWrap(true);
@@ -283,6 +308,15 @@ QWidget* frmProcessWindow::buildSetup() {
             [this](int i) { saveSetting("optFocusResponse", std::to_string(i)); });
     connect(optDoseResponse_, &QComboBox::currentIndexChanged, this,
             [this](int i) { saveSetting("optDoseResponse", std::to_string(i)); });
+    auto saveSpatial = [this](const char* key, const std::string& value) {
+        if (!filling_) SaveSetting(ApplicationTitle(), kSpatialSection, key, value);
+    };
+    connect(chkWValidate_, &QCheckBox::toggled, this, [saveSpatial](bool on) { saveSpatial("chkWValidate", on ? "1" : "0"); });
+    connect(chkFValidate_, &QCheckBox::toggled, this, [saveSpatial](bool on) { saveSpatial("chkFValidate", on ? "1" : "0"); });
+    connect(cmbWaferTerms_, &QComboBox::currentIndexChanged, this,
+            [saveSpatial](int i) { saveSpatial("cmbWaferTerms", std::to_string(i)); });
+    connect(cmbFieldTerms_, &QComboBox::currentIndexChanged, this,
+            [saveSpatial](int i) { saveSpatial("cmbFieldTerms", std::to_string(i)); });
     return page;
 }
 
@@ -301,6 +335,16 @@ void frmProcessWindow::loadSettings() {
     cmbPWprecision_->setCurrentIndex(at >= 0 ? at : cmbPWprecision_->findText("10"));
     optFocusResponse_->setCurrentIndex(std::clamp(std::atoi(Setting("optFocusResponse", "0").c_str()), 0, 1));
     optDoseResponse_->setCurrentIndex(std::clamp(std::atoi(Setting("optDoseResponse", "0").c_str()), 0, 1));
+    auto spatial = [](const char* key, const char* def) { return GetSetting(ApplicationTitle(), kSpatialSection, key, def); };
+    chkWValidate_->setChecked(spatial("chkWValidate", "0") == "1");
+    chkFValidate_->setChecked(spatial("chkFValidate", "0") == "1");
+    // -1, the default, is no choice yet: all terms.
+    auto terms = [&](QComboBox* c, const char* key) {
+        const int i = std::atoi(spatial(key, "-1").c_str());
+        c->setCurrentIndex(i >= 0 && i < c->count() ? i : c->count() - 1);
+    };
+    terms(cmbWaferTerms_, "cmbWaferTerms");
+    terms(cmbFieldTerms_, "cmbFieldTerms");
     filling_ = false;
 }
 
@@ -680,6 +724,14 @@ PWSetup frmProcessWindow::LoadPWanalysis(const QString& key) {
     c.chkPWStatistics = chkPWstatistics_->isChecked();
     c.chkPWGraphics = chkPWGraphics_->isChecked();
     c.cmbPWprecision = S(cmbPWprecision_->currentText());
+    // The term switches, one character a term.
+    const int wTerms[] = {1, 3, 10}, fTerms[] = {1, 3, 5};
+    c.waferModel = chkWValidate_->isChecked() ? 1 : 0;
+    c.fieldModel = chkFValidate_->isChecked() ? 1 : 0;
+    c.lstWcoef.assign(10, false);
+    c.lstFcoef.assign(5, false);
+    for (int i = 0; i < wTerms[std::clamp(cmbWaferTerms_->currentIndex(), 0, 2)]; ++i) c.lstWcoef[static_cast<size_t>(i)] = true;
+    for (int i = 0; i < fTerms[std::clamp(cmbFieldTerms_->currentIndex(), 0, 2)]; ++i) c.lstFcoef[static_cast<size_t>(i)] = true;
     c.cmbPWDataCull = S(cmbPWDataCull_->currentText());
     c.cmbPWDataCullItemData = cmbPWDataCull_->currentIndex();
     c.txtPWDataMax = S(txtPWDataMax_->text().trimmed());

@@ -660,6 +660,22 @@ TEST_F(ProcessWindowUi, AberrationsFitTheBestFocusAcrossTheField) {
     v->repaint();
     EXPECT_TRUE(v->failureText().isEmpty());
     shoot("pw_aberrations");
+
+    // The field signature removed first: its model sheet goes with the run.
+    EXPECT_EQ(win_->cmbFieldTerms()->currentIndex(), 2);  // no choice yet: all terms
+    win_->chkFValidate()->setChecked(true);
+    win_->cmbFieldTerms()->setCurrentIndex(1);
+    EXPECT_EQ(GetSetting(ApplicationTitle(), "PWSpatialModel", "chkFValidate", ""), "1");
+    EXPECT_EQ(GetSetting(ApplicationTitle(), "PWSpatialModel", "cmbFieldTerms", ""), "1");
+    const PWSetup removal = win_->LoadPWanalysis(kDose);
+    EXPECT_EQ(removal.fieldModelRemoval, 1);
+    EXPECT_EQ(removal.fieldCoefs, "11100");
+    EXPECT_EQ(removal.waferModelRemoval, 0);
+    ASSERT_TRUE(win_->runAnalysis(kDose));
+    bool sheet = false;
+    for (const std::string& n : win_->report(kDose)->sheets) sheet = sheet || n.rfind("FieldPWModel_", 0) == 0;
+    EXPECT_TRUE(sheet);
+    win_->chkFValidate()->setChecked(false);
 }
 
 TEST_F(ProcessWindowUi, ConfidenceIntervalsStandBesideTheWindow) {

@@ -83,6 +83,10 @@ public:
     QCheckBox* chkShowLimits() const { return chkShowLimits_; }
     QCheckBox* chkPWvarSettings() const { return chkPWvarSettings_; }
     QComboBox* cmbPWprecision() const { return cmbPWprecision_; }
+    QCheckBox* chkWValidate() const { return chkWValidate_; }
+    QCheckBox* chkFValidate() const { return chkFValidate_; }
+    QComboBox* cmbWaferTerms() const { return cmbWaferTerms_; }
+    QComboBox* cmbFieldTerms() const { return cmbFieldTerms_; }
     // The tab of a key (its index in tabPWCurve), -1 when the lot has none.
     int tabIndex(const QString& key) const;
     // The chart view, report table and last report of an analysis key.
@@ -224,6 +228,11 @@ private:
     QComboBox* cmbPWprecision_ = nullptr;
     QComboBox* optFocusResponse_ = nullptr;
     QComboBox* optDoseResponse_ = nullptr;
+    // The wafer and field signatures removed before an analysis.
+    QCheckBox* chkWValidate_ = nullptr;
+    QCheckBox* chkFValidate_ = nullptr;
+    QComboBox* cmbWaferTerms_ = nullptr;
+    QComboBox* cmbFieldTerms_ = nullptr;
     std::vector<std::unique_ptr<Page>> pages_;
 
     // kPW's figures: the slider figure is one series of the chart.
