@@ -85,25 +85,9 @@ protected:
         dir_ = fs::path(ZORV_TEST_TMP) / ("pw-window-" + std::to_string(getpid()));
         fs::remove_all(dir_);
         fs::create_directories(dir_);
-        SimulateOptions o;
-        o.outDir = (dir_ / "fem").string();
-        o.sites = 3;
-        o.noise = 0.2;
-        o.outliers = 0;
-        o.failed = 0;
-        o.seed = 7;
-        auto sim = Simulate("fem", o);
-        ASSERT_TRUE(sim.ok()) << sim.failure().message();
-        truth_ = TruthBestFocus(ReadText(fs::path(o.outDir) / "truth.json"));
-        auto req = GetDataFile((fs::path(o.outDir) / sim->file).string());
-        ASSERT_TRUE(req.ok()) << req.failure().message();
-        req->workbookPath = (dir_ / "fem.xlsx").string();
-        auto wb = ImportCall(*req);
-        ASSERT_TRUE(wb.ok()) << wb.failure().message();
-        workbookPath_ = *wb;
-        LoadOptions lo;
-        lo.quiet = true;
-        ASSERT_TRUE(GetExcelWBLot(workbookPath_, lo, lot_, &tables_).ok());
+        workbookPath_ = simulateFem("fem", 3, 7, lot_, tables_);
+        ASSERT_FALSE(workbookPath_.empty());
+        truth_ = TruthBestFocus(ReadText(dir_ / "fem" / "truth.json"));
         ASSERT_TRUE(lot_ && tables_.workbook);
         fileBefore_ = FileBytes(workbookPath_);
 
@@ -126,6 +110,32 @@ protected:
         emit box->editingFinished();
         QApplication::processEvents();
     }
+    // A simulated focus-exposure lot of `sites` sites a field, imported to
+    // <name>.xlsx and loaded; answers the workbook's path ("" on failure).
+    std::string simulateFem(const std::string& name, int sites, uint64_t seed, std::shared_ptr<cLot>& lot,
+                            WBLotTables& tables) {
+        SimulateOptions o;
+        o.outDir = (dir_ / name).string();
+        o.sites = sites;
+        o.noise = 0.2;
+        o.outliers = 0;
+        o.failed = 0;
+        o.seed = seed;
+        auto sim = Simulate("fem", o);
+        EXPECT_TRUE(sim.ok()) << sim.failure().message();
+        if (!sim) return {};
+        auto req = GetDataFile((fs::path(o.outDir) / sim->file).string());
+        EXPECT_TRUE(req.ok()) << req.failure().message();
+        if (!req) return {};
+        req->workbookPath = (dir_ / (name + ".xlsx")).string();
+        auto wb = ImportCall(*req);
+        EXPECT_TRUE(wb.ok()) << wb.failure().message();
+        if (!wb) return {};
+        LoadOptions lo;
+        lo.quiet = true;
+        EXPECT_TRUE(GetExcelWBLot(*wb, lo, lot, &tables).ok());
+        return *wb;
+    }
     // The window with a lot and a target of about 90 nm, the size the
     // simulator prints at 24 mJ/cm2 and best focus.
     void loadWithTarget() {
@@ -133,17 +143,6 @@ protected:
         Current().workbook = tables_.workbook;
         win_->Load();
         enter(win_->txtPWTarget(0), "0.09");
-    }
-    // A left drag from a to b, as the hand does it.
-    static void drag(ChartView* v, QPoint a, QPoint b) {
-        auto send = [&](QEvent::Type t, QPoint p, Qt::MouseButton button, Qt::MouseButtons held) {
-            QMouseEvent e(t, QPointF(p), v->mapToGlobal(QPointF(p)), button, held, Qt::NoModifier);
-            QApplication::sendEvent(v, &e);
-        };
-        send(QEvent::MouseButtonPress, a, Qt::LeftButton, Qt::LeftButton);
-        send(QEvent::MouseMove, (a + b) / 2, Qt::NoButton, Qt::LeftButton);
-        send(QEvent::MouseMove, b, Qt::NoButton, Qt::LeftButton);
-        send(QEvent::MouseButtonRelease, b, Qt::LeftButton, Qt::NoButton);
     }
     // Live points of the window's lot whose site lies in a box (mm) or
     // within a radius (mm) of the wafer centre, counted here from the tree.
@@ -526,7 +525,7 @@ TEST_F(ProcessWindowUi, CullsByRadiusBoxAndDataStayWithTheWindowsLot) {
     EXPECT_EQ(win_->lot()->TotalPoints(nullptr, true), all);
     win_->tabPWCurve()->setCurrentIndex(win_->tabIndex("kDataSelection"));
     QApplication::processEvents();
-    drag(map, QPoint(map->width() * 30 / 100, map->height() * 25 / 100),
+    DragOn(map, QPoint(map->width() * 30 / 100, map->height() * 25 / 100),
          QPoint(map->width() * 60 / 100, map->height() * 65 / 100));
     const QRectF box = map->selectedValues();
     ASSERT_FALSE(box.isNull());
@@ -599,25 +598,9 @@ TEST_F(ProcessWindowUi, CullsByRadiusBoxAndDataStayWithTheWindowsLot) {
 
 TEST_F(ProcessWindowUi, AberrationsFitTheBestFocusAcrossTheField) {
     // Nine sites, three to a row: enough for a line through each row.
-    SimulateOptions o;
-    o.outDir = (dir_ / "fem9").string();
-    o.sites = 9;
-    o.noise = 0.2;
-    o.outliers = 0;
-    o.failed = 0;
-    o.seed = 11;
-    auto sim = Simulate("fem", o);
-    ASSERT_TRUE(sim.ok()) << sim.failure().message();
-    auto req = GetDataFile((fs::path(o.outDir) / sim->file).string());
-    ASSERT_TRUE(req.ok());
-    req->workbookPath = (dir_ / "fem9.xlsx").string();
-    auto wb = ImportCall(*req);
-    ASSERT_TRUE(wb.ok()) << wb.failure().message();
-    LoadOptions lo;
-    lo.quiet = true;
     std::shared_ptr<cLot> lot9;
     WBLotTables tables9;
-    ASSERT_TRUE(GetExcelWBLot(*wb, lo, lot9, &tables9).ok());
+    ASSERT_FALSE(simulateFem("fem9", 9, 11, lot9, tables9).empty());
     win_->setLot(lot9, tables9.workbook.get());
     enter(win_->txtPWTarget(0), "0.09");
     win_->tabPWCurve()->setCurrentIndex(win_->tabIndex("kAberrations"));

@@ -80,17 +80,6 @@ protected:
             top_->grab().save(QString::fromStdString(std::string(shots) + "/" + name + ".png"));
         }
     }
-    // A left drag from a to b, as the hand does it.
-    static void drag(ChartView* v, QPoint a, QPoint b) {
-        auto send = [&](QEvent::Type t, QPoint p, Qt::MouseButton button, Qt::MouseButtons held) {
-            QMouseEvent e(t, QPointF(p), v->mapToGlobal(QPointF(p)), button, held, Qt::NoModifier);
-            QApplication::sendEvent(v, &e);
-        };
-        send(QEvent::MouseButtonPress, a, Qt::LeftButton, Qt::LeftButton);
-        send(QEvent::MouseMove, (a + b) / 2, Qt::NoButton, Qt::LeftButton);
-        send(QEvent::MouseMove, b, Qt::NoButton, Qt::LeftButton);
-        send(QEvent::MouseButtonRelease, b, Qt::LeftButton, Qt::NoButton);
-    }
     // Live points with a value in a box (mm) of wafer (or field) positions.
     long pointsIn(const QRectF& box, bool field, int feature) const {
         long n = 0;
@@ -152,7 +141,7 @@ TEST_F(MetrologyPanelTest, OverlayLotDrawsEveryPlotAndCullsTheBox) {
     const long all = panel_->shown().points;
     ASSERT_GT(all, 0);
     ChartView* wv = panel_->view(MetrologyPanel::kWafer);
-    drag(wv, QPoint(wv->width() * 30 / 100, wv->height() * 25 / 100),
+    DragOn(wv, QPoint(wv->width() * 30 / 100, wv->height() * 25 / 100),
          QPoint(wv->width() * 55 / 100, wv->height() * 60 / 100));
     ASSERT_FALSE(wv->selectedBox().isNull());
     const QRectF box = wv->selectedValues();
@@ -174,14 +163,14 @@ TEST_F(MetrologyPanelTest, OverlayLotDrawsEveryPlotAndCullsTheBox) {
     // Field map (every field overlaid): a box of field positions.
     select(MetrologyPanel::kField);
     ChartView* fv = panel_->view(MetrologyPanel::kField);
-    drag(fv, QPoint(fv->width() * 20 / 100, fv->height() * 20 / 100),
+    DragOn(fv, QPoint(fv->width() * 20 / 100, fv->height() * 20 / 100),
          QPoint(fv->width() * 50 / 100, fv->height() * 50 / 100));
     const QRectF fbox = fv->selectedValues();
     const long inField = pointsIn(fbox, true, feature);
     EXPECT_GT(inField, 0);
     action("mnuPopUpCullRemove")->trigger();
     EXPECT_EQ(panel_->shown().points, all - inField);
-    drag(fv, QPoint(fv->width() * 20 / 100, fv->height() * 20 / 100),
+    DragOn(fv, QPoint(fv->width() * 20 / 100, fv->height() * 20 / 100),
          QPoint(fv->width() * 50 / 100, fv->height() * 50 / 100));
     action("mnuPopUpCullClear")->trigger();
     EXPECT_EQ(panel_->shown().points, all);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QMouseEvent>
 #include <QTimer>
 #include <QWidget>
 #include <cstdlib>
@@ -93,6 +94,18 @@ public:
         return "zorv-uitest-" + std::to_string(getpid()) + "-" + std::to_string(++n);
     }
 };
+
+// A left drag from a to b on a widget, as the hand does it.
+inline void DragOn(QWidget* w, QPoint a, QPoint b) {
+    auto send = [&](QEvent::Type t, QPoint p, Qt::MouseButton button, Qt::MouseButtons held) {
+        QMouseEvent e(t, QPointF(p), w->mapToGlobal(QPointF(p)), button, held, Qt::NoModifier);
+        QApplication::sendEvent(w, &e);
+    };
+    send(QEvent::MouseButtonPress, a, Qt::LeftButton, Qt::LeftButton);
+    send(QEvent::MouseMove, (a + b) / 2, Qt::NoButton, Qt::LeftButton);
+    send(QEvent::MouseMove, b, Qt::NoButton, Qt::LeftButton);
+    send(QEvent::MouseButtonRelease, b, Qt::LeftButton, Qt::NoButton);
+}
 
 // Runs `act` on the next modal dialog once it is up.
 inline void OnNextModal(std::function<void(QWidget*)> act) {
