@@ -69,10 +69,10 @@ Result<std::vector<PWInterval>> PWbootstrap(const Datam& table, const std::vecto
     std::map<std::string, std::vector<double>> values;
     Datam work = table;
     for (int b = 0; b < resamples; ++b) {
-        if (b % 10 == 0) {
-            SetStatusText("Bootstrap resample " + std::to_string(b + 1) + " of " + std::to_string(resamples));
-            if (CheckEscKey()) break;
-        }
+        if (b % 10 == 0) SetStatusText("Bootstrap resample " + std::to_string(b + 1) + " of " + std::to_string(resamples));
+        // A resample of a window takes a while: the window's events run at each.
+        ShowProgress(100 * b / resamples);
+        if (CheckEscKey()) break;
         std::vector<Datam> again;
         bool ok = true;
         for (const Column& k : cols) {

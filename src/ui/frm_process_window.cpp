@@ -1389,6 +1389,7 @@ void frmProcessWindow::showIntervals(Page& pg) {
     const PWSetup setup = LoadPWanalysis(pg.key);
     SetStatusText("Bootstrap intervals ...");
     auto b = PWconfidence(setup, pg.report, kResamples, 1, 0.95);
+    ShowProgress(-1);
     if (!b) {
         SetStatusText(b.failure().text);
         return;
