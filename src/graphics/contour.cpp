@@ -531,6 +531,20 @@ Result<Datam> GetWaferGrid(const cLot& lot, const cWafer& wafer, double cellMm) 
     return std::move(filled.grid);
 }
 
+Result<Datam> GetFieldGrid(const cLot& lot, const cField& field, double cellMm) {
+    Proc p("cField(GetSurface): ");
+    if (!(lot.DieSizeX > 0) || !(lot.DieSizeY > 0)) return p.fail("The field has no size.");
+    Shape shape;
+    shape.wafer = false;
+    shape.hx = lot.DieSizeX / 2000.0;
+    shape.hy = lot.DieSizeY / 2000.0;
+    Contoured filled;
+    const double cell = cellMm > 0 ? cellMm : 2 * std::max(shape.hx, shape.hy) / 24;
+    if (Status st = FillContour(p, lot, nullptr, &field, shape, cell, filled); !st) return st.failure();
+    if (filled.stopped) return p.fail("Stopped.");
+    return std::move(filled.grid);
+}
+
 Status DrawWaferContour(cGraphic& chart, cLot& lot, const cWafer& wafer, double cellMm) {
     Proc p("cWafer(DrawContour): ");
     return DrawContour(p, chart, lot, &wafer, nullptr, cellMm);

@@ -38,16 +38,6 @@ frmAnalysis::frmAnalysis(QWidget* parent) : ZorvForm("frmAnalysis", "Zorv PSFM F
 }
 WindowPlace frmAnalysis::place() const { return {"PSFMform", ""}; }
 
-frmReticle::frmReticle(QWidget* parent) : ZorvForm("frmReticle", "Zorv MaskFactor", parent) {
-    setMinimumSize(640, 420);
-    contentLayout()->addWidget(emptySurface("pctReticle", tr("No lot loaded.\nOpen a wafer lot and a reticle measurement.")));
-}
-WindowPlace frmReticle::place() const { return {"frmReticle", ""}; }
-void frmReticle::formLoad() {
-    // Started by itself, it comes up as the top window.
-    if (StandAlone) raise();
-}
-
 frmDailyMonitor::frmDailyMonitor(QWidget* parent) : ZorvForm("frmDailyMonitor", "Zorv DM", parent) {
     setMinimumSize(640, 420);
     contentLayout()->addWidget(emptySurface("pctDailyMonitor", tr("No monitor template loaded.")));

@@ -99,6 +99,9 @@ struct SurfaceGrid {
 // the wafer), as a contour takes them: X in row 0, Y in column 0 (mm), cells
 // outside the wafer empty. The surface a 3D view draws.
 [[nodiscard]] Result<Datam> GetWaferGrid(const cLot& lot, const cWafer& wafer, double cellMm = 0);
+// The same over one field at its sites' field positions, on cells of cellMm
+// (0: 24 across the longer side) over DieSizeX by DieSizeY.
+[[nodiscard]] Result<Datam> GetFieldGrid(const cLot& lot, const cField& field, double cellMm = 0);
 
 // cWafer(DrawContour): the wafer placed on chart.Container(), its cells
 // painted by the interpolated surface (the site values, or a model's values

@@ -7,6 +7,7 @@
 #include "ui/forms.h"
 #include "ui/frm_main.h"
 #include "ui/frm_process_window.h"
+#include "ui/frm_reticle.h"
 
 namespace zorv::ui {
 
@@ -25,19 +26,6 @@ public:
     explicit frmAnalysis(QWidget* parent = nullptr);
 
 protected:
-    WindowPlace place() const override;
-};
-
-class frmReticle : public ZorvForm {
-    Q_OBJECT
-public:
-    explicit frmReticle(QWidget* parent = nullptr);
-    // Set before load by the reticle mode: the window starts by itself, as the
-    // top window, with its own open and save tools.
-    bool StandAlone = false;
-
-protected:
-    void formLoad() override;
     WindowPlace place() const override;
 };
 
