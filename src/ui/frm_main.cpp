@@ -232,6 +232,7 @@ void frmMain::buildMenus() {
     addTool("mnuFocusCalibrate", tr("Focus &Calibration..."), [this] { mnuFocusCalibrate(); });
     addTool("mnuFocusUniformity", tr("Focus &Uniformity..."), [this] { mnuFocusUniformity(); });
     addTool("mnuProcessWindow", tr("&Process Window..."), [this] { mnuProcessWindow(); });
+    addTool("mnuMaskFactor", tr("&Mask Error Factor..."), [this] { mnuMaskFactor(); });
     addTool("mnuDailyMonitor", tr("&Daily Monitor..."), [this] { mnuDailyMonitor(); });
 }
 
@@ -833,6 +834,10 @@ ZorvForm* frmMain::mnuProcessWindow() {
     // A window kept from before works on the lot loaded now.
     if (pw->isLoaded() && pw->sourceLot() != Current().lot) pw->setLot(Current().lot, Current().workbook.get());
     return showWorkbench(pw, "Loading Process Window analysis. . . .");
+}
+
+ZorvForm* frmMain::mnuMaskFactor() {
+    return showWorkbench(OpenOrNew(forms().frmReticle), "Loading Mask Error Factor analysis...");
 }
 
 ZorvForm* frmMain::mnuDailyMonitor() {

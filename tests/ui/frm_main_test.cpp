@@ -25,6 +25,7 @@
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
 #include "ui/frm_plot.h"
+#include "ui/frm_reticle.h"
 #include "ui/gui_reporter.h"
 #include "ui/layout_panel.h"
 #include "ui/metrology_panel.h"
@@ -349,6 +350,13 @@ TEST_F(MainUi, DroppedFilesOpenByExtensionAndWorkbenchesAreReused) {
     EXPECT_NE(cal, nullptr);
     EXPECT_TRUE(rec.sawStatus("Loading Focus Calibration..."));
     cal->Unload();
+    EXPECT_TRUE(m->isVisible());
+    // The reticle workbench takes the loaded lot as its lot side.
+    auto* ret = qobject_cast<frmReticle*>(m->mnuMaskFactor());
+    ASSERT_NE(ret, nullptr);
+    EXPECT_EQ(ret->lot(), m->lot());
+    EXPECT_FALSE(m->isVisible());
+    ret->Unload();
     EXPECT_TRUE(m->isVisible());
 
     // Saving with nothing loaded says so and writes nothing.

@@ -92,6 +92,8 @@ public:
     ZorvForm* mnuFocusCalibrate();
     ZorvForm* mnuFocusUniformity();
     ZorvForm* mnuProcessWindow();
+    // The reticle workbench, the loaded lot its lot side.
+    ZorvForm* mnuMaskFactor();
     ZorvForm* mnuDailyMonitor();
 
     std::shared_ptr<zorv::cLot> lot() const;
