@@ -56,12 +56,17 @@ Status DrawOn(cGraphic& g, Surface& s) {
     return g.DrawFigure();
 }
 
-Status DrawOn(cGraphic& g, QPainter& painter, int width, int height) {
-    QPainterSurface surface(painter, width, height);
+// A drawing that may throw (a surface out of memory) fails instead.
+Status DrawGuarded(cGraphic& g, Surface& surface) {
     Proc p("ChartView(Draw): ");
     Status st = StatusOk();
     if (!Guarded(p, [&] { st = DrawOn(g, surface); })) return p.failure();
     return st;
+}
+
+Status DrawOn(cGraphic& g, QPainter& painter, int width, int height) {
+    QPainterSurface surface(painter, width, height);
+    return DrawGuarded(g, surface);
 }
 
 QString Number(double v, int significant) { return QString::fromStdString(CStrNumber(v, significant)); }
@@ -375,10 +380,50 @@ frmPlot* ChartView::openInWindow() {
 
 bool ChartView::copyToClipboard() {
     if (!graphic_ || width() <= 0 || height() <= 0) return false;
-    const int w = width(), h = height();
     Status st = StatusOk();
     // The cache is the image when it is at one pixel a pixel and current.
-    QImage image = ensureRendered() && cache_.devicePixelRatio() == 1.0 ? cache_ : chartImage(1.0, st);
+    const QImage image = ensureRendered() && cache_.devicePixelRatio() == 1.0 ? cache_ : chartImage(1.0, st);
+    if (!st) {
+        invalidate();
+        Report(st.failure());
+        return false;
+    }
+    const bool ok = CopyDrawingToClipboard(width(), height(), [this](Surface& s) { return DrawGuarded(*graphic_, s); },
+                                           &image);
+    // Other drawings laid the chart out anew: the screen's goes again.
+    invalidate();
+    return ok;
+}
+
+bool ChartView::saveTo(const QString& path) {
+    if (!graphic_) return false;
+    const bool ok = SaveDrawingTo(path, width(), height(), [this](Surface& s) { return DrawGuarded(*graphic_, s); });
+    invalidate();
+    return ok;
+}
+
+void ChartView::saveAs() {
+    if (!graphic_) return;
+    const QString path = AskPicturePath(this);
+    if (!path.isEmpty()) saveTo(path);
+}
+
+// ------------------------------------------------------------ drawings
+
+bool CopyDrawingToClipboard(int w, int h, const std::function<Status(Surface&)>& draw, const QImage* image) {
+    if (w <= 0 || h <= 0) return false;
+    QImage shown;
+    Status st = StatusOk();
+    if (image) {
+        shown = *image;
+    } else {
+        shown = QImage(w, h, QImage::Format_ARGB32_Premultiplied);
+        shown.fill(Qt::white);
+        QPainter painter(&shown);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QPainterSurface surface(painter, w, h);
+        st = draw(surface);
+    }
     QByteArray svg;
     if (st) {
         QBuffer buffer(&svg);
@@ -392,38 +437,35 @@ bool ChartView::copyToClipboard() {
         QPainter painter;
         if (painter.begin(&generator)) {
             painter.setWindow(0, 0, w, h);
-            st = DrawOn(*graphic_, painter, w, h);
+            QPainterSurface surface(painter, w, h);
+            st = draw(surface);
             painter.end();
         } else {
             st = Proc("ChartView(Copy): ").fail("Cannot draw the chart for the clipboard");
         }
     }
-    // Other drawings laid the chart out anew: the screen's goes again.
-    invalidate();
     if (!st) {
         Report(st.failure());
         return false;
     }
-    image.setDevicePixelRatio(1.0);
+    shown.setDevicePixelRatio(1.0);
     auto* mime = new QMimeData;
-    mime->setImageData(image);
+    mime->setImageData(shown);
     mime->setData(QStringLiteral("image/svg+xml"), svg);
     QGuiApplication::clipboard()->setMimeData(mime);
     return true;
 }
 
-bool ChartView::saveTo(const QString& path) {
-    if (!graphic_) return false;
-    // RenderToFile keeps no partial file when the drawing throws; the chart's
-    // own failure is the one to show.
+bool SaveDrawingTo(const QString& path, int w, int h, const std::function<Status(Surface&)>& draw) {
+    // RenderToFile keeps no partial file when the drawing throws; the
+    // drawing's own failure is the one to show.
     std::optional<Failure> drawFailure;
-    const Status st = RenderToFile(QFile::encodeName(path).toStdString(), width(), height(), [&](Surface& s) {
-        if (Status d = DrawOn(*graphic_, s); !d) {
+    const Status st = RenderToFile(QFile::encodeName(path).toStdString(), w, h, [&](Surface& s) {
+        if (Status d = draw(s); !d) {
             drawFailure = d.failure();
             throw std::runtime_error(d.failure().text);
         }
     });
-    invalidate();
     if (!st) {
         Report(drawFailure ? *drawFailure : st.failure());
         return false;
@@ -431,14 +473,16 @@ bool ChartView::saveTo(const QString& path) {
     return true;
 }
 
-void ChartView::saveAs() {
-    if (!graphic_) return;
-    const QString png = tr("PNG image (*.png)"), svg = tr("SVG drawing (*.svg)"), pdf = tr("PDF document (*.pdf)");
+QString AskPicturePath(QWidget* parent, const std::function<QString(const QString&, const QString&)>& ask) {
+    const QString png = QObject::tr("PNG image (*.png)"), svg = QObject::tr("SVG drawing (*.svg)"),
+                  pdf = QObject::tr("PDF document (*.pdf)");
+    const QString filters = png + ";;" + svg + ";;" + pdf;
     QString filter = png;
-    QString path = QFileDialog::getSaveFileName(this, tr("Save As"), QString(), png + ";;" + svg + ";;" + pdf, &filter);
-    if (path.isEmpty()) return;
+    QString path = ask ? ask(QObject::tr("Save As"), filters)
+                       : QFileDialog::getSaveFileName(parent, QObject::tr("Save As"), QString(), filters, &filter);
+    if (path.isEmpty()) return path;
     if (QFileInfo(path).suffix().isEmpty()) path += filter == svg ? ".svg" : filter == pdf ? ".pdf" : ".png";
-    saveTo(path);
+    return path;
 }
 
 }  // namespace zorv::ui

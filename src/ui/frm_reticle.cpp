@@ -1,9 +1,7 @@
 #include "ui/frm_reticle.h"
 
 #include <QApplication>
-#include <QBuffer>
 #include <QCheckBox>
-#include <QClipboard>
 #include <QComboBox>
 #include <QContextMenuEvent>
 #include <QFileDialog>
@@ -16,18 +14,15 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
-#include <QMimeData>
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
-#include <QSvgGenerator>
 #include <QTabWidget>
 #include <QTableWidget>
 #include <QVBoxLayout>
 #include <cmath>
 #include <map>
-#include <stdexcept>
 
 #include "base/format.h"
 #include "base/regional.h"
@@ -35,7 +30,6 @@
 #include "base/value.h"
 #include "graphics/chart.h"
 #include "lot/lot.h"
-#include "paint/chart_file.h"
 #include "paint/qpainter_surface.h"
 #include "stats/raw_analysis.h"
 #include "ui/chart_view.h"
@@ -161,72 +155,21 @@ void FemView::paintEvent(QPaintEvent*) {
 
 bool FemView::copyToClipboard() {
     if (!fem_) return false;
-    const int w = width(), h = height();
-    QImage image(w, h, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::white);
-    Status st = StatusOk();
-    {
-        QPainter p(&image);
-        p.setRenderHint(QPainter::Antialiasing);
-        QPainterSurface s(p, w, h);
-        st = DrawFEM(*fem_, s);
-    }
-    if (!st) {
-        Report(st.failure());
-        return false;
-    }
-    QByteArray svg;
-    {
-        QBuffer buffer(&svg);
-        buffer.open(QIODevice::WriteOnly);
-        QSvgGenerator generator;
-        generator.setOutputDevice(&buffer);
-        generator.setSize(QSize(w, h));
-        generator.setViewBox(QRect(0, 0, w, h));
-        generator.setResolution(96);
-        QPainter p;
-        if (p.begin(&generator)) {
-            QPainterSurface s(p, w, h);
-            (void)DrawFEM(*fem_, s);
-            p.end();
-        }
-    }
-    auto* mime = new QMimeData;
-    mime->setImageData(image);
-    if (!svg.isEmpty()) mime->setData("image/svg+xml", svg);
-    QApplication::clipboard()->setMimeData(mime);
+    if (!CopyDrawingToClipboard(width(), height(), [this](Surface& s) { return DrawFEM(*fem_, s); })) return false;
     SetStatusText("Focus-exposure matrix copied.");
     return true;
 }
 
 bool FemView::saveTo(const QString& path) {
-    if (!fem_) return false;
-    std::optional<Failure> drawFailure;
-    const Status st = RenderToFile(QFile::encodeName(path).toStdString(), width(), height(), [&](Surface& s) {
-        if (Status d = DrawFEM(*fem_, s); !d) {
-            drawFailure = d.failure();
-            throw std::runtime_error(d.failure().text);
-        }
-    });
-    if (!st) {
-        Report(drawFailure ? *drawFailure : st.failure());
-        return false;
-    }
-    return true;
+    return fem_ && SaveDrawingTo(path, width(), height(), [this](Surface& s) { return DrawFEM(*fem_, s); });
 }
 
 void FemView::saveAs() {
     if (!fem_) return;
-    const QString png = tr("PNG image (*.png)"), svg = tr("SVG drawing (*.svg)"), pdf = tr("PDF document (*.pdf)");
-    QString filter = png;
-    QString path;
-    if (fileAsker())
-        path = fileAsker()(tr("Save As"), png + ";;" + svg + ";;" + pdf, {});
-    else
-        path = QFileDialog::getSaveFileName(this, tr("Save As"), QString(), png + ";;" + svg + ";;" + pdf, &filter);
-    if (path.isEmpty()) return;
-    if (QFileInfo(path).suffix().isEmpty()) path += filter == svg ? ".svg" : filter == pdf ? ".pdf" : ".png";
-    saveTo(path);
+    std::function<QString(const QString&, const QString&)> ask;
+    if (fileAsker()) ask = [](const QString& title, const QString& filter) { return fileAsker()(title, filter, {}); };
+    const QString path = AskPicturePath(this, ask);
+    if (!path.isEmpty()) saveTo(path);
 }
 
 void FemView::contextMenuEvent(QContextMenuEvent* e) {

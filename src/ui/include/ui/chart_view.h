@@ -15,14 +15,31 @@
 #include <QPoint>
 #include <QString>
 #include <QWidget>
+#include <functional>
 
 #include "graphics/chart.h"
 
 class QAction;
 
+namespace zorv {
+class Surface;
+}
+
 namespace zorv::ui {
 
 class frmPlot;
+
+// What the views that draw through a Surface share. A drawing at w x h
+// pixels onto the clipboard as an image (`image` when one is at hand) and as
+// "image/svg+xml"; its failure reported.
+bool CopyDrawingToClipboard(int w, int h, const std::function<Status(Surface&)>& draw, const QImage* image = nullptr);
+// The drawing into a .png, .svg or .pdf file; no partial file is left and the
+// failure is reported.
+bool SaveDrawingTo(const QString& path, int w, int h, const std::function<Status(Surface&)>& draw);
+// Asks for a picture file (PNG, SVG, PDF) and adds the suffix of the filter
+// chosen; "" when cancelled. `ask`, when given, answers instead of a dialog.
+QString AskPicturePath(QWidget* parent,
+                       const std::function<QString(const QString& title, const QString& filter)>& ask = {});
 
 class ChartView : public QWidget {
     Q_OBJECT
