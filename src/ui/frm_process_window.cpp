@@ -1026,6 +1026,8 @@ void frmProcessWindow::sliderMoved(int n) {
     if (figures_.Count() == 0) return;
     const double v = sldLow_[n] + (sldHigh_[n] - sldLow_[n]) * sldPW_[n]->value() / 1000.0;
     const int i = PWnearestFigure(figures_, static_cast<PWSlider>(n), v);
+    // A slider leaves the scan; the next step starts it again.
+    scanAt_ = 0;
     if (i > 0) showFigure(i);
 }
 
@@ -1083,8 +1085,10 @@ int frmProcessWindow::cmdPWdoScan() {
 }
 
 void frmProcessWindow::pwDoNext(int step) {
+    // Without a scan under way a step starts one, at its first figure.
     if (scanAt_ < 1 || !scan_.isArray() || scan_.rowUb() < 1) {
-        if (cmdPWdoScan() == 0) return;
+        cmdPWdoScan();
+        return;
     }
     scanAt_ = std::clamp(scanAt_ + step, 1, scan_.rowUb());
     const std::string key = scan_.get(scanAt_, 2).toString();

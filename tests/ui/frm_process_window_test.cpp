@@ -478,6 +478,12 @@ TEST_F(ProcessWindowUi, SlidersAndScanPickTheWindowFigures) {
         EXPECT_LE(fig->Ydose, std::max(y->LowValue, y->HighValue) + 1e-4) << i;
     }
 
+    // A slider leaves the scan; a step starts it again from the first.
+    win_->sldPW(0)->setValue(500);
+    EXPECT_TRUE(win_->lblPWfigure()->text().startsWith("Rectangle")) << win_->lblPWfigure()->text().toStdString();
+    win_->cmdPWadjPlus();
+    EXPECT_EQ(win_->scanPosition(), 1);
+
     // A narrower limit, re-run: the window cannot grow.
     const double dof = r->rectDoF;
     enter(win_->txtPWmax(0), "0.094");
