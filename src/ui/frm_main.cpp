@@ -39,6 +39,7 @@
 #include "ui/frm_plot.h"
 #include "ui/layout_panel.h"
 #include "ui/metrology_panel.h"
+#include "ui/frm_template_maintenance.h"
 #include "ui/windows.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
@@ -234,6 +235,9 @@ void frmMain::buildMenus() {
     addTool("mnuProcessWindow", tr("&Process Window..."), [this] { mnuProcessWindow(); });
     addTool("mnuMaskFactor", tr("&Mask Error Factor..."), [this] { mnuMaskFactor(); });
     addTool("mnuDailyMonitor", tr("&Daily Monitor..."), [this] { mnuDailyMonitor(); });
+    tools->addSeparator();
+    // A window of its own beside this one: nothing to hand over.
+    addTool("mnuTemplateMaintenance", tr("Calibration &Templates..."), [this] { frmTemplateMaintenance::Open(this); });
 }
 
 void frmMain::buildToolBar() {
