@@ -7,10 +7,11 @@
 #include "base/format.h"
 #include "base/regional.h"
 #include "base/report.h"
+#include "monitor/dm_options.h"
 
 namespace zorv::dmlog {
 
-inline constexpr const char* kApp = "Zorv Daily Monitor";
+inline constexpr const char* kApp = kDMSettingsApp;
 inline constexpr const char* kSection = "DailyMonitor";
 
 inline void Log(const std::string& line) {
