@@ -16,6 +16,7 @@
 #include "app/shutdown.h"
 #include "app/strings.h"
 #include "ui/expo_tool_panel.h"
+#include "ui/frm_options_dm.h"
 
 namespace zorv::ui {
 
@@ -43,6 +44,15 @@ frmDailyMonitor::frmDailyMonitor(QWidget* parent) : ZorvForm("frmDailyMonitor", 
     contentLayout()->addWidget(emptySurface("pctDailyMonitor", tr("No monitor template loaded.")));
     // The monitor runs unattended: closing it never asks.
     asksOnClose_ = false;
+    QMenu* tools = menuBar()->addMenu(tr("&Tools"));
+    tools->setObjectName("mnuTools");
+    QAction* options = tools->addAction(tr("&Options..."));
+    options->setObjectName("mnuOptions");
+    connect(options, &QAction::triggered, this, [this] {
+        auto* o = new frmOptionsDM(this);
+        o->Load();
+        o->show();
+    });
 }
 WindowPlace frmDailyMonitor::place() const { return {"Settings", "Main"}; }
 
