@@ -10,6 +10,7 @@
 
 #include "graphics/recording_surface.h"
 #include "lot/lot.h"
+#include "meef_lots.h"
 #include "reticle/fem.h"
 
 using namespace zorv;
@@ -23,20 +24,6 @@ const double kSiteMm[3] = {-8, 0, 8};
 // CD at a site: 100 + dose + 10 focus + x/2, one nm up on wafer 1 and down
 // on wafer 2, so a cell's mean is the law without the wafer term. Space is
 // flat 50. With `oneExposure` every field gets dose 20 and focus 0.
-// A new site of the field with one point (value in display units).
-void PutSite(cField& f, int number, double xmm, double ymm, double cd) {
-    Ref<cSite> site = cSite::New();
-    site->setNumberKey(number);
-    site->LocationX = static_cast<float>(xmm * 1000);
-    site->LocationY = static_cast<float>(ymm * 1000);
-    site->setParent(&f);
-    f.sites().Add(site, std::to_string(number));
-    auto p = std::make_unique<cPoint>();
-    p->ValueV = static_cast<float>(cd * 1000);
-    p->ValueH = 50 * 1000;
-    f.AddPoint(site, std::move(p));
-}
-
 double Law(double dose, double focus, double x) { return 100 + dose + 10 * focus + 0.5 * x; }
 
 std::shared_ptr<cLot> FemLot(bool oneExposure = false) {
@@ -60,7 +47,7 @@ std::shared_ptr<cLot> FemLot(bool oneExposure = false) {
             for (int r = 0; r < 3; ++r)
                 for (int c = 0; c < 3; ++c) {
                     const int number = r * 3 + c + 1;
-                    PutSite(*f, number, kSiteMm[c], kSiteMm[r], Law(f->Dose, f->Focus, kSiteMm[c]) + waferTerm);
+                    zorv::testing::AddSite(*lot, *f, number, kSiteMm[c], kSiteMm[r], Law(f->Dose, f->Focus, kSiteMm[c]) + waferTerm, 50.0);
                 }
         }
     }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -37,8 +38,10 @@ inline std::vector<MaskSite> MaskGrid(int n, double pitch, unsigned seed = 7) {
     return out;
 }
 
-// Adds one measured site to a field (value in display units).
-inline void AddSite(cLot& lot, cField& f, int number, double xmm, double ymm, double value) {
+// Adds one measured site to a field (values in display units; the second
+// feature only when given).
+inline void AddSite(cLot& lot, cField& f, int number, double xmm, double ymm, double value,
+                    std::optional<double> valueH = std::nullopt) {
     bool exact = true;
     cSite* have = f.GetSite(number, exact);
     Ref<cSite> site = have ? Ref<cSite>(have) : cSite::New();
@@ -51,6 +54,7 @@ inline void AddSite(cLot& lot, cField& f, int number, double xmm, double ymm, do
     }
     auto p = std::make_unique<cPoint>();
     p->ValueV = static_cast<float>(value * 1000);
+    if (valueH) p->ValueH = static_cast<float>(*valueH * 1000);
     f.AddPoint(site, std::move(p));
     (void)lot;
 }

@@ -22,9 +22,7 @@ class ExpoToolUi : public UiTest {
 protected:
     void SetUp() override {
         UiTest::SetUp();
-        dir = fs::path(ZORV_TEST_TMP) / ("expo-tool-ui-" + std::to_string(getpid()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        dir = FreshTestDir("expo-tool-ui");
         oldFolder = ProgramFolder();
         SetProgramFolder(dir.string());
     }

@@ -82,9 +82,7 @@ class ProcessWindowUi : public UiTest {
 protected:
     void SetUp() override {
         UiTest::SetUp();
-        dir_ = fs::path(ZORV_TEST_TMP) / ("pw-window-" + std::to_string(getpid()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
+        dir_ = FreshTestDir("pw-window");
         workbookPath_ = simulateFem("fem", 3, 7, lot_, tables_);
         ASSERT_FALSE(workbookPath_.empty());
         truth_ = TruthBestFocus(ReadText(dir_ / "fem" / "truth.json"));

@@ -99,9 +99,7 @@ class ReticleUi : public UiTest {
 protected:
     void SetUp() override {
         UiTest::SetUp();
-        dir_ = fs::path(ZORV_TEST_TMP) / ("reticle-window-" + std::to_string(getpid()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
+        dir_ = FreshTestDir("reticle-window");
         SimulateOptions o;
         o.outDir = (dir_ / "sim").string();
         o.format = "csv";

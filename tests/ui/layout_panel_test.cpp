@@ -60,9 +60,7 @@ class LayoutPanelUi : public UiTest {
 protected:
     void SetUp() override {
         UiTest::SetUp();
-        dir = fs::path(ZORV_TEST_TMP) / ("layout-panel-ui-" + std::to_string(getpid()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        dir = FreshTestDir("layout-panel-ui");
         SimulateOptions o;
         o.outDir = dir.string();
         o.wafers = 2;

@@ -32,9 +32,7 @@ class MetrologyPanelTest : public UiTest {
 protected:
     void SetUp() override {
         UiTest::SetUp();
-        dir_ = fs::path(ZORV_TEST_TMP) / ("metrology-" + std::to_string(getpid()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
+        dir_ = FreshTestDir("metrology");
         top_ = std::make_unique<QWidget>();
         auto* l = new QVBoxLayout(top_.get());
         l->setContentsMargins(0, 0, 0, 0);

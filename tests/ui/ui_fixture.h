@@ -95,6 +95,15 @@ public:
     }
 };
 
+// A folder of this test program's own under the test area, emptied and made
+// afresh (the pid keeps parallel runs apart).
+inline std::filesystem::path FreshTestDir(const std::string& name) {
+    const std::filesystem::path d = std::filesystem::path(ZORV_TEST_TMP) / (name + "-" + std::to_string(getpid()));
+    std::filesystem::remove_all(d);
+    std::filesystem::create_directories(d);
+    return d;
+}
+
 // A left drag from a to b on a widget, as the hand does it.
 inline void DragOn(QWidget* w, QPoint a, QPoint b) {
     auto send = [&](QEvent::Type t, QPoint p, Qt::MouseButton button, Qt::MouseButtons held) {
