@@ -820,7 +820,7 @@ bool frmProcessWindow::runAnalysis(const QString& key) {
     showReport(*pg);
     // The setup's data cull, told beside its controls.
     lblPWcull_->setText(pg->report.removed > 0 ? QString("Removed: %1").arg(pg->report.removed) : QString());
-    if (chkPWconfidence_->isChecked()) showIntervals(*pg);
+    if (chkPWconfidence_->isChecked()) showIntervals(*pg, setup);
     if (pg->chart) {
         // A long title (the isofocal fits, a line per focus and site) would
         // crowd out the plot: the chart keeps its head, the text box has all.
@@ -1388,9 +1388,8 @@ QWidget* frmProcessWindow::cmdSigmaTest() {
     return w;
 }
 
-void frmProcessWindow::showIntervals(Page& pg) {
+void frmProcessWindow::showIntervals(Page& pg, const PWSetup& setup) {
     intervals_.clear();
-    const PWSetup setup = LoadPWanalysis(pg.key);
     SetStatusText("Bootstrap intervals ...");
     auto b = PWconfidence(setup, pg.report, kResamples, 1, 0.95);
     ShowProgress(-1);

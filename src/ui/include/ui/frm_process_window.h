@@ -196,7 +196,8 @@ private:
     void cullBox(bool restore);
     void afterCull(const std::string& message);
     void fillCullVariables();
-    void showIntervals(Page& page);
+    // The run's own setup: asking the controls again would warn twice.
+    void showIntervals(Page& page, const zorv::PWSetup& setup);
     Page* page(const QString& key) const;
 
     std::shared_ptr<zorv::cLot> source_;  // the lot handed over
