@@ -1,42 +1,18 @@
-// The top-level windows of the run modes and their global references. The
-// workbenches are frames for now: later windows fill contentArea().
+// The top-level windows of the run modes and their global references.
 #pragma once
 
 #include <QPointer>
 
 #include "ui/forms.h"
+#include "ui/frm_analysis.h"
+#include "ui/frm_calibrate.h"
+#include "ui/frm_daily_monitor.h"
+#include "ui/frm_daily_monitor_setup.h"
 #include "ui/frm_main.h"
 #include "ui/frm_process_window.h"
 #include "ui/frm_reticle.h"
 
 namespace zorv::ui {
-
-class frmCalibrate : public ZorvForm {
-    Q_OBJECT
-public:
-    explicit frmCalibrate(QWidget* parent = nullptr);
-
-protected:
-    WindowPlace place() const override;
-};
-
-class frmAnalysis : public ZorvForm {
-    Q_OBJECT
-public:
-    explicit frmAnalysis(QWidget* parent = nullptr);
-
-protected:
-    WindowPlace place() const override;
-};
-
-class frmDailyMonitor : public ZorvForm {
-    Q_OBJECT
-public:
-    explicit frmDailyMonitor(QWidget* parent = nullptr);
-
-protected:
-    WindowPlace place() const override;
-};
 
 // One global reference per window type; null when the window is not loaded.
 struct FormRefs {
