@@ -40,14 +40,6 @@ bool SettingOn(const std::string& text) {
     return ParseNumber(text, v) && v != 0;
 }
 
-// The back-slash form as a path of this file system.
-std::string StorageFolderOnDisk(std::string_view stored) {
-    std::string p(stored);
-    for (char& c : p)
-        if (c == '\\') c = '/';
-    return p;
-}
-
 bool FolderReachable(const std::string& folder) {
     std::error_code ec;
     return std::filesystem::is_directory(folder, ec) && ::access(folder.c_str(), W_OK | X_OK) == 0;
@@ -58,6 +50,13 @@ std::string SourceFolder(const std::string& sourcePath) {
 }
 
 }  // namespace
+
+std::string StorageFolderOnDisk(std::string_view stored) {
+    std::string p(stored);
+    for (char& c : p)
+        if (c == '\\') c = '/';
+    return p;
+}
 
 std::string NormaliseStoragePath(std::string_view path) {
     std::string out;

@@ -94,8 +94,7 @@ Status LoadDataLot(const DMRunRequest& req, Workbook& tplWb, DMRunOutcome& out, 
         // storage folder is set.
         std::string store = FolderOfPath(req.dataPath);
         if (!req.storeInDataDirectory) {
-            std::string folder = req.dataStorageDirectory;
-            for (const char* s : {"\\\\", "/\\", "\\/"}) ReplaceAll(folder, s, "\\");
+            const std::string folder = StorageFolderOnDisk(NormaliseStoragePath(req.dataStorageDirectory));
             if (!folder.empty() && fs::is_directory(folder, ec)) store = folder;
             else Log("Warning: Data storage directory: '" + folder + "' is not accessable.");
         }

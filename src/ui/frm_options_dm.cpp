@@ -471,7 +471,7 @@ bool frmOptionsDM::ApplyOptions() {
         {"The default Template Folder:", o.templateFolder},
         {"The default Data Folder:", o.dataFolder},
         {"The default Reticle Folder:", o.reticleFolder},
-        {"The data storage folder:", o.storeInDataDirectory ? std::string() : o.dataStorageDirectory},
+        {"The data storage folder:", o.storeInDataDirectory ? std::string() : StorageFolderOnDisk(o.dataStorageDirectory)},
         {"The log folder:", o.logFolder}};
     // None is made unless all can be.
     for (const auto& [label, folder] : folders)

@@ -243,7 +243,8 @@ TEST_F(OptionsDMTest, SettingsRoundTripWithPointDecimal) {
     f->txtDataFolder()->setText(QString::fromStdString(data_.string()));
     f->txtReticleFolder()->setText(QString::fromStdString(data_.string()));
     f->chkStoreInDataDirectory()->setChecked(false);
-    f->txtDataStorageDirectory()->setText(QString::fromStdString(data_.string()));
+    // Kept in its back-slash form, but made where it really is.
+    f->txtDataStorageDirectory()->setText(QString::fromStdString((root_ / "store").string()));
     f->cmbImportFilter()->setCurrentIndex(2);
     const QString filter = f->cmbImportFilter()->currentText();
     f->chkLogData()->setChecked(true);
@@ -258,6 +259,7 @@ TEST_F(OptionsDMTest, SettingsRoundTripWithPointDecimal) {
     EXPECT_NE(f->lblLogRule()->text().indexOf("newest 150 lines"), -1);
     ASSERT_TRUE(f->ApplyOptions());
     EXPECT_TRUE(fs::is_directory(made));
+    EXPECT_TRUE(fs::is_directory(root_ / "store"));
     EXPECT_TRUE(rec.boxes.empty());
 
     const char* app = kDMSettingsApp;

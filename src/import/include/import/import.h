@@ -72,6 +72,8 @@ std::string ImportDataFolder(const FileOpenSetup& setup, const std::string& sour
 void SaveFileOpenChoice(const std::string& sourcePath, const std::string& filter);
 // One back-slash between the parts of a folder path ("\\", "/\", "\/" become "\").
 std::string NormaliseStoragePath(std::string_view path);
+// The stored back-slash form as a path of this file system.
+std::string StorageFolderOnDisk(std::string_view stored);
 
 // Import(GetDataFile): the request for one raw file. The file must exist;
 // without a description its first kilobytes choose the format (`why` says
