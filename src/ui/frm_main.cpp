@@ -235,6 +235,7 @@ void frmMain::buildMenus() {
     addTool("mnuProcessWindow", tr("&Process Window..."), [this] { mnuProcessWindow(); });
     addTool("mnuMaskFactor", tr("&Mask Error Factor..."), [this] { mnuMaskFactor(); });
     addTool("mnuDailyMonitor", tr("&Daily Monitor..."), [this] { mnuDailyMonitor(); });
+    addTool("mnuDailyMonitorSetup", tr("Daily Monitor &Setup..."), [this] { mnuDailyMonitorSetup(); });
     tools->addSeparator();
     // A window of its own beside this one: nothing to hand over.
     addTool("mnuTemplateMaintenance", tr("Calibration &Templates..."), [this] { frmTemplateMaintenance::Open(this); });
@@ -267,7 +268,7 @@ void frmMain::buildToolBar() {
     toolBar_->addSeparator();
     add("kDailyMonitor", tr("Monitor"), tr("Daily monitor"), QStyle::SP_ComputerIcon, [this] { mnuDailyMonitor(); });
     add("kDailyMonitorSetup", tr("Setup"), tr("Set up a daily monitor template"),
-        QStyle::SP_FileDialogInfoView, [this] { mnuDailyMonitor(); });
+        QStyle::SP_FileDialogInfoView, [this] { mnuDailyMonitorSetup(); });
     QAction* tpl = add("kLayoutTemplate", tr("Layouts"), tr("Layout templates"), QStyle::SP_FileDialogListView,
                        [this] {
                            fillLayoutTemplates();
@@ -846,6 +847,10 @@ ZorvForm* frmMain::mnuMaskFactor() {
 
 ZorvForm* frmMain::mnuDailyMonitor() {
     return showWorkbench(OpenOrNew(forms().frmDailyMonitor), "Loading Daily Monitor ...");
+}
+
+ZorvForm* frmMain::mnuDailyMonitorSetup() {
+    return showWorkbench(OpenOrNew(forms().frmDailyMonitorSetup), "Loading Daily Monitor Setup ...");
 }
 
 void frmMain::mnuReturn() {

@@ -358,6 +358,13 @@ TEST_F(MainUi, DroppedFilesOpenByExtensionAndWorkbenchesAreReused) {
     EXPECT_FALSE(m->isVisible());
     ret->Unload();
     EXPECT_TRUE(m->isVisible());
+    // The toolbar's "Setup" is the monitor's setup window, not the monitor.
+    m->toolAction("kDailyMonitorSetup")->trigger();
+    ASSERT_NE(forms().frmDailyMonitorSetup, nullptr);
+    EXPECT_TRUE(forms().frmDailyMonitorSetup->isVisible());
+    EXPECT_EQ(forms().frmDailyMonitor, nullptr);
+    forms().frmDailyMonitorSetup->Unload();
+    EXPECT_TRUE(m->isVisible());
 
     // Saving with nothing loaded says so and writes nothing.
     m->ResetObjects();

@@ -95,6 +95,7 @@ public:
     // The reticle workbench, the loaded lot its lot side.
     ZorvForm* mnuMaskFactor();
     ZorvForm* mnuDailyMonitor();
+    ZorvForm* mnuDailyMonitorSetup();
 
     std::shared_ptr<zorv::cLot> lot() const;
     zorv::Workbook* workbook() const;

@@ -22,6 +22,7 @@ struct FormRefs {
     QPointer<zorv::ui::frmAnalysis> frmAnalysis;
     QPointer<zorv::ui::frmReticle> frmReticle;
     QPointer<zorv::ui::frmDailyMonitor> frmDailyMonitor;
+    QPointer<zorv::ui::frmDailyMonitorSetup> frmDailyMonitorSetup;
 };
 FormRefs& forms();
 
