@@ -167,6 +167,14 @@ int MsgBox(const std::string& message, int flags, const std::string& title) {
     }
 }
 
+std::string InputBox(const std::string& prompt, const std::string& title, const std::string& def) {
+    if (Logging()) {
+        AppendLogLine(prompt);
+        return {};
+    }
+    return CurrentReporter().inputBox(prompt, title.empty() ? ApplicationTitle() : title, def);
+}
+
 void SetStatusText(const std::string& text, bool append) {
     try {
         Reporter& r = CurrentReporter();

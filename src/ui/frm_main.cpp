@@ -827,11 +827,17 @@ T* OpenOrNew(QPointer<T>& ref) {
 }  // namespace
 
 ZorvForm* frmMain::mnuFocusCalibrate() {
-    return showWorkbench(OpenOrNew(forms().frmCalibrate), "Loading Focus Calibration...");
+    frmCalibrate* cal = OpenOrNew(forms().frmCalibrate);
+    // A window kept from before works on the lot loaded now.
+    if (cal->isLoaded() && Current().lot && cal->sourceLot() != Current().lot)
+        cal->setLot(Current().lot, Current().workbook);
+    return showWorkbench(cal, "Loading Focus Calibration...");
 }
 
 ZorvForm* frmMain::mnuFocusUniformity() {
-    return showWorkbench(OpenOrNew(forms().frmAnalysis), "Loading Focus Uniformity ...");
+    frmAnalysis* an = OpenOrNew(forms().frmAnalysis);
+    if (an->isLoaded() && Current().lot && an->lot() != Current().lot) an->setLot(Current().lot, Current().workbook);
+    return showWorkbench(an, "Loading Focus Uniformity ...");
 }
 
 ZorvForm* frmMain::mnuProcessWindow() {

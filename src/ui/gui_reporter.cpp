@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QInputDialog>
 #include <QKeyEvent>
 #include <QMessageBox>
 #include <QPushButton>
@@ -112,9 +113,8 @@ QWidget* GuiReporter::targetWindow() const {
 
 void GuiReporter::status(const std::string& text) {
     last_ = text;
-    auto* w = qobject_cast<ZorvForm*>(targetWindow());
-    if (!w) return;
-    w->setStatusPanelText(Q(text));
+    // Events run even with no window to show the text: Esc must still get in.
+    if (auto* w = qobject_cast<ZorvForm*>(targetWindow())) w->setStatusPanelText(Q(text));
     pumpEvents();
 }
 
@@ -149,6 +149,14 @@ void GuiReporter::beep() {
 }
 
 void GuiReporter::openUrl(const std::string& url) { QDesktopServices::openUrl(QUrl(Q(url))); }
+
+std::string GuiReporter::inputBox(const std::string& prompt, const std::string& title, const std::string& def) {
+    const QString text = boxText(prompt).trimmed();
+    const auto echo = text.contains("password", Qt::CaseInsensitive) ? QLineEdit::Password : QLineEdit::Normal;
+    bool ok = false;
+    const QString answer = QInputDialog::getText(targetWindow(), Q(title), text, echo, Q(def), &ok);
+    return ok ? S(answer) : std::string();
+}
 
 bool GuiReporter::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::KeyPress) {

@@ -17,6 +17,7 @@
 #include "ui/app_startup.h"
 #include "ui/dma_mode.h"
 #include "ui/dma_notice.h"
+#include "ui/frm_daily_monitor.h"
 #include "ui/forms.h"
 #include "ui/gui_reporter.h"
 
@@ -78,10 +79,12 @@ int main(int argc, char** argv) {
     // them empty and says so on the status line, it does not stop the program.
     if (zorv::Status st = zorv::LoadGlobalModelLibraries(); !st) zorv::SetStatusText(st.failure().text);
     if (dmaLine) {
-        const zorv::DMAResult r = zorv::RunDMA(*dmaLine);
-        zorv::ui::frmDMANotice notice(QString::fromStdString(r.noticeTitle), QString::fromStdString(r.notice),
-                                      zorv::ui::frmDMANotice::DisplaySeconds());
-        notice.exec();
+        // The monitor window shows the run and its results behind the notice.
+        auto* dm = new zorv::ui::frmDailyMonitor;
+        dm->Load();
+        dm->show();
+        const zorv::DMAResult r = dm->RunAutomation(*dmaLine);
+        dm->automationNotice()->exec();
         return r.exitCode();
     }
     // Windows closed because the session ends go without a question.

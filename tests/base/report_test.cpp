@@ -65,6 +65,37 @@ TEST(Report, LoggingModeWritesLogOnceAndAnswersZero) {
     SetReporter(nullptr);
 }
 
+TEST(Report, InputBoxAsksTheReporterUnlessLogging) {
+    struct Typist : Capture {
+        std::string prompt, title;
+        std::string inputBox(const std::string& p, const std::string& t, const std::string&) override {
+            prompt = p, title = t;
+            return "typed";
+        }
+    } c;
+    SetReporter(&c);
+    EXPECT_EQ(InputBox("Enter password: ", "Zorv: Trend Chart Entry"), "typed");
+    EXPECT_EQ(c.title, "Zorv: Trend Chart Entry");
+    // Nobody at the keyboard: the prompt is logged and the answer is empty.
+    const std::string path = std::string(ZORV_TEST_TMP) + "/RemoteCall-input.Log";
+    std::filesystem::create_directories(ZORV_TEST_TMP);
+    std::filesystem::remove(path);
+    GetLogFile(path);
+    SetLogging(true);
+    c.prompt.clear();
+    EXPECT_EQ(InputBox("Enter password: "), "");
+    SetLogging(false);
+    EXPECT_TRUE(c.prompt.empty());
+    std::ifstream in(path);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    EXPECT_NE(ss.str().find("Enter password: \r\n"), std::string::npos);
+    // The default reporter has no one to ask either.
+    SetReporter(nullptr);
+    StreamReporter quiet(nullptr);
+    EXPECT_EQ(static_cast<Reporter&>(quiet).inputBox("x", "y", "z"), "");
+}
+
 TEST(Report, StatusAppendAndEscFlag) {
     Capture c;
     SetReporter(&c);

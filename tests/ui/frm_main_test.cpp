@@ -349,6 +349,7 @@ TEST_F(MainUi, DroppedFilesOpenByExtensionAndWorkbenchesAreReused) {
     ZorvForm* cal = m->mnuFocusCalibrate();
     EXPECT_NE(cal, nullptr);
     EXPECT_TRUE(rec.sawStatus("Loading Focus Calibration..."));
+    EXPECT_EQ(qobject_cast<frmCalibrate*>(cal)->sourceLot(), m->lot());
     cal->Unload();
     EXPECT_TRUE(m->isVisible());
     // The reticle workbench takes the loaded lot as its lot side.

@@ -151,13 +151,7 @@ protected:
         });
         return n;
     }
-    void shoot(const std::string& name) {
-        const fs::path shots = "/tmp/hC/shots";
-        if (!fs::exists(shots.parent_path())) return;
-        fs::create_directories(shots);
-        QApplication::processEvents();
-        win_->grab().save(QString::fromStdString((shots / (name + ".png")).string()));
-    }
+    void shoot(const std::string& name) { ShootWindow(win_, name); }
 
     fs::path dir_;
     std::string workbookPath_, fileBefore_;

@@ -64,6 +64,16 @@ struct RecordingReporter : Reporter {
         return a;
     }
     void status(const std::string& t) override { statuses.push_back(t); }
+    // Typed answers (InputBox) from their own queue (default: Cancel, "").
+    std::vector<Box> inputs;
+    std::deque<std::string> typed;
+    std::string inputBox(const std::string& p, const std::string& t, const std::string&) override {
+        inputs.push_back({p, 0, t});
+        if (typed.empty()) return {};
+        std::string a = typed.front();
+        typed.pop_front();
+        return a;
+    }
     std::string currentStatus() const override { return statuses.empty() ? "" : statuses.back(); }
     bool sawStatus(const std::string& s) const {
         for (auto& x : statuses)
@@ -102,6 +112,16 @@ inline std::filesystem::path FreshTestDir(const std::string& name) {
     std::filesystem::remove_all(d);
     std::filesystem::create_directories(d);
     return d;
+}
+
+// A picture of a window into $ZORV_SHOTS_DIR/name.png, for a look by eye;
+// nothing without the variable.
+inline void ShootWindow(QWidget* w, const std::string& name) {
+    const char* shots = std::getenv("ZORV_SHOTS_DIR");
+    if (!shots || !w) return;
+    std::filesystem::create_directories(shots);
+    QApplication::processEvents();
+    w->grab().save(QString::fromStdString(std::string(shots) + "/" + name + ".png"));
 }
 
 // A left drag from a to b on a widget, as the hand does it.
@@ -148,6 +168,11 @@ protected:
         settings_ = std::string(ZORV_TEST_TMP) + "/ui-settings-" + std::to_string(getpid()) + ".ini";
         std::filesystem::remove(settings_);
         setenv("ZORV_SETTINGS_FILE", settings_.c_str(), 1);
+        // What a window keeps beside the program (the template library) stays
+        // out of the working folder.
+        const std::string program = std::string(ZORV_TEST_TMP) + "/program-" + std::to_string(getpid());
+        std::filesystem::create_directories(program);
+        SetProgramFolder(program);
         SetApplicationTitle(kProductName);
         SetExiting(false);
         SetCloseWorkbooksHook({});

@@ -40,6 +40,11 @@ public:
     virtual void beep() {}
     // Hands a URL (mailto:, file:) to the desktop.
     virtual void openUrl(const std::string& url) { (void)url; }
+    // Asks for a line of text; "" is Cancel. No one to ask: "".
+    virtual std::string inputBox(const std::string& prompt, const std::string& title, const std::string& def) {
+        (void)prompt, (void)title, (void)def;
+        return {};
+    }
 };
 
 // Prints boxes and status to a stream; questions answer 0, as in automation.
@@ -64,6 +69,10 @@ Reporter& CurrentReporter();
 
 // Utility(MsgBox): the only path to a box.
 int MsgBox(const std::string& message, int flags = vbOKOnly, const std::string& title = {});
+
+// Utility(InputBox): the one path to a typed answer. In logging mode the
+// prompt goes to the log and the answer is "", as a question's is 0.
+std::string InputBox(const std::string& prompt, const std::string& title = {}, const std::string& def = {});
 
 // Remote-call logging (the daily-monitor automation).
 void SetLogging(bool on);

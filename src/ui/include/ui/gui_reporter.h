@@ -31,6 +31,8 @@ public:
     void busy(bool on) override;
     void beep() override;
     void openUrl(const std::string& url) override;
+    // A prompt that asks for a password hides what is typed.
+    std::string inputBox(const std::string& prompt, const std::string& title, const std::string& def) override;
 
     // Box buttons and answers: flags & 7 pick the buttons, flags & 0x70 the
     // icon, 256/512 the default button.
