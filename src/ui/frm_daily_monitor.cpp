@@ -743,7 +743,7 @@ bool frmDailyMonitor::Run() {
     }
     working(false);
     if (!run) {
-        // Step 22: the text with its checkpoint and the termination line.
+        // The failure's text with its checkpoint, then the termination line.
         Failure f = run.failure();
         appendLog({DMFailedText(S(txtDataFile_->text()))});
         f.text.append("\r\n      ***** Termination With Error *****");
@@ -824,6 +824,8 @@ void frmDailyMonitor::showOutcome(std::shared_ptr<DMRunOutcome> outcome) {
     CreateTrendTabs();
     if (chkTrendGraphics_->isChecked()) tabs_->setCurrentIndex(kTrend);
     else if (chkTrendStats_->isChecked()) tabs_->setCurrentIndex(kAnalysis);
+    // Drawing the trends leaves its last step on the status line.
+    SetStatusText("Ready");
 }
 
 bool frmDailyMonitor::RunBatchList() {
