@@ -38,7 +38,6 @@ using dmlog::TimeNow;
 using dmu::AllAxes;
 using dmu::AnalysedFeatures;
 using dmu::AnalyseUnit;
-using dmu::TrendNames;
 using dmu::UnitContext;
 using dmu::UnitTrendValues;
 

@@ -284,6 +284,10 @@ std::vector<Value> UnitTrendValues(const DMUnitResult& u, const std::string& col
     return out;
 }
 
+}  // namespace dmu
+
+using dmu::HeadCol;
+
 TrendStatistics TrendNames(const DMTemplateTables& t) {
     TrendStatistics s;
     auto pick = [](const DMStatTable& table, std::vector<std::string>& out) {
@@ -296,11 +300,6 @@ TrendStatistics TrendNames(const DMTemplateTables& t) {
     pick(t.processWindow, s.processWindow);
     return s;
 }
-
-}  // namespace dmu
-
-using dmu::HeadCol;
-using dmu::TrendNames;
 
 Datam FormatStatistics(const Datam& raw, bool allAxes, const std::string& feature) {
     SetStatusText("Calculating Statistics ....");

@@ -46,7 +46,5 @@ struct UnitContext {
 // The trend values of one column of a unit, each from its group's table.
 std::vector<Value> UnitTrendValues(const DMUnitResult& u, const std::string& column,
                                    const std::vector<TrendItem>& items);
-// The statistics the template trends, by table.
-TrendStatistics TrendNames(const DMTemplateTables& t);
 
 }  // namespace zorv::dmu

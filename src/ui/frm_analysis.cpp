@@ -39,6 +39,7 @@
 #include "stats/raw_analysis.h"
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
+#include "ui/grid_fill.h"
 #include "ui/qtext.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
@@ -81,31 +82,6 @@ QString CellText(const Value& v) {
         return Q(std::fabs(d) >= 1e5 || d == std::floor(d) ? CStrNumber(d, 7) : Format(d, "###0.0000"));
     }
     return Q(v.toString());
-}
-
-// A table with its header in the first row (labels in column 0 when that
-// column holds text) into a grid.
-void FillTable(QTableWidget* table, const Datam& d) {
-    table->clear();
-    if (!d.isArray() || d.rowUb() < d.rowLb()) {
-        table->setRowCount(0);
-        table->setColumnCount(0);
-        return;
-    }
-    const int r0 = d.rowLb(), c0 = d.colLb();
-    table->setColumnCount(d.colUb() - c0 + 1);
-    table->setRowCount(d.rowUb() - r0);
-    QStringList heads;
-    for (int c = c0; c <= d.colUb(); ++c) heads << CellText(d(r0, c)).trimmed();
-    table->setHorizontalHeaderLabels(heads);
-    for (int r = r0 + 1; r <= d.rowUb(); ++r)
-        for (int c = c0; c <= d.colUb(); ++c) {
-            const Value& v = d(r, c);
-            auto* item = new QTableWidgetItem(CellText(v));
-            if (v.isNumberType()) item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
-            table->setItem(r - r0 - 1, c - c0, item);
-        }
-    table->resizeColumnsToContents();
 }
 
 QLabel* ValueLabel(const char* name, QWidget* parent) {
@@ -511,7 +487,7 @@ void frmAnalysis::showTemplate() {
         d(r, 0) = Value(static_cast<int32_t>(s->Number));
         for (int c = 1; c < nc; ++c) d(r, c) = Value(static_cast<double>(v[c - 1]));
     }
-    FillTable(tblTemplate_, d);
+    FillGrid(tblTemplate_, d, CellText);
 }
 
 QRadioButton* frmAnalysis::optSelectLayout(int index) const {
@@ -705,7 +681,7 @@ void frmAnalysis::showAberrationTable() {
         if (k == kColumns) d = rowCol_->columns;
     }
     if (astig_ && k == kAstigStats) d = astig_->stats;
-    FillTable(tblAberrations_, d);
+    FillGrid(tblAberrations_, d, CellText);
 }
 
 // ---------------------------------------------------------------- plots

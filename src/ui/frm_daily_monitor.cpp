@@ -98,19 +98,6 @@ std::string CellText(const Value& v) {
     return Trim(v.isString() ? std::string(v.str()) : v.toString());
 }
 
-// The trended statistics of the template, by table.
-TrendStatistics TrendedNames(const DMTemplateTables& t) {
-    TrendStatistics s;
-    auto pick = [](const DMStatTable& table, std::vector<std::string>& out) {
-        for (const DMStatRow& r : table.rows)
-            if (r.trend) out.push_back(r.name);
-    };
-    pick(t.raw, s.raw);
-    pick(t.waferModel, s.waferModel);
-    pick(t.fieldModel, s.fieldModel);
-    pick(t.processWindow, s.processWindow);
-    return s;
-}
 
 // A feature's level (mean, median, extremes) is what its target and limits
 // belong to; on a spread or a count they would only squash the scale.
@@ -948,7 +935,7 @@ void frmDailyMonitor::CreateTrendTabs() {
     const QString keepKey = keepTab >= 0 && tabTrend_->widget(keepTab) ? tabTrend_->widget(keepTab)->objectName() : QString();
     clearTrendTabs();
     TrendPlotList plots;
-    if (tpl_) plots = TrendPlotSetup(TrendedNames(tpl_->tables));
+    if (tpl_) plots = TrendPlotSetup(TrendNames(tpl_->tables));
     const auto tabs = zorv::CreateTrendTabs(plots);
     const std::string feature = S(cmbTrendFeature_->currentText());
 
@@ -965,9 +952,9 @@ void frmDailyMonitor::CreateTrendTabs() {
             note = data.failure().text;
         } else {
             const Datam trend = NewestRows(*data, txtAbscissaItems_->value());
-            TrendStatistics levels, others = TrendedNames(tpl_->tables);
+            TrendStatistics levels, others = TrendNames(tpl_->tables);
             others.raw.clear();
-            for (const std::string& n : TrendedNames(tpl_->tables).raw) (IsLevel(n) ? levels.raw : others.raw).push_back(n);
+            for (const std::string& n : TrendNames(tpl_->tables).raw) (IsLevel(n) ? levels.raw : others.raw).push_back(n);
             TrendChartSetup setup;
             setup.feature = feature;
             setup.showLimits = chkShowLimits_->isChecked();

@@ -94,14 +94,6 @@ QLineEdit* NumberEdit(const char* name) {
     return e;
 }
 
-// A number typed with "." or "," as the decimal.
-bool ReadNumber(const QString& text, double& v) {
-    QString t = text.trimmed();
-    t.replace(',', '.');
-    bool ok = false;
-    v = t.toDouble(&ok);
-    return ok && std::isfinite(v);
-}
 
 QString Num(double v) { return QString::number(v, 'g', 7); }
 

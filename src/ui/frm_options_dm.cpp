@@ -57,14 +57,6 @@ QPushButton* Button(const QString& text, const char* name, const QString& tip = 
     return b;
 }
 
-// A number typed with "." or "," as the decimal.
-bool ReadNumber(const QString& text, double& v) {
-    QString t = text.trimmed();
-    t.replace(',', '.');
-    bool ok = false;
-    v = t.toDouble(&ok);
-    return ok && std::isfinite(v);
-}
 
 // Message texts built by appending (long + chains upset GCC 12's -Wrestrict).
 template <class... T>

@@ -26,6 +26,7 @@
 #include "graphics/chart.h"
 #include "lot/lot.h"
 #include "ui/chart_view.h"
+#include "ui/grid_fill.h"
 #include "ui/qtext.h"
 
 namespace zorv::ui {
@@ -497,34 +498,11 @@ void frmTemplateMaintenance::showTemplate() {
     QString comment = Q(t.Comment);
     comment.replace("\r\n", "\n");
     lblComment_->setText(comment);
-    fillTable(tblSites_, SiteTable(t));
+    FillGrid(tblSites_, SiteTable(t), CellText);
     txtSaveAs_->setText(Q(t.NameTemplate));
     txtComment_->setPlainText(comment);
     selectInLibrary(t.NameTemplate);
     setWriteEnabled();
-}
-
-void frmTemplateMaintenance::fillTable(QTableWidget* table, const Datam& d) {
-    table->clear();
-    if (!d.isArray() || d.rowUb() < d.rowLb()) {
-        table->setRowCount(0);
-        table->setColumnCount(0);
-        return;
-    }
-    const int r0 = d.rowLb(), c0 = d.colLb();
-    table->setColumnCount(d.colUb() - c0 + 1);
-    table->setRowCount(d.rowUb() - r0);
-    QStringList heads;
-    for (int c = c0; c <= d.colUb(); ++c) heads << Q(d(r0, c).toString()).trimmed();
-    table->setHorizontalHeaderLabels(heads);
-    for (int r = r0 + 1; r <= d.rowUb(); ++r)
-        for (int c = c0; c <= d.colUb(); ++c) {
-            const Value& v = d(r, c);
-            auto* item = new QTableWidgetItem(CellText(v));
-            if (v.isNumberType()) item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
-            table->setItem(r - r0 - 1, c - c0, item);
-        }
-    table->resizeColumnsToContents();
 }
 
 void frmTemplateMaintenance::showDisplayData(int index) {
@@ -536,11 +514,11 @@ void frmTemplateMaintenance::showDisplayData(int index) {
     if (index == 0) {
         int count = 0;
         const Datam exposures = tpl_->GetUniqueExposures(count);
-        fillTable(tblDisplayData_, exposures);
+        FillGrid(tblDisplayData_, exposures, CellText);
         drawn = count > 0;
         if (drawn) st = SitesFocusChart(*tpl_, exposures, *chart_);
     } else if (const cBestFocus* b = tpl_->BestFocusSets.Item(index)) {
-        fillTable(tblDisplayData_, SetTable(*b));
+        FillGrid(tblDisplayData_, SetTable(*b), CellText);
         drawn = b->CalRows.Count() + b->CalColumns.Count() > 0;
         if (drawn) st = BestFocusSetChart(*b, *chart_);
     }

@@ -40,28 +40,6 @@ std::map<std::string, std::string> Snapshot(const fs::path& dir) {
     return out;
 }
 
-// The mean of a column of the simulated CSV, read straight from the file.
-double FileMean(const fs::path& csv, const std::string& head) {
-    std::ifstream in(csv);
-    std::vector<std::string> heads;
-    double sum = 0;
-    long n = 0;
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> cells;
-        std::stringstream ss(line);
-        for (std::string c; std::getline(ss, c, ',');) cells.push_back(c);
-        if (heads.empty()) {
-            heads = cells;
-            continue;
-        }
-        for (size_t i = 0; i < heads.size() && i < cells.size(); ++i)
-            if (heads[i].rfind(head, 0) == 0 && !cells[i].empty()) sum += std::stod(cells[i]), ++n;
-    }
-    return n ? sum / static_cast<double>(n) : NAN;
-}
-
 class DMSetupTest : public UiTest {
 protected:
     void SetUp() override {
@@ -271,7 +249,7 @@ TEST_F(DMSetupTest, TemplateBuiltFromDataWorkbookReadsBackAndRunsToATrendRow) {
     for (int c = 1; c <= trend->lastCol() && !meanCol; ++c)
         if (trend->cell(head, c).toString() == "Mean") meanCol = c;
     ASSERT_GT(meanCol, 0);
-    EXPECT_NEAR(trend->cell(head + 1, meanCol).toDouble(), FileMean(tool_, "X_reg"), 1e-4);
+    EXPECT_NEAR(trend->cell(head + 1, meanCol).toDouble(), CsvColumnMean(tool_, "X_reg"), 1e-4);
 }
 
 TEST_F(DMSetupTest, RefusedInputsLeaveTheFilesAsTheyWere) {

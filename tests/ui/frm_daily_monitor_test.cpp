@@ -133,28 +133,6 @@ protected:
     fs::path dir;
 };
 
-// The mean of a column of the simulated file (every wafer), read from the file itself.
-double FileMean(const std::string& path, const std::string& head) {
-    std::ifstream f(path);
-    std::vector<std::string> heads;
-    double sum = 0;
-    long n = 0;
-    for (std::string line; std::getline(f, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> cells;
-        std::stringstream s(line);
-        for (std::string c; std::getline(s, c, ',');) cells.push_back(c);
-        if (heads.empty()) {
-            heads = cells;
-            continue;
-        }
-        for (size_t i = 0; i < heads.size() && i < cells.size(); ++i)
-            if (heads[i].rfind(head, 0) == 0 && !cells[i].empty()) sum += std::stod(cells[i]), ++n;
-    }
-    return n ? sum / static_cast<double>(n) : NAN;
-}
-
 TEST_F(FrmDailyMonitorTest, EachRunAddsATrendPointAndTheManualEntryNeedsThePassword) {
     const std::string data = simulate(11, "ov11");
     const std::string tpl = makeTemplate(data, "Overlay.xlt");
@@ -190,7 +168,7 @@ TEST_F(FrmDailyMonitorTest, EachRunAddsATrendPointAndTheManualEntryNeedsThePassw
     EXPECT_EQ(trendRows(tpl, "TC_X_reg"), 1);
 
     // The statistics grid: the mean of X_reg is the file's own mean.
-    const double mean = FileMean(data, "X_reg");
+    const double mean = CsvColumnMean(data, "X_reg");
     int meanRow = -1, xCol = -1;
     for (int r = 0; r < w.grdStats()->rowCount(); ++r)
         if (w.grdStats()->item(r, 0)->text() == "Mean") meanRow = r;

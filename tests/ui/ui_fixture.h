@@ -9,12 +9,14 @@
 #include <QMouseEvent>
 #include <QTimer>
 #include <QWidget>
+#include <cmath>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -112,6 +114,30 @@ inline std::filesystem::path FreshTestDir(const std::string& name) {
     std::filesystem::remove_all(d);
     std::filesystem::create_directories(d);
     return d;
+}
+
+// The mean of the columns whose head starts with `head` in a comma-separated
+// file (a simulated tool file), read straight from it: the truth a run's
+// statistics are held against.
+inline double CsvColumnMean(const std::filesystem::path& csv, const std::string& head) {
+    std::ifstream in(csv);
+    std::vector<std::string> heads;
+    double sum = 0;
+    long n = 0;
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty() || line[0] == '#') continue;
+        std::vector<std::string> cells;
+        std::stringstream ss(line);
+        for (std::string c; std::getline(ss, c, ',');) cells.push_back(c);
+        if (heads.empty()) {
+            heads = cells;
+            continue;
+        }
+        for (size_t i = 0; i < heads.size() && i < cells.size(); ++i)
+            if (heads[i].rfind(head, 0) == 0 && !cells[i].empty()) sum += std::stod(cells[i]), ++n;
+    }
+    return n ? sum / static_cast<double>(n) : NAN;
 }
 
 // A picture of a window into $ZORV_SHOTS_DIR/name.png, for a look by eye;

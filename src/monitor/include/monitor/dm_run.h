@@ -145,6 +145,9 @@ struct DMNewTemplate {
 [[nodiscard]] Result<DMNewTemplate> NewDMTemplate(const std::string& dataWorkbook, const std::string& kind,
                                                   const std::string& out);
 
+// The statistics the template trends, by table.
+TrendStatistics TrendNames(const DMTemplateTables& t);
+
 // ---- batch
 
 // frmDM(GetBatchSheets): the sheets that carry a comment "BATCHFILE".

@@ -108,7 +108,6 @@ private:
     void clearTemplate();
     // cmbDisplayData's entry: 0 the sites' best focus, else a best focus set.
     void showDisplayData(int index);
-    void fillTable(QTableWidget* table, const zorv::Datam& d);
     // The held template of that name (case-insensitive), the caller's too.
     std::shared_ptr<zorv::cTemplate> find(const std::string& name) const;
     bool inLibrary(const std::shared_ptr<zorv::cTemplate>& t) const;
