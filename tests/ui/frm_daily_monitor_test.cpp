@@ -27,6 +27,7 @@
 #include "monitor/dm_run.h"
 #include "monitor/dm_trend.h"
 #include "ui/dma_notice.h"
+#include "ui/frm_options_dm.h"
 #include "ui/frm_daily_monitor.h"
 #include "ui_fixture.h"
 #include "workbook/store.h"
@@ -263,11 +264,15 @@ TEST_F(FrmDailyMonitorTest, BatchListRunsEachFileAndGoesOnlyAfterYes) {
     const std::string tpl = makeTemplate(a, "Batch.xlt");
     ASSERT_FALSE(tpl.empty());
     {
-        auto wb = Workbook::open(tpl);
-        ASSERT_TRUE(wb.ok());
-        const BatchList files = {{fs::path(a).filename().string(), fs::path(a).parent_path().string()},
-                                 {fs::path(b).filename().string(), fs::path(b).parent_path().string()}};
-        ASSERT_TRUE(SaveBatchSheet(**wb, "Nightly", files).ok());
+        // The list built as a user does: the options window, its files dropped in.
+        auto* o = new ui::frmOptionsDM;
+        o->Load();
+        ASSERT_TRUE(o->OpenBatchWorkbook(QString::fromStdString(tpl)));
+        o->cmbBatch()->setEditText("Nightly");
+        EXPECT_EQ(o->addBatchPaths({QString::fromStdString(a), QString::fromStdString(b)}), 2);
+        ASSERT_TRUE(o->SaveBatch()) << (rec.boxes.empty() ? "" : rec.boxes.back().text);
+        o->Unload();
+        rec.boxes.clear();
     }
     Workbooks::CloseAll();
 
