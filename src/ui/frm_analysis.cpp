@@ -84,6 +84,27 @@ QString CellText(const Value& v) {
     return Q(v.toString());
 }
 
+// Each site's slit and scan focus less the field's mean: the mean (often a
+// tenth of a micron) would make every arrow alike and hide the field's shape.
+void CentreVectors(cLot& field) {
+    double sumV = 0, sumH = 0;
+    long n = 0;
+    auto each = [&](auto&& f) {
+        for (cWafer* w : field.Wafers())
+            for (cField* fd : w->Fields())
+                for (cSite* st : fd->sites())
+                    for (cPoint* pt : st->Points())
+                        if (!pt->cull()) f(*pt);
+    };
+    each([&](cPoint& pt) { sumV += pt.ValueV, sumH += pt.ValueH, ++n; });
+    if (!n) return;
+    const double mV = sumV / static_cast<double>(n), mH = sumH / static_cast<double>(n);
+    each([&](cPoint& pt) {
+        pt.ValueV = static_cast<decltype(pt.ValueV)>(pt.ValueV - mV);
+        pt.ValueH = static_cast<decltype(pt.ValueH)>(pt.ValueH - mH);
+    });
+}
+
 QLabel* ValueLabel(const char* name, QWidget* parent) {
     auto* l = new QLabel(parent);
     l->setObjectName(name);
@@ -417,6 +438,7 @@ void frmAnalysis::setLot(std::shared_ptr<cLot> lot, std::shared_ptr<Workbook> wo
     rowCol_.reset();
     astig_.reset();
     meanField_.reset();
+    vectorField_.reset();
     pctAberrations_->setGraphic(nullptr);
     *chart_ = cGraphic();
     plotStack_->setCurrentWidget(plotHint_);
@@ -584,6 +606,8 @@ bool frmAnalysis::cmdAnalysis() {
     updateLotLabel();
     enableCommands();
     meanField_ = MeanFieldLot(*result_->lot, "", eRaw);
+    vectorField_ = MeanFieldLot(*result_->lot, "", eRaw);
+    if (vectorField_) CentreVectors(*vectorField_);
     if (cmbPlotType_->currentIndex() == kAstig) {
         filling_ = true;
         cmbPlotType_->setCurrentIndex(kVector);
@@ -707,9 +731,9 @@ bool frmAnalysis::drawPlot() {
         const std::string lotName = result_->lot->LotName;
         if (type == kVector) {
             g.Kind = GraphKind::FieldVector;
-            meanField_->PlotFeature(0);
-            g.TitleObj.TitleString = lotName + ": mean field focus (X slit, Y scan)";
-            st = g.LotData(meanField_);
+            vectorField_->PlotFeature(0);
+            g.TitleObj.TitleString = lotName + ": mean field focus less its mean (X slit, Y scan)";
+            st = g.LotData(vectorField_);
         } else if (type == kContour) {
             const std::string names[] = {meanField_->valueZ_Name, meanField_->ValueV_Name, meanField_->ValueH_Name};
             const std::string& feature = names[std::clamp(cmbPlotFeature_->currentIndex(), 0, 2)];

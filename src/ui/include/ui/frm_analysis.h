@@ -159,6 +159,7 @@ private:
     std::optional<zorv::FieldAberrations> rowCol_;
     std::optional<zorv::AstigmaticReport> astig_;
     std::shared_ptr<zorv::cLot> meanField_;  // what the maps draw
+    std::shared_ptr<zorv::cLot> vectorField_;  // the same, less its mean: what the arrows show
     std::unique_ptr<zorv::cGraphic> chart_;
     bool filling_ = false;
 
