@@ -40,6 +40,7 @@
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
 #include "ui/grid_fill.h"
+#include "ui/lot_open.h"
 #include "ui/qtext.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
@@ -412,19 +413,10 @@ bool frmAnalysis::OpenLot(const QString& pathIn) {
         if (path.isEmpty()) return false;
     }
     const BusyPointer busy;
-    SetStatusText("Open: " + S(path));
-    LoadOptions options = LoadOptionsFromSettings();
-    options.quiet = true;
     std::shared_ptr<cLot> loaded;
-    WBLotTables tables;
-    const Status st = GetExcelWBLot(S(path), options, loaded, &tables);
-    if (!st || !loaded) {
-        if (!st && !st.failure().text.empty()) Report(st.failure());
-        SetStatusText("Ready");
-        return false;
-    }
-    if (loaded->DataSheetName.empty()) loaded->DataSheetName = tables.sheetName;
-    setLot(loaded, tables.workbook);
+    std::shared_ptr<Workbook> book;
+    if (!OpenLotWorkbook(path, loaded, book)) return false;
+    setLot(loaded, book);
     registerRecentFile(path);
     SetStatusText("Ready");
     return true;

@@ -44,6 +44,7 @@
 #include "ui/frm_main.h"
 #include "ui/frm_plot.h"
 #include "ui/frm_template_maintenance.h"
+#include "ui/lot_open.h"
 #include "ui/qtext.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
@@ -654,18 +655,10 @@ bool frmCalibrate::OpenDataWorkbook(const QString& path) {
         if (file.isEmpty()) return false;
     }
     const BusyPointer busy;
-    SetStatusText("Open: " + S(file));
-    LoadOptions options = LoadOptionsFromSettings();
-    options.quiet = true;
     std::shared_ptr<cLot> loaded;
-    WBLotTables tables;
-    const Status st = GetExcelWBLot(S(file), options, loaded, &tables);
-    if (!st || !loaded) {
-        if (!st && !st.failure().text.empty()) Report(st.failure());
-        SetStatusText("Ready");
-        return false;
-    }
-    setLot(loaded, tables.workbook);
+    std::shared_ptr<Workbook> book;
+    if (!OpenLotWorkbook(file, loaded, book)) return false;
+    setLot(loaded, book);
     SetStatusText("Ready");
     return true;
 }

@@ -35,6 +35,7 @@
 #include "ui/chart_view.h"
 #include "ui/frm_main.h"
 #include "ui/frm_plot.h"
+#include "ui/lot_open.h"
 #include "ui/qtext.h"
 #include "workbook/data_workbook.h"
 #include "workbook/store.h"
@@ -490,31 +491,13 @@ QString frmReticle::askSave(const QString& title, const QString& filter, const Q
     return QFileDialog::getSaveFileName(this, title, folder, filter);
 }
 
-bool frmReticle::loadWorkbook(const QString& path, std::shared_ptr<cLot>& lot, std::shared_ptr<Workbook>& wb) {
-    SetStatusText("Open: " + S(path));
-    LoadOptions options = LoadOptionsFromSettings();
-    options.quiet = true;
-    std::shared_ptr<cLot> loaded;
-    WBLotTables tables;
-    const Status st = GetExcelWBLot(S(path), options, loaded, &tables);
-    if (!st || !loaded) {
-        if (!st && !st.failure().text.empty()) Report(st.failure());
-        SetStatusText("Ready");
-        return false;
-    }
-    if (loaded->DataSheetName.empty()) loaded->DataSheetName = tables.sheetName;
-    lot = loaded;
-    wb = tables.workbook;
-    return true;
-}
-
 bool frmReticle::LoadLotReticle(const QString& lotPath, const QString& reticlePath) {
     const BusyPointer busy;
     std::shared_ptr<cLot> lot, ret;
     std::shared_ptr<Workbook> wbLot, wbRet;
     // Both load before either replaces what the window holds.
-    if (!lotPath.isEmpty() && !loadWorkbook(lotPath, lot, wbLot)) return false;
-    if (!reticlePath.isEmpty() && !loadWorkbook(reticlePath, ret, wbRet)) return false;
+    if (!lotPath.isEmpty() && !OpenLotWorkbook(lotPath, lot, wbLot)) return false;
+    if (!reticlePath.isEmpty() && !OpenLotWorkbook(reticlePath, ret, wbRet)) return false;
     if (lot) {
         lot_ = lot;
         xlwb = wbLot;

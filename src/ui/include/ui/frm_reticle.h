@@ -161,8 +161,6 @@ private:
     void updateLotFeature();
     QString askOpen(const QString& title, const QString& filter);
     QString askSave(const QString& title, const QString& filter, const QString& folder);
-    // A workbook into a lot; the failure reported.
-    bool loadWorkbook(const QString& path, std::shared_ptr<zorv::cLot>& lot, std::shared_ptr<zorv::Workbook>& wb);
     // The reticle's mean field as the Compare tab shows it.
     std::shared_ptr<zorv::cLot> orientedReticle(const std::string& feature, double magnify);
     // The field table of the shown feature: the lot's or the reticle's mean
