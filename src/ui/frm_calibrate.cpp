@@ -20,6 +20,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSplitter>
+#include <QCoreApplication>
 #include <QStackedWidget>
 #include <QTabBar>
 #include <QTabWidget>
@@ -200,6 +201,35 @@ QLabel* messagePage(const char* name) {
     l->setAutoFillBackground(true);
     l->setStyleSheet("QLabel { background: white; color: #787878; border: 1px solid #c8c8c8; }");
     return l;
+}
+
+// One view strip into `v`: the tabs of the keys, a line of figures, and the
+// chart with the message page behind it.
+struct PaneNames {
+    const char *tabs, *info, *message, *chart;
+};
+template <size_t N>
+void ViewPane(QVBoxLayout* v, const ViewKey (&keys)[N], const PaneNames& n, QTabBar*& tabs, QLabel*& info,
+              QStackedWidget*& stack, ChartView*& chart) {
+    QWidget* parent = v->parentWidget();
+    tabs = new QTabBar(parent);
+    tabs->setObjectName(n.tabs);
+    tabs->setExpanding(false);
+    for (const ViewKey& k : keys) {
+        const int i = tabs->addTab(QCoreApplication::translate("zorv::ui::frmCalibrate", k.caption));
+        tabs->setTabData(i, QString(k.key));
+    }
+    v->addWidget(tabs);
+    info = new QLabel(parent);
+    info->setObjectName(n.info);
+    info->setWordWrap(true);
+    v->addWidget(info);
+    stack = new QStackedWidget(parent);
+    stack->addWidget(messagePage(n.message));
+    chart = new ChartView(stack);
+    chart->setObjectName(n.chart);
+    stack->addWidget(chart);
+    v->addWidget(stack, 1);
 }
 
 QListWidget* ExpoList(const char* name, QWidget* parent) {
@@ -423,24 +453,8 @@ QWidget* frmCalibrate::buildCalibrationPage() {
     auto* right = new QWidget(page);
     auto* rv = new QVBoxLayout(right);
     rv->setContentsMargins(0, 0, 0, 0);
-    tabCalCurve_ = new QTabBar(right);
-    tabCalCurve_->setObjectName("tabCalCurve");
-    tabCalCurve_->setExpanding(false);
-    for (const ViewKey& k : kCalViews) {
-        const int i = tabCalCurve_->addTab(tr(k.caption));
-        tabCalCurve_->setTabData(i, QString(k.key));
-    }
-    rv->addWidget(tabCalCurve_);
-    lblCalInfo_ = new QLabel(right);
-    lblCalInfo_->setObjectName("lblCalInfo");
-    lblCalInfo_->setWordWrap(true);
-    rv->addWidget(lblCalInfo_);
-    calStack_ = new QStackedWidget(right);
-    calStack_->addWidget(messagePage("lblCalMessage"));
-    pctCalibrate_ = new ChartView(calStack_);
-    pctCalibrate_->setObjectName("pctCalibrate");
-    calStack_->addWidget(pctCalibrate_);
-    rv->addWidget(calStack_, 1);
+    ViewPane(rv, kCalViews, {"tabCalCurve", "lblCalInfo", "lblCalMessage", "pctCalibrate"}, tabCalCurve_,
+             lblCalInfo_, calStack_, pctCalibrate_);
     h->addWidget(right, 1);
     connect(tabCalCurve_, &QTabBar::currentChanged, this, [this] {
         if (!filling_) showCalView(calKey());
@@ -524,24 +538,8 @@ QWidget* frmCalibrate::buildBestFocusPage() {
     auto* right = new QWidget(split);
     auto* rv = new QVBoxLayout(right);
     rv->setContentsMargins(0, 0, 0, 0);
-    tabBestFocus_ = new QTabBar(right);
-    tabBestFocus_->setObjectName("tabBestFocus");
-    tabBestFocus_->setExpanding(false);
-    for (const ViewKey& k : kBFViews) {
-        const int i = tabBestFocus_->addTab(tr(k.caption));
-        tabBestFocus_->setTabData(i, QString(k.key));
-    }
-    rv->addWidget(tabBestFocus_);
-    lblBFInfo_ = new QLabel(right);
-    lblBFInfo_->setObjectName("lblBFInfo");
-    lblBFInfo_->setWordWrap(true);
-    rv->addWidget(lblBFInfo_);
-    bfStack_ = new QStackedWidget(right);
-    bfStack_->addWidget(messagePage("lblBFMessage"));
-    pctBestFocus_ = new ChartView(bfStack_);
-    pctBestFocus_->setObjectName("pctBestFocus");
-    bfStack_->addWidget(pctBestFocus_);
-    rv->addWidget(bfStack_, 1);
+    ViewPane(rv, kBFViews, {"tabBestFocus", "lblBFInfo", "lblBFMessage", "pctBestFocus"}, tabBestFocus_,
+             lblBFInfo_, bfStack_, pctBestFocus_);
     split->addWidget(right);
     tblBestFocus_ = new QTableWidget(split);
     tblBestFocus_->setObjectName("tblBestFocus");

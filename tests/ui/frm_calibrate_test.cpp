@@ -47,13 +47,6 @@ constexpr double kTiltX = 20, kTiltY = -10;  // nm of best focus per mm across t
 constexpr double kNoise = 0.5;               // nm of image shift
 constexpr double kSlopeX = 150;              // nm of X shift per um of focus
 
-std::string ReadText(const fs::path& p) {
-    std::ifstream in(p);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 // truth.json's siteModel: site -> focus offset the site sees (um).
 std::map<long, double> TruthFocusOffsets(const std::string& json) {
     std::map<long, double> out;
@@ -99,7 +92,7 @@ protected:
                           {"Y3", 0},           {"TiltX", kTiltX}, {"TiltY", kTiltY}, {"Curvature", 0}};
         auto sim = Simulate("psfm", o);
         ASSERT_TRUE(sim.ok()) << sim.failure().message();
-        truth_ = TruthFocusOffsets(ReadText(fs::path(o.outDir) / "truth.json"));
+        truth_ = TruthFocusOffsets(FileBytes(fs::path(o.outDir) / "truth.json"));
         ASSERT_FALSE(truth_.empty());
         auto req = GetDataFile((fs::path(o.outDir) / sim->file).string());
         ASSERT_TRUE(req.ok()) << req.failure().message();

@@ -46,13 +46,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string ReadText(const fs::path& p) {
-    std::ifstream in(p);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 // truth.json's "bestFocus" array: dose -> focus of the turning point.
 std::map<double, double> TruthBestFocus(const std::string& json) {
     std::map<double, double> out;
@@ -85,7 +78,7 @@ protected:
         dir_ = FreshTestDir("pw-window");
         workbookPath_ = simulateFem("fem", 3, 7, lot_, tables_);
         ASSERT_FALSE(workbookPath_.empty());
-        truth_ = TruthBestFocus(ReadText(dir_ / "fem" / "truth.json"));
+        truth_ = TruthBestFocus(FileBytes(dir_ / "fem" / "truth.json"));
         ASSERT_TRUE(lot_ && tables_.workbook);
         fileBefore_ = FileBytes(workbookPath_);
 
