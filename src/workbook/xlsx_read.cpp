@@ -775,6 +775,19 @@ bool SheetScanner::tag(const char*& p, const char* end, bool last) {
     }
 }
 
+// Digits only, at most nine of them (every row, column and style number fits).
+bool SmallNumber(const char* b, const char* e, int& out) {
+    if (b == e || e - b > 9) return false;
+    int v = 0;
+    for (; b < e; ++b) {
+        const unsigned d = static_cast<unsigned>(*b - '0');
+        if (d > 9) return false;
+        v = v * 10 + static_cast<int>(d);
+    }
+    out = v;
+    return true;
+}
+
 // "B7" -> row 7, column 2; a bare column gives row 0.
 bool ParseRef(std::string_view r, int& row, int& col) {
     size_t i = 0;
@@ -784,11 +797,42 @@ bool ParseRef(std::string_view r, int& row, int& col) {
         if (++i > 3) return false;
     }
     int rr = 0;
-    auto res = std::from_chars(r.data() + i, r.data() + r.size(), rr);
-    if (i == 0 || res.ec != std::errc() || res.ptr != r.data() + r.size()) return false;
+    if (i == 0 || !SmallNumber(r.data() + i, r.data() + r.size(), rr)) return false;
     row = rr;
     col = c;
     return c >= 1 && c <= kMaxCols && rr >= 1 && rr <= kMaxRows;
+}
+
+// The usual cell value is a short plain decimal ("1.161", "-4"). With its
+// digits below 2^53 and at most 22 of them after the point, both the digits
+// and the power of ten are exact doubles, so one division rounds as a full
+// conversion would. Anything else (exponent, more digits) is left to
+// from_chars.
+bool ShortDecimal(const char* b, const char* e, double& out) {
+    static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const bool neg = b < e && *b == '-';
+    if (neg) ++b;
+    uint64_t m = 0;
+    int frac = -1;  // digits after the point; -1 before one
+    bool any = false;
+    for (; b < e; ++b) {
+        const unsigned d = static_cast<unsigned>(*b - '0');
+        if (d <= 9) {
+            m = m * 10 + d;
+            if (m > (uint64_t{1} << 53)) return false;
+            any = true;
+            if (frac >= 0) ++frac;
+        } else if (*b == '.' && frac < 0) {
+            frac = 0;
+        } else {
+            return false;
+        }
+    }
+    if (!any || frac > 22) return false;
+    const double v = static_cast<double>(m) / kPow10[frac < 0 ? 0 : frac];
+    out = neg ? -v : v;
+    return true;
 }
 
 bool SheetScanner::startCell(std::string_view r, std::string_view s, std::string_view t, bool selfClosing) {
@@ -801,11 +845,9 @@ bool SheetScanner::startCell(std::string_view r, std::string_view s, std::string
     col_ = cc;
     nextCol_ = cc + 1;
     style_ = 0;
-    if (!s.empty()) {
-        unsigned v = 0;
-        auto res = std::from_chars(s.data(), s.data() + s.size(), v);
-        if (res.ec == std::errc() && v < im_.styles.size()) style_ = static_cast<uint16_t>(v);
-    }
+    if (int v = 0; !s.empty() && SmallNumber(s.data(), s.data() + s.size(), v) &&
+                   static_cast<size_t>(v) < im_.styles.size())
+        style_ = static_cast<uint16_t>(v);
     type_ = t.empty() ? 'n' : t == "s" ? 's' : t == "str" ? 'r' : t == "inlineStr" ? 'i' : t == "b" ? 'b'
           : t == "e" ? 'e' : t == "d" ? 'd' : 'n';
     text_.clear();
@@ -829,8 +871,8 @@ std::string_view name, const AttrList& at, bool selfClosing) {
             std::string_view r = at.get("r");
             if (!r.empty()) {
                 int v = 0;
-                auto res = std::from_chars(r.data(), r.data() + r.size(), v);
-                if (res.ec != std::errc() || v < 1 || v > kMaxRows) return fail("bad row number '" + std::string(r) + "'");
+                if (!SmallNumber(r.data(), r.data() + r.size(), v) || v < 1 || v > kMaxRows)
+                    return fail("bad row number '" + std::string(r) + "'");
                 row_ = v;
             } else {
                 ++row_;
@@ -987,8 +1029,12 @@ bool SheetScanner::commitCell() {
             while (e > b && IsSpace(e[-1])) --e;
             if (b == e) break;
             double d = 0;
-            auto res = std::from_chars(b, e, d);
-            if (res.ec == std::errc() && res.ptr == e) {
+            bool ok = ShortDecimal(b, e, d);
+            if (!ok) {
+                auto res = std::from_chars(b, e, d);
+                ok = res.ec == std::errc() && res.ptr == e;
+            }
+            if (ok) {
                 v = im_.styles.isDate(style_) ? Value::date(im_.date1904 ? d + 1462 : d) : Value(d);
             } else {
                 v = txt();  // not a number: keep what the file says

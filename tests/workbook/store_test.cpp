@@ -433,6 +433,48 @@ TEST(WorkbookXlsx, BadInputGivesMessagesAndChangesNothing) {
     EXPECT_NE(m.find("too sparse"), std::string::npos) << m;
 }
 
+// Number texts as other writers leave them, each read back bit for bit as
+// the C library's strtod reads it: short decimals, long ones, exponents,
+// padding, signs and texts that only look like numbers.
+TEST(WorkbookXlsx, NumberTextsReadAsStrtodReadsThem) {
+    std::vector<std::string> texts = {"0", "-0", "1", "-4", "1.161", "0.14700000000000002", "00012.500", "1.", ".5",
+                                      "-.25", " 7.5 ", "9007199254740992", "9007199254740993", "-9007199254740993.5",
+                                      "0.1234567890123456789012", "0.00000000000000000000001", "1e5", "-2.5E-3",
+                                      "123456789012345678901234567890", "0.3", "2.675", "1.005"};
+    std::mt19937_64 rng(7);
+    for (int i = 0; i < 20000; ++i) {
+        // a mantissa of 1 to 18 digits with the point anywhere in it
+        const int digits = 1 + static_cast<int>(rng() % 18);
+        std::string m = std::to_string(rng() % 1000000000000000000ULL);
+        m = m.substr(0, static_cast<size_t>(digits));
+        const size_t point = rng() % (m.size() + 1);
+        std::string t = rng() % 3 == 0 ? "-" : "";
+        t.append(m, 0, point);
+        if (point < m.size()) t.append(".").append(m, point);
+        if (t.back() == '.' || t == "-" || t.empty()) t += "0";
+        texts.push_back(t);
+    }
+    std::string sheet = "<worksheet><sheetData>";
+    for (size_t i = 0; i < texts.size(); ++i) {
+        const std::string r = std::to_string(i + 1);
+        sheet += "<row r=\"" + r + "\"><c r=\"A" + r + "\"><v>" + texts[i] + "</v></c></row>";
+    }
+    sheet += "<row r=\"" + std::to_string(texts.size() + 1) + "\"><c r=\"A" + std::to_string(texts.size() + 1) +
+             "\"><v>1.5x</v></c></row></sheetData></worksheet>";
+    const std::string path = Tmp("numbers.xlsx");
+    MakeSheetZip(path, sheet);
+    auto r = Workbook::open(path);
+    ASSERT_TRUE(r) << r.failure().message();
+    Worksheet& ws = *(*r)->sheet("Data");
+    for (size_t i = 0; i < texts.size(); ++i) {
+        const Value& v = ws.cell(static_cast<int>(i) + 1, 1);
+        ASSERT_EQ(v.type(), VType::Double) << texts[i];
+        const double want = std::strtod(texts[i].c_str(), nullptr);
+        EXPECT_EQ(Bits(v.toDouble()), Bits(want)) << "'" << texts[i] << "' read as " << v.toDouble();
+    }
+    EXPECT_EQ(ws.cell(static_cast<int>(texts.size()) + 1, 1).str(), "1.5x") << "not a number: kept as text";
+}
+
 TEST(WorkbookXlsx, FailedSaveLeavesTheTargetAlone) {
     std::string src = Tmp("src.xlsx"), dst = Tmp("dst.xlsx");
     {
