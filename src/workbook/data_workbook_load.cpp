@@ -617,8 +617,6 @@ class TreeBuilder {
 public:
     TreeBuilder(cLot& lot, const DataColumns& cols, SiteTable& sites, bool splitByField)
         : L_(lot), c_(cols), sites_(sites), split_(splitByField), ds_(lot.DataSource()),
-          gx_(static_cast<double>(lot.DieXarray) * lot.DieSizeX + lot.DieXoffset),
-          gy_(static_cast<double>(lot.DieYarray) * lot.DieSizeY + lot.DieYoffset),
           famCount_(static_cast<size_t>(sites.families.rowUb()) + 1, 0) {}
 
     // One data row, its cells from column 1 at row[1]. False ends the loop.
@@ -717,11 +715,9 @@ private:
         bool isNew = false;
         field_ = wafer_->AddField(static_cast<float>(dieX), static_cast<float>(dieY), isNew, true);
         if (!isNew) return;
+        // Polar and wafer positions wait for CalcWaferPositions after the walk.
         field_->LocationX = static_cast<float>(dieX * c_.dieX);
         field_->LocationY = static_cast<float>(dieY * c_.dieY);
-        const double cx = field_->LocationX + c_.dieX / 2, cy = field_->LocationY + c_.dieY / 2;
-        field_->LocationR = static_cast<float>(std::hypot(cx, cy));
-        field_->LocationTheta = static_cast<float>(std::atan2(cy, cx));
     }
 
     // The site of the row, found or made. False: the row is left
@@ -743,18 +739,13 @@ private:
         site->setNumberKey(static_cast<int32_t>(siteNo));
         site->LocationX = sr.x;
         site->LocationY = sr.y;
-        const double lx = sr.x + L_.SiteXoffset, ly = sr.y + L_.SiteYoffset;
-        site->LocationR = static_cast<float>(std::hypot(lx, ly));
-        site->LocationTheta = static_cast<float>(std::atan2(ly, lx == 0 ? 1e-27 : lx));
-        if (split_) {
-            const double ax = field_->LocationX + gx_ + c_.dieX / 2 + lx;
-            const double ay = field_->LocationY + gy_ + c_.dieY / 2 + ly;
-            site->LocationXabs = static_cast<float>(ax);
-            site->LocationYabs = static_cast<float>(ay);
-            site->LocationRabs = static_cast<float>(std::hypot(ax, ay));
-            site->LocationThetaAbs = static_cast<float>(std::atan2(ay, ax));
-            site->WaferX = site->LocationXabs;
-            site->WaferY = site->LocationYabs;
+        // Sites in fields get their polar and wafer positions from
+        // CalcWaferPositions once the lot is sized; it never sees the sites
+        // a wafer holds without fields.
+        if (!split_) {
+            const double lx = sr.x + L_.SiteXoffset, ly = sr.y + L_.SiteYoffset;
+            site->LocationR = static_cast<float>(std::hypot(lx, ly));
+            site->LocationTheta = static_cast<float>(std::atan2(ly, lx == 0 ? 1e-27 : lx));
         }
         // Without the split the wafer's one field is the parent, so that the
         // points know their lot.
@@ -803,7 +794,6 @@ private:
     SiteTable& sites_;
     const bool split_;
     const eDataSource ds_;
-    const double gx_, gy_;  // the wafer offset of the field grid, um
     std::vector<int32_t> famCount_;
 
     cWafer* wafer_ = nullptr;
