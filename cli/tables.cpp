@@ -37,7 +37,13 @@ Status LoadLot(const std::string& path, const Args& args, Loaded& out) {
     options.quiet = true;
     if (Status st = GetExcelWBLot(path, options, out.lot, &out.tables); !st) return st;
     assert(out.lot);
+    KeepUntilExit(out.lot);
     return StatusOk();
+}
+
+void KeepUntilExit(std::shared_ptr<cLot> lot) {
+    static auto* kept = new std::vector<std::shared_ptr<cLot>>;  // never destroyed, on purpose
+    kept->push_back(std::move(lot));
 }
 
 Status SelectFeature(cLot& lot, const std::string& name, const std::string& tag) {

@@ -9,6 +9,7 @@
 #include "base/proc.h"
 #include "import/import.h"
 #include "json.h"
+#include "tables.h"
 #include "verbs.h"
 #include "workbook/data_workbook.h"
 #include "workbook/lot_summary.h"
@@ -106,6 +107,7 @@ int RunImport(const Args& args) {
     std::shared_ptr<cLot> lot;
     WBLotTables tables;
     if (Status st = GetExcelWBLot(*written, options, lot, &tables); !st) return ShowFailure(st.failure(), json);
+    KeepUntilExit(lot);
     assert(lot);
     const LotSummary summary = SummarizeLot(*lot, tables);
     if (json) {

@@ -6,6 +6,7 @@
 
 #include "base/proc.h"
 #include "json.h"
+#include "tables.h"
 #include "verbs.h"
 #include "workbook/data_workbook.h"
 #include "workbook/lot_summary.h"
@@ -104,6 +105,7 @@ int RunInfo(const Args& args) {
     std::shared_ptr<cLot> lot;
     WBLotTables tables;
     if (Status st = GetExcelWBLot(pos[0], options, lot, &tables); !st) return ShowFailure(st.failure(), json);
+    KeepUntilExit(lot);
     assert(lot);  // a load that succeeds hands back its lot
     const LotSummary summary = SummarizeLot(*lot, tables);
     if (json) {

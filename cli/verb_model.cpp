@@ -175,6 +175,7 @@ int RunModel(const Args& args) {
     std::shared_ptr<cLot> lotPtr;
     WBLotTables tables;
     if (Status st = GetExcelWBLot(pos[0], options, lotPtr, &tables); !st) return ShowFailure(st.failure(), json);
+    KeepUntilExit(lotPtr);
     cLot& lot = *lotPtr;
 
     Proc p("zorv-cli(model): ");
