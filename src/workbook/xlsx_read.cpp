@@ -415,7 +415,8 @@ Status WorkbookImpl::readPackage(Workbook& wb, Workbook::Load load) {
 
 namespace {
 
-// Inflates a part on a second thread, handing over pieces of about 4 MB.
+// Inflates a part on a second thread, handing over pieces of 1 MB; larger
+// ones only added to the peak and to the pages the kernel had to clear.
 class Inflater {
 public:
     Inflater(std::unique_ptr<ZipReader::Stream> s, bool threaded) : s_(std::move(s)), threaded_(threaded) {
@@ -450,7 +451,7 @@ public:
     const std::string& error() const { return err_; }
 
 private:
-    static constexpr size_t kPiece = 4 << 20;
+    static constexpr size_t kPiece = 1 << 20;
     bool readPiece(std::string& out) {
         out.resize(kPiece);
         size_t got = 0;
