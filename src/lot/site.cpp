@@ -3,9 +3,26 @@
 #include <cmath>
 
 #include "lot/lot.h"
+#include "slot_pool.h"
 #include "tree_helpers.h"
 
 namespace zorv {
+
+namespace {
+// Never destroyed: a lot freed during the program's exit still gives its sites back.
+SlotPool<cSite>& SitePool() {
+    static auto* pool = new SlotPool<cSite>;
+    return *pool;
+}
+}  // namespace
+
+void* cSite::operator new(size_t size) { return size == sizeof(cSite) ? SitePool().take() : ::operator new(size); }
+
+void cSite::operator delete(void* p, size_t size) noexcept {
+    if (!p) return;
+    if (size == sizeof(cSite)) SitePool().give(p);
+    else ::operator delete(p);
+}
 
 // ================================================================ cSite
 

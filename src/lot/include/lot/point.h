@@ -22,6 +22,9 @@ namespace zorv {
 class cPoint {
 public:
     cPoint() = default;  // every value, fitted and residual field at -999.9
+    // Points come from a pool of equal slots (lot/slot_pool.h).
+    static void* operator new(size_t size);
+    static void operator delete(void* p, size_t size) noexcept;
     cPoint& operator=(const cPoint&) = delete;
 
     // identity

@@ -30,6 +30,9 @@ struct cSiteExtra : RangeFields {
 class cSite {
 public:
     static Ref<cSite> New() { return Ref<cSite>(new cSite()); }
+    // Sites come from a pool of equal slots (lot/slot_pool.h).
+    static void* operator new(size_t size);
+    static void operator delete(void* p, size_t size) noexcept;
     cSite(const cSite&) = delete;
     cSite& operator=(const cSite&) = delete;
     ~cSite();
