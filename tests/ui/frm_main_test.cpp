@@ -177,9 +177,7 @@ TEST_F(MainUi, WorkbookOpenedByItsDialogAndSavedUnderANewName) {
     // The real dialog this time, answered as a user would.
     frmMain::setFileAsker({});
     bool sawDialog = false;
-    OnNextModal([&](QWidget* w) {
-        auto* d = qobject_cast<QFileDialog*>(w);
-        ASSERT_NE(d, nullptr);
+    OnNextModalOf<QFileDialog>([&](QFileDialog* d) {
         sawDialog = true;
         EXPECT_EQ(d->windowTitle(), "New Spreadsheet Selection");
         d->selectFile(QString::fromStdString(first.string()));

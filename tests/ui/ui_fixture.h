@@ -167,7 +167,25 @@ inline void OnNextModal(std::function<void(QWidget*)> act) {
     auto* t = new QTimer;
     t->setInterval(10);
     QObject::connect(t, &QTimer::timeout, [t, act] {
-        if (QWidget* w = QApplication::activeModalWidget()) {
+        QWidget* w = QApplication::activeModalWidget();
+        if (w && w->isVisible()) {
+            t->stop();
+            t->deleteLater();
+            act(w);
+        }
+    });
+    t->start();
+}
+
+// The same for the first modal window of type T: any other modal window
+// that shows first (a progress box on a busy machine) is passed over.
+template <class T>
+void OnNextModalOf(std::function<void(T*)> act) {
+    auto* t = new QTimer;
+    t->setInterval(10);
+    QObject::connect(t, &QTimer::timeout, [t, act] {
+        T* w = qobject_cast<T*>(QApplication::activeModalWidget());
+        if (w && w->isVisible()) {
             t->stop();
             t->deleteLater();
             act(w);
