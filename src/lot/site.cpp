@@ -147,8 +147,11 @@ cPoint* cSite::AddPoint(std::unique_ptr<cPoint> point, std::string_view key) {
     std::string k(key);
     if (k.empty()) k = point->NumberKey();
     {
-        double d;
-        if (k.empty() || (ParseNumber(k, d) && d <= n)) k = std::to_string(n + 1);
+        // A loader's key is a site number: a canonical int needs no general parse.
+        double d = 0;
+        const Value asKey = MakeKey(k);
+        const bool number = asKey.type() == VType::Long ? (d = asKey.toLong(), true) : ParseNumber(k, d);
+        if (k.empty() || (number && d <= n)) k = std::to_string(n + 1);
     }
     point->setParent(this);
     if (cLot* l = ParentLot()) point->setParentLot(l);
