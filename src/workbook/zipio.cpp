@@ -1,7 +1,9 @@
 #include "workbook/zipio.h"
 
+#include <isa-l/igzip_lib.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -143,6 +145,14 @@ Status ZipReader::readAll(std::string_view part, std::string& out, uint64_t maxB
     return StatusOk();
 }
 
+struct ZipReader::Stream::Deflated {
+    inflate_state state;
+    std::vector<uint8_t> in = std::vector<uint8_t>(256u << 10);
+    uint64_t left = 0;  // compressed bytes not yet read
+    uint32_t crc = 0;   // the entry's
+    bool finished = false;
+};
+
 Result<std::unique_ptr<ZipReader::Stream>> ZipReader::openStream(std::string_view part, uint64_t maxBytes) const {
     int64_t idx = find(part);
     if (idx < 0) return Fail(name_ + ": the part '" + std::string(part) + "' is missing.");
@@ -153,9 +163,26 @@ Result<std::unique_ptr<ZipReader::Stream>> ZipReader::openStream(std::string_vie
     s->file_ = name_;
     s->size_ = size;
     s->limit_ = limit;
-    s->zf_ = zip_fopen_index(za_, static_cast<zip_uint64_t>(idx), 0);
+    // A deflated part is read as stored and inflated by ISA-L, over twice as
+    // fast as zlib behind libzip; anything else (stored, other methods,
+    // encrypted) is libzip's to read.
+    zip_stat_t zs;
+    zip_stat_init(&zs);
+    const bool deflated = zip_stat_index(za_, static_cast<zip_uint64_t>(idx), 0, &zs) == 0 &&
+                          (zs.valid & (ZIP_STAT_COMP_METHOD | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC)) ==
+                              (ZIP_STAT_COMP_METHOD | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC) &&
+                          zs.comp_method == ZIP_CM_DEFLATE &&
+                          (!(zs.valid & ZIP_STAT_ENCRYPTION_METHOD) || zs.encryption_method == ZIP_EM_NONE);
+    s->zf_ = zip_fopen_index(za_, static_cast<zip_uint64_t>(idx), deflated ? ZIP_FL_COMPRESSED : 0);
     if (!s->zf_)
         return Fail(name_ + ": the part '" + std::string(part) + "' cannot be read: " + zip_strerror(za_));
+    if (deflated) {
+        s->deflated_ = std::make_unique<Stream::Deflated>();
+        isal_inflate_init(&s->deflated_->state);
+        s->deflated_->state.crc_flag = ISAL_GZIP_NO_HDR;  // the CRC-32 of the output, as zip keeps it
+        s->deflated_->left = zs.comp_size;
+        s->deflated_->crc = zs.crc;
+    }
     return s;
 }
 
@@ -163,12 +190,47 @@ ZipReader::Stream::~Stream() {
     if (zf_) zip_fclose(zf_);
 }
 
+int64_t ZipReader::Stream::damaged(const std::string& why) {
+    err_ = file_ + ": the part '" + part_ + "' is damaged or truncated (" + why + ").";
+    return -1;
+}
+
+int64_t ZipReader::Stream::inflate(char* buf, size_t n) {
+    Deflated& d = *deflated_;
+    if (d.finished || n == 0) return 0;
+    inflate_state& s = d.state;
+    n = std::min<size_t>(n, UINT32_MAX);
+    s.next_out = reinterpret_cast<uint8_t*>(buf);
+    s.avail_out = static_cast<uint32_t>(n);
+    for (;;) {
+        if (s.avail_in == 0 && d.left > 0) {
+            const zip_int64_t m = zip_fread(zf_, d.in.data(), std::min<uint64_t>(d.in.size(), d.left));
+            if (m <= 0) return damaged(m < 0 ? zip_file_strerror(zf_) : "Unexpected end of data");
+            d.left -= static_cast<uint64_t>(m);
+            s.next_in = d.in.data();
+            s.avail_in = static_cast<uint32_t>(m);
+        }
+        if (isal_inflate(&s) < 0) return damaged("Compression error");
+        const size_t made = n - s.avail_out;
+        if (s.block_state == ISAL_BLOCK_FINISH) {
+            d.finished = true;
+            if (s.crc != d.crc) return damaged("CRC error");
+            return static_cast<int64_t>(made);
+        }
+        if (made > 0) return static_cast<int64_t>(made);
+        if (s.avail_in == 0 && d.left == 0) return damaged("Unexpected end of data");
+    }
+}
+
 int64_t ZipReader::Stream::read(char* buf, size_t n) {
     if (!zf_) return -1;
-    zip_int64_t k = zip_fread(zf_, buf, n);
-    if (k < 0) {
-        err_ = file_ + ": the part '" + part_ + "' is damaged or truncated (" + zip_file_strerror(zf_) + ").";
-        return -1;
+    zip_int64_t k;
+    if (deflated_) {
+        k = inflate(buf, n);
+        if (k < 0) return -1;
+    } else {
+        k = zip_fread(zf_, buf, n);
+        if (k < 0) return damaged(zip_file_strerror(zf_));
     }
     got_ += static_cast<uint64_t>(k);
     if (got_ > limit_) {

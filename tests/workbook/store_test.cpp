@@ -10,6 +10,7 @@
 #include <fstream>
 #include <random>
 #include <set>
+#include <tuple>
 
 #include "workbook/store.h"
 #include "workbook_test_util.h"
@@ -57,12 +58,15 @@ const char* kWorkbook =
     "<sheet name=\"Data\" sheetId=\"1\" r:id=\"rId1\"/></sheets></workbook>";
 
 // A minimal package around one sheet part.
-void MakeSheetZip(const std::string& path, const std::string& sheetXml, const std::string& workbookXml = kWorkbook) {
-    MakeZip(path, {{"[Content_Types].xml", kCT},
-                   {"_rels/.rels", kRootRels},
-                   {"xl/workbook.xml", workbookXml},
-                   {"xl/_rels/workbook.xml.rels", kWbRels},
-                   {"xl/worksheets/sheet1.xml", sheetXml}});
+void MakeSheetZip(const std::string& path, const std::string& sheetXml, const std::string& workbookXml = kWorkbook,
+                  bool stored = false) {
+    MakeZip(path,
+            {{"[Content_Types].xml", kCT},
+             {"_rels/.rels", kRootRels},
+             {"xl/workbook.xml", workbookXml},
+             {"xl/_rels/workbook.xml.rels", kWbRels},
+             {"xl/worksheets/sheet1.xml", sheetXml}},
+            stored);
 }
 
 }  // namespace
@@ -473,6 +477,65 @@ TEST(WorkbookXlsx, NumberTextsReadAsStrtodReadsThem) {
         EXPECT_EQ(Bits(v.toDouble()), Bits(want)) << "'" << texts[i] << "' read as " << v.toDouble();
     }
     EXPECT_EQ(ws.cell(static_cast<int>(texts.size()) + 1, 1).str(), "1.5x") << "not a number: kept as text";
+}
+
+// Deflated parts are inflated here and checked against the CRC the archive
+// keeps; stored parts read as they stand. A sheet large enough to come in
+// many pieces, so that every read of the stream is exercised.
+TEST(WorkbookXlsx, SheetPartsReadDeflatedOrStoredAndTheirCrcChecked) {
+    std::string sheet = "<worksheet><sheetData>";
+    for (int r = 1; r <= 60000; ++r) {
+        const std::string n = std::to_string(r);
+        sheet += "<row r=\"" + n + "\"><c r=\"A" + n + "\"><v>" + n + "</v></c><c r=\"B" + n + "\"><v>" +
+                 std::to_string(r * 7919 % 100003) + ".25</v></c></row>";
+    }
+    sheet += "</sheetData></worksheet>";
+    auto check = [](const std::string& path) {
+        auto r = Workbook::open(path);
+        ASSERT_TRUE(r) << r.failure().message();
+        Worksheet& ws = *(*r)->sheet("Data");
+        for (int row : {1, 2, 30000, 59999, 60000}) {
+            EXPECT_EQ(ws.cell(row, 1).toDouble(), row);
+            EXPECT_EQ(ws.cell(row, 2).toDouble(), row * 7919 % 100003 + 0.25) << row;
+        }
+    };
+    const std::string deflated = Tmp("deflated.xlsx"), stored = Tmp("stored.xlsx");
+    MakeSheetZip(deflated, sheet);
+    MakeSheetZip(stored, sheet, kWorkbook, true);
+    ASSERT_LT(fs::file_size(deflated) * 5, fs::file_size(stored)) << "the first really deflated";
+    check(deflated);
+    check(stored);
+
+    // The same bytes under a wrong CRC, in the local header and the central
+    // directory alike: the sheet fails as damaged, naming file and part.
+    std::string bytes = ReadFile(deflated);
+    const std::string name = "xl/worksheets/sheet1.xml";
+    int patched = 0;
+    for (const auto& [sig, crcAt, nameAt] : {std::tuple{std::string("PK\x03\x04", 4), 14, 30},
+                                             std::tuple{std::string("PK\x01\x02", 4), 16, 46}}) {
+        for (size_t at = bytes.find(sig); at != std::string::npos; at = bytes.find(sig, at + 4)) {
+            if (bytes.compare(at + static_cast<size_t>(nameAt), name.size(), name) != 0) continue;
+            bytes[at + static_cast<size_t>(crcAt)] ^= 0x5a;
+            ++patched;
+        }
+    }
+    ASSERT_EQ(patched, 2);
+    const std::string bad = Tmp("badcrc.xlsx");
+    WriteFile(bad, bytes);
+    auto r = Workbook::open(bad);
+    std::string m;
+    if (r) {
+        Worksheet* ws = (*r)->sheet("Data");
+        ASSERT_NE(ws, nullptr);
+        Status st = ws->forEachRow([](int, const Value*, int) { return true; });
+        ASSERT_FALSE(st) << "a wrong CRC must not pass";
+        m = st.failure().message();
+    } else {
+        m = r.failure().message();
+    }
+    EXPECT_NE(m.find("badcrc.xlsx"), std::string::npos) << m;
+    EXPECT_NE(m.find(name), std::string::npos) << m;
+    EXPECT_NE(m.find("CRC"), std::string::npos) << m;
 }
 
 TEST(WorkbookXlsx, FailedSaveLeavesTheTargetAlone) {

@@ -38,15 +38,17 @@ inline const char* kRootRels =
     "<Relationship Id=\"rId1\" Type=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument\" "
     "Target=\"xl/workbook.xml\"/></Relationships>";
 
-// A zip made of the given parts (stored as given, deflated).
-inline void MakeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& parts) {
+// A zip made of the given parts, deflated, or stored as they are.
+inline void MakeZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& parts,
+                    bool stored = false) {
     std::filesystem::remove(path);
     int err = 0;
     zip_t* z = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
     ASSERT_NE(z, nullptr);
     for (auto& [name, data] : parts) {
         zip_source_t* s = zip_source_buffer(z, data.data(), data.size(), 0);
-        zip_file_add(z, name.c_str(), s, 0);
+        const zip_int64_t i = zip_file_add(z, name.c_str(), s, 0);
+        if (stored) zip_set_file_compression(z, static_cast<zip_uint64_t>(i), ZIP_CM_STORE, 0);
     }
     ASSERT_EQ(zip_close(z), 0);
 }

@@ -1,6 +1,7 @@
 // The zip container of .xlsx packages, over libzip: reading parts with a
-// guard against inflation bombs, and writing a package into a temporary file
-// that replaces the target only when complete.
+// guard against inflation bombs (deflated parts inflated by ISA-L, checked
+// against their CRC), and writing a package into a temporary file that
+// replaces the target only when complete.
 #pragma once
 
 #include <cstdint>
@@ -55,7 +56,11 @@ public:
 
     private:
         friend class ZipReader;
+        struct Deflated;  // a deflated part read as stored and inflated here
+        int64_t inflate(char* buf, size_t n);
+        int64_t damaged(const std::string& why);
         zip_file* zf_ = nullptr;
+        std::unique_ptr<Deflated> deflated_;
         std::string part_, file_;
         uint64_t size_ = 0, limit_ = 0, got_ = 0;
         std::string err_;
