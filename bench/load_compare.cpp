@@ -2,13 +2,15 @@
 // alternative, in one run on one file:
 //   - `zorv-cli info FILE`, the whole process: wall time and peak memory;
 //   - zlib (through libzip) inflating the worksheet parts into a reused
-//     buffer with no parsing at all, the floor of any load;
+//     buffer with no parsing at all, the usual floor of any load, and ISA-L
+//     doing the same (with its CRC), the floor of ours;
 //   - openpyxl's read-only mode reading every cell of the data sheet
 //     (skipped with ZORV_OPENPYXL=0; it takes over half a minute).
 // Then the ratios. Make the file with bench_datawb (BM_SaveData_1M).
 //   bench_load_compare [FILE.xlsx]   (default: $ZORV_BENCH_DIR/Big1M.xlsx)
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
+#include <isa-l/igzip_lib.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -30,7 +32,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string g_path;
-std::vector<double> g_info, g_floor;
+std::vector<double> g_info, g_floor, g_isal;
 double g_infoPeakMb = 0, g_openpyxl = 0;
 
 double Median(std::vector<double> v) {
@@ -103,6 +105,50 @@ void BM_InflateSheetParts(benchmark::State& state) {
 }
 BENCHMARK(BM_InflateSheetParts)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 
+void BM_InflateSheetPartsIsal(benchmark::State& state) {
+    std::vector<uint8_t> in(256u << 10), out(1 << 20);
+    for (auto _ : state) {
+        const auto t0 = std::chrono::steady_clock::now();
+        int err = 0;
+        zip_t* z = zip_open(g_path.c_str(), ZIP_RDONLY, &err);
+        if (!z) {
+            state.SkipWithError(("cannot open " + g_path).c_str());
+            return;
+        }
+        uint64_t bytes = 0;
+        const zip_int64_t n = zip_get_num_entries(z, 0);
+        for (zip_int64_t i = 0; i < n; ++i) {
+            const char* name = zip_get_name(z, static_cast<zip_uint64_t>(i), 0);
+            if (!name || std::strncmp(name, "xl/worksheets/sheet", 19) != 0) continue;
+            zip_stat_t st;
+            if (zip_stat_index(z, static_cast<zip_uint64_t>(i), 0, &st) != 0 || st.comp_method != ZIP_CM_DEFLATE) continue;
+            zip_file_t* f = zip_fopen_index(z, static_cast<zip_uint64_t>(i), ZIP_FL_COMPRESSED);
+            if (!f) continue;
+            inflate_state s;
+            isal_inflate_init(&s);
+            s.crc_flag = ISAL_GZIP_NO_HDR;
+            while (s.block_state != ISAL_BLOCK_FINISH) {
+                if (s.avail_in == 0) {
+                    const zip_int64_t got = zip_fread(f, in.data(), in.size());
+                    if (got <= 0) break;
+                    s.next_in = in.data();
+                    s.avail_in = static_cast<uint32_t>(got);
+                }
+                s.next_out = out.data();
+                s.avail_out = static_cast<uint32_t>(out.size());
+                if (isal_inflate(&s) < 0) break;
+                bytes += out.size() - s.avail_out;
+            }
+            zip_fclose(f);
+            if (s.crc != st.crc) state.SkipWithError("CRC mismatch");
+        }
+        zip_discard(z);
+        g_isal.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
+        state.counters["MB_xml"] = static_cast<double>(bytes) / 1e6;
+    }
+}
+BENCHMARK(BM_InflateSheetPartsIsal)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
+
 void BM_OpenpyxlReadOnly(benchmark::State& state) {
     const fs::path script = fs::path(ZORV_BENCH_SOURCE_DIR) / "xlsx_openpyxl.py";
     if (const char* e = std::getenv("ZORV_OPENPYXL"); e && std::string(e) == "0") {
@@ -157,7 +203,11 @@ int main(int argc, char** argv) {
     if (info > 0)
         std::printf("zorv-cli info, whole process: median %.2f s of %zu runs (fastest %.2f), peak %.0f MB\n", info,
                     g_info.size(), *std::min_element(g_info.begin(), g_info.end()), g_infoPeakMb);
-    if (info > 0 && floor > 0) std::printf("inflate floor: median %.2f s; the load takes %.2f times it\n", floor, info / floor);
+    if (info > 0 && floor > 0)
+        std::printf("inflate floor (zlib): median %.2f s; the load takes %.2f times it\n", floor, info / floor);
+    if (const double isal = Median(g_isal); info > 0 && isal > 0)
+        std::printf("inflate floor (ISA-L, as the load inflates): median %.2f s; the load takes %.2f times it\n", isal,
+                    info / isal);
     if (info > 0 && g_openpyxl > 0)
         std::printf("openpyxl read-only: %.1f s; the load is %.1f times faster\n", g_openpyxl, g_openpyxl / info);
     return 0;
