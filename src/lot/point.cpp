@@ -8,21 +8,8 @@
 
 namespace zorv {
 
-namespace {
-// Never destroyed: a lot freed during the program's exit still gives its points back.
-SlotPool<cPoint>& PointPool() {
-    static auto* pool = new SlotPool<cPoint>;
-    return *pool;
-}
-}  // namespace
-
-void* cPoint::operator new(size_t size) { return size == sizeof(cPoint) ? PointPool().take() : ::operator new(size); }
-
-void cPoint::operator delete(void* p, size_t size) noexcept {
-    if (!p) return;
-    if (size == sizeof(cPoint)) PointPool().give(p);
-    else ::operator delete(p);
-}
+void* cPoint::operator new(size_t size) { return PoolNew<cPoint>(size); }
+void cPoint::operator delete(void* p, size_t size) noexcept { PoolDelete<cPoint>(p, size); }
 
 // ================================================================ cPoint
 

@@ -8,21 +8,8 @@
 
 namespace zorv {
 
-namespace {
-// Never destroyed: a lot freed during the program's exit still gives its sites back.
-SlotPool<cSite>& SitePool() {
-    static auto* pool = new SlotPool<cSite>;
-    return *pool;
-}
-}  // namespace
-
-void* cSite::operator new(size_t size) { return size == sizeof(cSite) ? SitePool().take() : ::operator new(size); }
-
-void cSite::operator delete(void* p, size_t size) noexcept {
-    if (!p) return;
-    if (size == sizeof(cSite)) SitePool().give(p);
-    else ::operator delete(p);
-}
+void* cSite::operator new(size_t size) { return PoolNew<cSite>(size); }
+void cSite::operator delete(void* p, size_t size) noexcept { PoolDelete<cSite>(p, size); }
 
 // ================================================================ cSite
 

@@ -52,4 +52,25 @@ private:
     size_t left_ = 0;
 };
 
+// The pool of T's, never destroyed: a lot freed during the program's exit
+// still gives its objects back.
+template <class T>
+SlotPool<T>& PoolOf() {
+    static auto* pool = new SlotPool<T>;
+    return *pool;
+}
+
+// A class's operator new and delete over its pool; a derived class of
+// another size goes to the ordinary heap.
+template <class T>
+void* PoolNew(size_t size) {
+    return size == sizeof(T) ? PoolOf<T>().take() : ::operator new(size);
+}
+template <class T>
+void PoolDelete(void* p, size_t size) noexcept {
+    if (!p) return;
+    if (size == sizeof(T)) PoolOf<T>().give(p);
+    else ::operator delete(p);
+}
+
 }  // namespace zorv
