@@ -547,6 +547,7 @@ public:
 private:
     bool tag(const char*& p, const char* end, bool last);
     int fastCell(const char*& p, const char* end);
+    void fastValue(const char*& p, const char* end);
     bool startCell(std::string_view r, std::string_view s, std::string_view t, bool selfClosing);
     bool startTag(std::string_view name, const AttrList& at, bool selfClosing);
     // The text of <v> where it lies whole in the input: no copy.
@@ -660,6 +661,23 @@ size_t SheetScanner::feed(const char* begin, const char* end, bool last) {
     return stop(p);
 }
 
+// Right after a cell's start tag: "<v>text</v></c>" whole in the input is
+// the cell, taken in one step. Anything else is left to the general road.
+void SheetScanner::fastValue(const char*& p, const char* end) {
+    if (end - p < 11 || p[0] != '<' || p[1] != 'v' || p[2] != '>') return;
+    const char* v0 = p + 3;
+    const char* q = v0;
+    while (q < end && *q != '<') ++q;
+    if (end - q < 8 || std::memcmp(q, "</v></c>", 8) != 0) return;
+    view_ = std::string_view(v0, static_cast<size_t>(q - v0));
+    viewActive_ = true;
+    hasV_ = true;
+    inCell_ = false;
+    p = q + 8;
+    if (!commitCell()) done_ = true;
+    viewActive_ = false;
+}
+
 // <c r=".." s=".." t=".."> with plain attributes: 1 done, 0 incomplete or
 // failed (error_), -1 for the general road.
 int SheetScanner::fastCell(const char*& p, const char* end) {
@@ -670,7 +688,9 @@ int SheetScanner::fastCell(const char*& p, const char* end) {
         if (s >= end) return 0;
         if (*s == '>') {
             p = s + 1;
-            return startCell(r, st, t, false) ? 1 : 0;
+            if (!startCell(r, st, t, false)) return 0;
+            fastValue(p, end);
+            return 1;
         }
         if (*s == '/') {
             if (s + 1 >= end) return 0;
